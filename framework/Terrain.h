@@ -1,0 +1,45 @@
+// What several devices compute the same way: world positions of samples,
+// sample density, scale independence, slopes and bilinear samples.
+#pragma once
+
+#include <cstdint>
+
+#include "framework/HostServices.h"
+#include "framework/Port.h"
+
+namespace Orogen {
+
+// World position of column i / row j of a build grid.
+inline double WorldX(const BuildContext& context, int32_t i) {
+    double t = i * context.sx;
+    if (context.coordinateMode == 2) return t;
+    return context.grid.x0 + t * (context.grid.x1 - context.grid.x0);
+}
+inline double WorldY(const BuildContext& context, int32_t j) {
+    double t = j * context.sy;
+    if (context.coordinateMode == 2) return t;
+    return context.grid.y0 + t * (context.grid.y1 - context.grid.y0);
+}
+
+// Samples per world unit along x; 0 when the extent is not positive.
+double SamplesPerUnit(const Grid& grid);
+
+// A radius or distance given at 256 samples per world unit, scaled to the
+// grid's density and truncated.
+int32_t ScaleIndependent(int32_t samples, const Grid& grid);
+
+// Slope of a height field at (x, y) in world units per world unit: central
+// differences inside, one-sided at the edges.
+void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, float& gx,
+                 float& gy);
+
+// Unit normal (gx, gy, 1) / |(gx, gy, 1)|.
+void SlopeNormal(float gx, float gy, float normal[3]);
+
+// Bilinear sample at (fx, fy): integer parts by truncation toward zero, the
+// four neighbours clamped into the field. `channels` floats per point;
+// writes `channels` values.
+void BilinearSample(const float* samples, int32_t width, int32_t height, int channels, float fx,
+                    float fy, float* out);
+
+}  // namespace Orogen

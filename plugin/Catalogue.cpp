@@ -1,0 +1,47 @@
+// The device types of the module, in catalogue order. Adding a device is one
+// include and one row.
+#include "plugin/Catalogue.h"
+
+#include "devices/generators/ConstantHeight.h"
+
+namespace basekit {
+
+const CatalogueEntry kCatalogue[kCatalogueSize] = {
+    /*  0 ConstantHeight  */ {&CreateDevice<ConstantHeight>, 1, 4, 0},
+    /*  1 GradGen         */ {nullptr, 1, 4, 0},
+    /*  2 Inverter        */ {nullptr, 4, 12, 0},
+    /*  3 TrueCombiner    */ {nullptr, 3, 4, 1},
+    /*  4 Displacement    */ {nullptr, 4, 4, 0},
+    /*  5 Ramp            */ {nullptr, 4, 4, 0},
+    /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
+    /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
+    /*  8 MultiSwitch     */ {nullptr, 7, 0, 0},
+    /*  9 MultiChooser    */ {nullptr, 7, 0, 0},
+    /* 10 AddNoise        */ {nullptr, 4, 4, 0},
+    /* 11 ProbScatter     */ {nullptr, 4, 4, 0},
+    /* 12 BiasGain        */ {nullptr, 4, 12, 0},
+    /* 13 CircularGrad    */ {nullptr, 1, 4, 0},
+    /* 14 Switch          */ {nullptr, 7, 0, 0},
+    /* 15 Flipper         */ {nullptr, 4, 4, 0},
+    /* 16 Equals          */ {nullptr, 17, 3, 0},
+    /* 17 Equalizer       */ {nullptr, 4, 4, 0},
+    /* 18 Combiner2       */ {nullptr, 3, 12, 0},
+    /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
+    /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
+    /* 21 ColorGradient   */ {nullptr, 9, 8, 1},
+    /* 22 NormalMaker     */ {nullptr, 9, 4, 0},
+    /* 23 ChannelSplitter */ {nullptr, 9, 8, 0},
+    /* 24 ChannelCombiner */ {nullptr, 9, 8, 0},
+    /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
+    /* 26 GaussBlur       */ {nullptr, 4, 4, 0},
+    /* 27 Expander        */ {nullptr, 4, 4, 0},
+    /* 28 CellularTex     */ {nullptr, 1, 4, 0},
+    /* 29 SnowLevel       */ {nullptr, 5, 4, 0},
+    /* 30 CoastalErosion  */ {nullptr, 5, 4, 0},
+    /* 31 CheckPoint      */ {nullptr, 7, 4, 0},
+    /* 32 SelectColor     */ {nullptr, 6, 4, 0},
+    /* 33 HeightCombiner  */ {nullptr, 3, 4, 0},
+    /* 34 SplatMaker      */ {nullptr, 9, 4, 0},
+};
+
+}  // namespace basekit
