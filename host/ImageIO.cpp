@@ -1,0 +1,538 @@
+#include "host/ImageIO.h"
+
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <ImfOutputFile.h>
+#include <ImfStdIO.h>
+#include <png.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#ifdef _WIN32
+#include <io.h>
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace basekit::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void Fail(const std::string& message) {
+    throw std::runtime_error(message);
+}
+
+std::string Quote(const fs::path& path) {
+    const std::u8string name = path.u8string();
+    std::string quoted(1, '\'');
+    quoted.append(name.begin(), name.end());
+    return quoted += '\'';
+}
+
+std::string ErrnoText(int error) {
+    return std::generic_category().message(error);
+}
+
+std::string OnFile(const char* verb, const char* format, const fs::path& path) {
+    return std::string("cannot ") + verb + " " + format + " file " + Quote(path) + ": ";
+}
+
+std::FILE* OpenFile(const fs::path& path, bool forWriting) {
+#ifdef _WIN32
+    return _wfopen(path.c_str(), forWriting ? L"wb" : L"rb");
+#else
+    return std::fopen(path.c_str(), forWriting ? "wb" : "rb");
+#endif
+}
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// Writes n bytes or throws.
+void Put(std::FILE* file, const void* data, size_t n) {
+    if (n != 0 && std::fwrite(data, 1, n, file) != n) Fail("write error: " + ErrnoText(errno));
+}
+
+// Flushes the file's data to the disk, so that the rename below never
+// publishes a file whose contents are not yet stored.
+bool SyncFile(std::FILE* file) {
+#ifdef _WIN32
+    return _commit(_fileno(file)) == 0;
+#else
+    return fsync(fileno(file)) == 0;
+#endif
+}
+
+long ProcessId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return static_cast<long>(getpid());
+#endif
+}
+
+// Throws unless the image is one a writer can store.
+void CheckImage(const fs::path& path, const char* format, const Image& image) {
+    std::string reason;
+    const uint64_t count = uint64_t(std::max(image.width, 0)) *
+                           uint64_t(std::max(image.height, 0)) *
+                           uint64_t(std::max(image.channels, 0));
+    if (image.width < 1 || image.height < 1) {
+        reason = "invalid size " + std::to_string(image.width) + "x" + std::to_string(image.height);
+    } else if (image.channels != 1 && image.channels != 3) {
+        reason = "unsupported channel count " + std::to_string(image.channels) + " (1 or 3)";
+    } else if (count > kMaxImageSamples) {
+        reason = "image too large (" + std::to_string(count) + " samples)";
+    } else if (image.samples.size() != count) {
+        reason = "image has " + std::to_string(image.samples.size()) + " samples, expected " +
+                 std::to_string(image.width) + "x" + std::to_string(image.height) + "x" +
+                 std::to_string(image.channels) + " = " + std::to_string(count);
+    }
+    if (!reason.empty()) Fail(OnFile("write", format, path) + reason);
+}
+
+// Runs write(FILE*) on a temporary beside `path` and renames the temporary
+// over `path` once it is complete, flushed and closed. On any failure the
+// temporary is removed and the message names `path`.
+template <class Writer>
+void WriteAtomically(const fs::path& path, const char* format, Writer&& write) {
+    static std::atomic<unsigned> counter{0};
+    fs::path temporary = path;
+    temporary += ".tmp-" + std::to_string(ProcessId()) + "-" + std::to_string(counter++);
+
+    std::FILE* file = OpenFile(temporary, true);
+    if (file == nullptr) {
+        Fail(OnFile("write", format, path) + "cannot create " + Quote(temporary) + ": " +
+             ErrnoText(errno));
+    }
+    std::string error;
+    try {
+        write(file);
+    } catch (const std::exception& e) {
+        error = e.what();
+    } catch (...) {
+        std::fclose(file);
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        throw;
+    }
+    if (error.empty() && (std::fflush(file) != 0 || std::ferror(file) != 0)) {
+        error = "write error: " + ErrnoText(errno);
+    }
+    if (error.empty() && !SyncFile(file)) error = "cannot flush to disk: " + ErrnoText(errno);
+    if (std::fclose(file) != 0 && error.empty()) error = "cannot close: " + ErrnoText(errno);
+
+    std::error_code ec;
+    if (error.empty()) {
+        fs::rename(temporary, path, ec);
+        if (ec) error = "cannot rename " + Quote(temporary) + " over it: " + ec.message();
+    }
+    if (!error.empty()) {
+        fs::remove(temporary, ec);
+        Fail(OnFile("write", format, path) + error);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// PNG through libpng's classic API. libpng reports errors by longjmp, so each
+// call that may fail runs inside a small function holding the setjmp and no
+// object with a destructor; the C++ callers own every resource.
+
+struct PngError {
+    char message[200] = "unknown libpng error";
+};
+
+[[noreturn]] void PngOnError(png_structp png, png_const_charp message) {
+    auto* error = static_cast<PngError*>(png_get_error_ptr(png));
+    std::snprintf(error->message, sizeof error->message, "%s", message);
+    png_longjmp(png, 1);
+}
+
+void PngOnWarning(png_structp, png_const_charp) {}
+
+void PngWriteData(png_structp png, png_bytep data, size_t n) {
+    if (std::fwrite(data, 1, n, static_cast<std::FILE*>(png_get_io_ptr(png))) != n) {
+        png_error(png, "write error");
+    }
+}
+
+void PngFlush(png_structp) {}
+
+void PngReadData(png_structp png, png_bytep data, size_t n) {
+    if (std::fread(data, 1, n, static_cast<std::FILE*>(png_get_io_ptr(png))) != n) {
+        png_error(png, "file is truncated or unreadable");
+    }
+}
+
+struct PngWriteStruct {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    ~PngWriteStruct() { png_destroy_write_struct(&png, &info); }
+};
+
+struct PngReadStruct {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    ~PngReadStruct() { png_destroy_read_struct(&png, &info, nullptr); }
+};
+
+unsigned Quantize(float value, unsigned max) {
+    if (!(value > 0.0f)) return 0;  // also NaN
+    if (value >= 1.0f) return max;
+    return static_cast<unsigned>(std::lround(double(value) * max));  // the product is exact
+}
+
+struct PngWriteJob {
+    const float* samples;
+    png_uint_32 width, height;
+    int channels, bitDepth;
+    png_bytep row;  // room for one row
+};
+
+// The setjmp frame for writing: trivially destructible locals only.
+bool PngWrite(png_structp png, png_infop info, std::FILE* file, const PngWriteJob& job) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_set_write_fn(png, file, PngWriteData, PngFlush);
+    png_set_IHDR(png, info, job.width, job.height, job.bitDepth,
+                 job.channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    const size_t rowSamples = size_t(job.width) * job.channels;
+    for (png_uint_32 y = 0; y < job.height; ++y) {
+        const float* in = job.samples + y * rowSamples;
+        for (size_t i = 0; i < rowSamples; ++i) {
+            if (job.bitDepth == 16) {
+                const unsigned v = Quantize(in[i], 65535);
+                job.row[2 * i] = png_byte(v >> 8);  // PNG is big-endian
+                job.row[2 * i + 1] = png_byte(v & 0xff);
+            } else {
+                job.row[i] = png_byte(Quantize(in[i], 255));
+            }
+        }
+        png_write_row(png, job.row);
+    }
+    png_write_end(png, info);
+    return true;
+}
+
+void WritePng(const fs::path& path, const Image& image, int bitDepth) {
+    const char* format = bitDepth == 16 ? "PNG16" : "PNG8";
+    CheckImage(path, format, image);
+    WriteAtomically(path, format, [&](std::FILE* file) {
+        PngError error;
+        PngWriteStruct s;
+        s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, PngOnError, PngOnWarning);
+        if (s.png != nullptr) s.info = png_create_info_struct(s.png);
+        if (s.info == nullptr) Fail("cannot initialise libpng");
+        std::vector<png_byte> row(size_t(image.width) * image.channels * (bitDepth / 8));
+        const PngWriteJob job{image.samples.data(),
+                              png_uint_32(image.width),
+                              png_uint_32(image.height),
+                              image.channels,
+                              bitDepth,
+                              row.data()};
+        if (!PngWrite(s.png, s.info, file, job)) Fail(error.message);
+    });
+}
+
+struct PngLayout {
+    png_uint_32 width = 0, height = 0;
+    int channels = 0, bitDepth = 0;
+    size_t rowBytes = 0;
+};
+
+// The setjmp frame for the header: sets up the conversion to 8- or 16-bit grey
+// or RGB without alpha and reports the resulting layout.
+bool PngReadHeader(png_structp png, png_infop info, std::FILE* file, PngLayout* layout) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_set_read_fn(png, file, PngReadData);
+    png_read_info(png, info);
+    const int colorType = png_get_color_type(png, info);
+    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
+    if (colorType == PNG_COLOR_TYPE_GRAY && png_get_bit_depth(png, info) < 8) {
+        png_set_expand_gray_1_2_4_to_8(png);
+    }
+    png_set_strip_alpha(png);  // also the alpha that expanding a palette with tRNS adds
+    png_set_interlace_handling(png);
+    png_read_update_info(png, info);
+    layout->width = png_get_image_width(png, info);
+    layout->height = png_get_image_height(png, info);
+    layout->channels = png_get_channels(png, info);
+    layout->bitDepth = png_get_bit_depth(png, info);
+    layout->rowBytes = png_get_rowbytes(png, info);
+    return true;
+}
+
+// The setjmp frame for the pixels, read into caller-owned rows.
+bool PngReadPixels(png_structp png, png_bytepp rows) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_read_image(png, rows);
+    png_read_end(png, nullptr);  // reaching IEND shows the file is whole
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// OpenEXR.
+
+// The file name as OpenEXR takes it (UTF-8 on Windows).
+std::string ExrName(const fs::path& path) {
+#ifdef _WIN32
+    const std::u8string name = path.u8string();
+    return std::string(name.begin(), name.end());
+#else
+    return path.string();
+#endif
+}
+
+std::vector<const char*> ExrChannelNames(int channels) {
+    if (channels == 1) return {"Y"};
+    return {"R", "G", "B"};
+}
+
+}  // namespace
+
+void WriteR32(const fs::path& path, const Image& image) {
+    CheckImage(path, "r32", image);
+    WriteAtomically(path, "r32", [&](std::FILE* file) {
+        constexpr size_t kChunk = size_t{1} << 16;
+        std::vector<unsigned char> bytes;
+        for (size_t start = 0; start < image.samples.size(); start += kChunk) {
+            const size_t n = std::min(kChunk, image.samples.size() - start);
+            bytes.resize(4 * n);
+            for (size_t i = 0; i < n; ++i) {  // little-endian whatever the host's order
+                const uint32_t bits = std::bit_cast<uint32_t>(image.samples[start + i]);
+                for (int b = 0; b < 4; ++b) bytes[4 * i + b] = (unsigned char)(bits >> (8 * b));
+            }
+            Put(file, bytes.data(), bytes.size());
+        }
+    });
+}
+
+void WritePng16(const fs::path& path, const Image& image) {
+    WritePng(path, image, 16);
+}
+
+void WritePng8(const fs::path& path, const Image& image) {
+    WritePng(path, image, 8);
+}
+
+void WriteExr(const fs::path& path, const Image& image) {
+    CheckImage(path, "EXR", image);
+    // OpenEXR swallows errors raised while it finishes a file in its
+    // destructor, so encode in memory and write the bytes ourselves.
+    std::string encoded;
+    try {
+        Imf::Header header(image.width, image.height);
+        header.compression() = Imf::ZIP_COMPRESSION;
+        Imf::FrameBuffer frame;
+        const size_t xStride = sizeof(float) * image.channels;
+        const size_t yStride = xStride * image.width;
+        char* base = reinterpret_cast<char*>(const_cast<float*>(image.samples.data()));
+        const std::vector<const char*> names = ExrChannelNames(image.channels);
+        for (size_t c = 0; c < names.size(); ++c) {
+            header.channels().insert(names[c], Imf::Channel(Imf::FLOAT));
+            frame.insert(names[c],
+                         Imf::Slice(Imf::FLOAT, base + c * sizeof(float), xStride, yStride));
+        }
+        Imf::StdOSStream stream;
+        {
+            Imf::OutputFile out(stream, header);
+            out.setFrameBuffer(frame);
+            out.writePixels(image.height);
+        }
+        encoded = stream.str();
+    } catch (const std::exception& e) {
+        Fail(OnFile("write", "EXR", path) + e.what());
+    }
+    WriteAtomically(path, "EXR",
+                    [&](std::FILE* file) { Put(file, encoded.data(), encoded.size()); });
+}
+
+Image ReadR32(const fs::path& path, int32_t width, int32_t height, int channels) {
+    const std::string context = OnFile("read", "r32", path);
+    if (width < 1 || height < 1) {
+        Fail(context + "invalid size " + std::to_string(width) + "x" + std::to_string(height));
+    }
+    if (channels != 1 && channels != 3) {
+        Fail(context + "unsupported channel count " + std::to_string(channels) + " (1 or 3)");
+    }
+    const uint64_t count = uint64_t(width) * uint64_t(height) * uint64_t(channels);
+    if (count > kMaxImageSamples) Fail(context + "image too large");
+
+    std::error_code ec;
+    const uintmax_t actual = fs::file_size(path, ec);
+    if (ec) Fail(context + ec.message());
+    if (actual != 4 * count) {
+        Fail(context + "size is " + std::to_string(actual) + " bytes, expected " +
+             std::to_string(4 * count) + " for " + std::to_string(width) + "x" +
+             std::to_string(height) + "x" + std::to_string(channels) + " float32 samples");
+    }
+    FilePtr file(OpenFile(path, false));
+    if (!file) Fail(context + ErrnoText(errno));
+
+    Image image{width, height, channels, std::vector<float>(count)};
+    constexpr size_t kChunk = size_t{1} << 16;
+    std::vector<unsigned char> bytes;
+    for (size_t start = 0; start < count; start += kChunk) {
+        const size_t n = std::min<size_t>(kChunk, count - start);
+        bytes.resize(4 * n);
+        if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
+            Fail(context + "file is truncated or unreadable");
+        }
+        for (size_t i = 0; i < n; ++i) {
+            uint32_t bits = 0;
+            for (int b = 0; b < 4; ++b) bits |= uint32_t(bytes[4 * i + b]) << (8 * b);
+            image.samples[start + i] = std::bit_cast<float>(bits);
+        }
+    }
+    return image;
+}
+
+Image ReadPng(const fs::path& path) {
+    const std::string context = OnFile("read", "PNG", path);
+    FilePtr file(OpenFile(path, false));
+    if (!file) Fail(context + ErrnoText(errno));
+
+    PngError error;
+    PngReadStruct s;
+    s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &error, PngOnError, PngOnWarning);
+    if (s.png != nullptr) s.info = png_create_info_struct(s.png);
+    if (s.info == nullptr) Fail(context + "cannot initialise libpng");
+
+    PngLayout layout;
+    if (!PngReadHeader(s.png, s.info, file.get(), &layout)) Fail(context + error.message);
+    const uint64_t count = uint64_t(layout.width) * layout.height * layout.channels;
+    if (layout.width < 1 || layout.height < 1 || count > kMaxImageSamples) {
+        Fail(context + "image too large (" + std::to_string(layout.width) + "x" +
+             std::to_string(layout.height) + ")");
+    }
+    if ((layout.channels != 1 && layout.channels != 3) ||
+        (layout.bitDepth != 8 && layout.bitDepth != 16) ||
+        layout.rowBytes != size_t(layout.width) * layout.channels * (layout.bitDepth / 8)) {
+        Fail(context + "unsupported pixel layout");
+    }
+
+    std::vector<png_byte> pixels(layout.rowBytes * layout.height);
+    std::vector<png_bytep> rows(layout.height);
+    for (size_t y = 0; y < rows.size(); ++y) rows[y] = pixels.data() + y * layout.rowBytes;
+    if (!PngReadPixels(s.png, rows.data())) Fail(context + error.message);
+
+    Image image{int32_t(layout.width), int32_t(layout.height), layout.channels,
+                std::vector<float>(count)};
+    for (size_t i = 0; i < count; ++i) {
+        image.samples[i] =
+            layout.bitDepth == 16
+                ? float((unsigned(pixels[2 * i]) << 8) | pixels[2 * i + 1]) / 65535.0f
+                : float(pixels[i]) / 255.0f;
+    }
+    return image;
+}
+
+Image ReadExr(const fs::path& path) {
+    try {
+        Imf::InputFile file(ExrName(path).c_str());
+        const Imf::Header& header = file.header();
+        const Imath::Box2i window = header.dataWindow();
+        const int64_t width = int64_t(window.max.x) - window.min.x + 1;
+        const int64_t height = int64_t(window.max.y) - window.min.y + 1;
+        if (width < 1 || height < 1) Fail("empty data window");
+
+        const Imf::ChannelList& list = header.channels();
+        const bool rgb = list.findChannel("R") && list.findChannel("G") && list.findChannel("B");
+        if (!rgb && !list.findChannel("Y")) Fail("has neither a Y channel nor R, G and B channels");
+        const int channels = rgb ? 3 : 1;
+        const std::vector<const char*> names = ExrChannelNames(channels);
+        for (const char* name : names) {
+            const Imf::Channel* channel = list.findChannel(name);
+            if (channel->xSampling != 1 || channel->ySampling != 1) {
+                Fail(std::string("channel ") + name + " is subsampled");
+            }
+        }
+        if (uint64_t(width) * uint64_t(height) * channels > kMaxImageSamples) {
+            Fail("image too large (" + std::to_string(width) + "x" + std::to_string(height) + ")");
+        }
+
+        Image image{int32_t(width), int32_t(height), channels,
+                    std::vector<float>(size_t(width * height * channels))};
+        Imf::FrameBuffer frame;
+        const size_t xStride = sizeof(float) * channels;
+        const size_t yStride = xStride * size_t(width);
+        char* base = reinterpret_cast<char*>(image.samples.data());
+        for (size_t c = 0; c < names.size(); ++c) {
+            frame.insert(names[c], Imf::Slice::Make(Imf::FLOAT, base + c * sizeof(float), window,
+                                                    xStride, yStride));
+        }
+        file.setFrameBuffer(frame);
+        file.readPixels(window.min.y, window.max.y);
+        return image;
+    } catch (const std::exception& e) {
+        Fail(OnFile("read", "EXR", path) + e.what());
+    }
+}
+
+Image ReadImage(const fs::path& path, int wantChannels) {
+    if (wantChannels != 0 && wantChannels != 1 && wantChannels != 3) {
+        Fail("cannot read " + Quote(path) + ": invalid channel count " +
+             std::to_string(wantChannels) + " requested (0, 1 or 3)");
+    }
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    Image image;
+    if (extension == ".png") {
+        image = ReadPng(path);
+    } else if (extension == ".exr") {
+        image = ReadExr(path);
+    } else if (extension == ".r32") {
+        Fail("cannot read " + Quote(path) + ": an r32 file holds no size; use ReadR32");
+    } else {
+        Fail("cannot read " + Quote(path) + ": unknown image type '" + extension +
+             "' (.png or .exr)");
+    }
+    if (wantChannels == 0 || wantChannels == image.channels) return image;
+    return ConvertChannels(image, wantChannels);
+}
+
+Image ConvertChannels(const Image& image, int channels) {
+    if (channels != 1 && channels != 3) {
+        Fail("ConvertChannels: invalid channel count " + std::to_string(channels) + " (1 or 3)");
+    }
+    const size_t pixels = size_t(std::max(image.width, 0)) * size_t(std::max(image.height, 0));
+    if ((image.channels != 1 && image.channels != 3) ||
+        image.samples.size() != pixels * image.channels) {
+        Fail("ConvertChannels: the image's samples do not match its size and channels");
+    }
+    if (image.channels == channels) return image;
+
+    Image out{image.width, image.height, channels, std::vector<float>(pixels * channels)};
+    const float* in = image.samples.data();
+    for (size_t p = 0; p < pixels; ++p) {
+        if (channels == 3) {
+            out.samples[3 * p] = out.samples[3 * p + 1] = out.samples[3 * p + 2] = in[p];
+        } else {
+            out.samples[p] =
+                float(0.299 * in[3 * p] + 0.587 * in[3 * p + 1] + 0.114 * in[3 * p + 2]);
+        }
+    }
+    return out;
+}
+
+}  // namespace basekit::host

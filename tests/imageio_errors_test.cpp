@@ -1,0 +1,249 @@
+// Failures: writes that fail leave nothing behind and keep the previous file;
+// missing, truncated, corrupt and wrong-size files give runtime_error.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "imageio_test_support.h"
+
+namespace basekit::host::testing {
+namespace {
+
+using Writer = void (*)(const fs::path&, const Image&);
+
+struct WriterCase {
+    const char* name;
+    Writer write;
+    const char* extension;
+};
+
+const WriterCase kWriters[] = {{"R32", WriteR32, ".r32"},
+                               {"Png16", WritePng16, ".png"},
+                               {"Png8", WritePng8, ".png"},
+                               {"Exr", WriteExr, ".exr"}};
+
+// Runs f, which must throw std::runtime_error; returns its message.
+std::string ErrorOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    } catch (...) {
+        ADD_FAILURE() << "threw something other than std::runtime_error";
+        return {};
+    }
+    ADD_FAILURE() << "did not throw";
+    return {};
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+float Smooth(size_t i) {
+    return 0.5f + 0.4f * std::sin(float(i));
+}
+
+class WriteFailure : public ::testing::TestWithParam<WriterCase> {};
+
+TEST_P(WriteFailure, BadImageKeepsPreviousFile) {
+    const WriterCase& w = GetParam();
+    TempDir dir;
+    const fs::path path = dir / (std::string("good") + w.extension);
+    w.write(path, MakeImage(4, 3, 3, Smooth));
+    const std::string good = ReadBytes(path);
+
+    Image tooFew = MakeImage(4, 3, 3, Smooth);
+    tooFew.samples.pop_back();
+    Image tooMany = MakeImage(4, 3, 1, Smooth);
+    tooMany.samples.push_back(0.0f);
+    const Image bad[] = {tooFew,
+                         tooMany,
+                         Image{4, 3, 2, std::vector<float>(24)},
+                         Image{0, 3, 1, {}},
+                         Image{-1, -1, 1, {1.0f}},
+                         Image{65536, 65536, 1, {}}};  // too large
+    for (const Image& image : bad) {
+        const std::string message = ErrorOf([&] { w.write(path, image); });
+        EXPECT_TRUE(Contains(message, path.string())) << message;
+        EXPECT_EQ(ReadBytes(path), good) << "previous file changed";
+        EXPECT_EQ(dir.List(), std::vector<std::string>{path.filename().string()});
+    }
+}
+
+TEST_P(WriteFailure, MissingFolderLeavesNothing) {
+    const WriterCase& w = GetParam();
+    TempDir dir;
+    const fs::path path = dir / "missing" / (std::string("out") + w.extension);
+    const std::string message = ErrorOf([&] { w.write(path, MakeImage(2, 2, 1, Smooth)); });
+    EXPECT_TRUE(Contains(message, path.string())) << message;
+    EXPECT_TRUE(dir.List().empty());
+}
+
+TEST_P(WriteFailure, FailedRenameRemovesTemporary) {
+    const WriterCase& w = GetParam();
+    TempDir dir;
+    // The target is a folder that is not empty, so no file can be renamed over it.
+    const fs::path path = dir / (std::string("target") + w.extension);
+    fs::create_directory(path);
+    WriteBytes(path / "keep", "x");
+    const std::string message = ErrorOf([&] { w.write(path, MakeImage(2, 2, 3, Smooth)); });
+    EXPECT_TRUE(Contains(message, path.string())) << message;
+    EXPECT_EQ(dir.List(), std::vector<std::string>{path.filename().string()});
+    EXPECT_EQ(ReadBytes(path / "keep"), "x");
+}
+
+INSTANTIATE_TEST_SUITE_P(AllWriters, WriteFailure, ::testing::ValuesIn(kWriters),
+                         [](const ::testing::TestParamInfo<WriterCase>& info) {
+                             return std::string(info.param.name);
+                         });
+
+TEST(ReadFailure, MissingFileNamesThePath) {
+    TempDir dir;
+    for (const char* name : {"none.r32", "none.png", "none.exr"}) {
+        const fs::path path = dir / name;
+        const std::vector<std::function<void()>> reads = {
+            [&] { ReadR32(path, 2, 2, 1); }, [&] { ReadPng(path); }, [&] { ReadExr(path); },
+            [&] { ReadImage(path, 1); }};
+        for (const auto& read : reads) {
+            const std::string message = ErrorOf(read);
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+        }
+    }
+}
+
+TEST(ReadFailure, R32WrongSizeNamesExpectedAndActual) {
+    TempDir dir;
+    const fs::path path = dir / "h.r32";
+    WriteR32(path, MakeImage(3, 2, 1, Smooth));  // 24 bytes
+    EXPECT_EQ(ReadR32(path, 3, 2, 1).samples.size(), 6u);
+    EXPECT_EQ(ReadR32(path, 2, 1, 3).samples.size(), 6u);  // same size, other shape
+
+    for (const auto& [w, h, c] : {std::tuple{3, 3, 1}, {2, 2, 1}, {3, 2, 3}, {1, 1, 1}}) {
+        const std::string message = ErrorOf([&] { ReadR32(path, w, h, c); });
+        EXPECT_TRUE(Contains(message, path.string())) << message;
+        EXPECT_TRUE(Contains(message, "24 bytes")) << message;
+        EXPECT_TRUE(Contains(message, std::to_string(w * h * c * 4))) << message;
+    }
+    const std::string bytes = ReadBytes(path);
+    for (const std::string& changed : {bytes.substr(0, 23), bytes + "x", std::string()}) {
+        WriteBytes(path, changed);
+        const std::string message = ErrorOf([&] { ReadR32(path, 3, 2, 1); });
+        EXPECT_TRUE(Contains(message, std::to_string(changed.size()) + " bytes")) << message;
+    }
+}
+
+TEST(ReadFailure, R32InvalidArguments) {
+    TempDir dir;
+    const fs::path path = dir / "h.r32";
+    WriteR32(path, MakeImage(1, 1, 1, Smooth));
+    ErrorOf([&] { ReadR32(path, 0, 1, 1); });
+    ErrorOf([&] { ReadR32(path, 1, -1, 1); });
+    ErrorOf([&] { ReadR32(path, 1, 1, 2); });
+    ErrorOf([&] { ReadR32(path, 65536, 65536, 1); });  // refused before any allocation
+}
+
+// Every prefix of a good file, and the file with any one byte changed, must
+// give runtime_error (or, where the change is harmless, a sane image), never
+// a crash.
+void CheckDamaged(const fs::path& path, const std::string& good, const std::function<Image()>& read,
+                  bool everyFlipFails) {
+    for (size_t n = 0; n < good.size(); ++n) {
+        WriteBytes(path, good.substr(0, n));
+        const std::string message = ErrorOf([&] { read(); });
+        ASSERT_TRUE(Contains(message, path.string())) << "prefix " << n << ": " << message;
+    }
+    for (size_t i = 0; i < good.size(); ++i) {
+        std::string damaged = good;
+        damaged[i] = char(damaged[i] ^ 0x5a);
+        WriteBytes(path, damaged);
+        try {
+            const Image image = read();
+            ASSERT_FALSE(everyFlipFails) << "byte " << i << " changed but the file was read";
+            ASSERT_EQ(image.samples.size(),
+                      size_t(image.width) * image.height * size_t(image.channels));
+        } catch (const std::runtime_error&) {
+        }
+    }
+}
+
+TEST(ReadFailure, TruncatedOrCorruptPng) {
+    TempDir dir;
+    const fs::path path = dir / "p.png";
+    for (const Writer write : {WritePng16, WritePng8}) {
+        for (const int channels : {1, 3}) {
+            write(path, MakeImage(5, 4, channels, Smooth));
+            // Every byte of a PNG is covered by a CRC or checked otherwise.
+            CheckDamaged(
+                path, ReadBytes(path), [&] { return ReadPng(path); }, true);
+        }
+    }
+    WriteBytes(path, "not a PNG at all, just some text");
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadPng(path); }), path.string()));
+}
+
+TEST(ReadFailure, TruncatedOrCorruptExr) {
+    TempDir dir;
+    const fs::path path = dir / "e.exr";
+    for (const int channels : {1, 3}) {
+        WriteExr(path, MakeImage(6, 5, channels, Smooth));
+        CheckDamaged(
+            path, ReadBytes(path), [&] { return ReadExr(path); }, false);
+    }
+    WriteBytes(path, std::string("v/1\x01", 4) + std::string(100, '\xff'));
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadExr(path); }), path.string()));
+}
+
+std::string PngChunk(const std::string& type, const std::string& data) {
+    auto bigEndian = [](uint32_t v) {
+        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    };
+    uint32_t crc = 0xffffffffu;  // CRC-32 of type and data
+    for (const char c : type + data) {
+        crc ^= uint8_t(c);
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+    }
+    return bigEndian(uint32_t(data.size())) + type + data + bigEndian(crc ^ 0xffffffffu);
+}
+
+// A PNG header claiming a huge image is refused before the pixels are
+// allocated.
+TEST(ReadFailure, PngHugeDimensionsRefused) {
+    // 100000 x 100000 16-bit RGB: 3e10 samples.
+    const std::string header("\x00\x01\x86\xa0\x00\x01\x86\xa0\x10\x02\x00\x00\x00", 13);
+    const std::string png = "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", "") +
+                            PngChunk("IEND", "");
+    TempDir dir;
+    const fs::path path = dir / "huge.png";
+    WriteBytes(path, png);
+    const std::string message = ErrorOf([&] { ReadPng(path); });
+    EXPECT_TRUE(Contains(message, "too large")) << message;
+}
+
+TEST(ReadFailure, ReadImageRefusesUnknownTypesAndR32) {
+    TempDir dir;
+    const fs::path r32 = dir / "h.r32", tif = dir / "h.tif";
+    WriteR32(r32, MakeImage(1, 1, 1, Smooth));
+    WriteBytes(tif, "x");
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(r32); }), "ReadR32"));
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(tif); }), tif.string()));
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(dir / "noextension"); }), "unknown"));
+    WritePng8(dir / "p.png", MakeImage(1, 1, 1, Smooth));
+    ErrorOf([&] { ReadImage(dir / "p.png", 2); });
+}
+
+TEST(ReadFailure, WrongContentForExtension) {
+    TempDir dir;
+    WriteExr(dir / "e.exr", MakeImage(2, 2, 1, Smooth));
+    fs::copy_file(dir / "e.exr", dir / "e.png");
+    WritePng16(dir / "p.png", MakeImage(2, 2, 1, Smooth));
+    fs::copy_file(dir / "p.png", dir / "p.exr");
+    ErrorOf([&] { ReadImage(dir / "e.png"); });
+    ErrorOf([&] { ReadImage(dir / "p.exr"); });
+}
+
+}  // namespace
+}  // namespace basekit::host::testing

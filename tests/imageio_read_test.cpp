@@ -1,0 +1,293 @@
+// Reading files written by other programs: every PNG colour type and depth,
+// interlaced PNG, half-float and offset-window EXR. The PNGs are built here
+// byte by byte so that their contents are known exactly.
+#include <Imath/half.h>
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfOutputFile.h>
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <string>
+#include <vector>
+
+#include "imageio_test_support.h"
+
+namespace basekit::host::testing {
+namespace {
+
+std::string BigEndian32(uint32_t v) {
+    return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+
+std::string Chunk(const std::string& type, const std::string& data) {
+    const std::string body = type + data;
+    const uint32_t crc = uint32_t(crc32(
+        crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(body.data()), uInt(body.size())));
+    return BigEndian32(uint32_t(data.size())) + body + BigEndian32(crc);
+}
+
+int SamplesPerPixel(int colourType) {
+    switch (colourType) {
+        case 0:
+            return 1;  // grey
+        case 2:
+            return 3;  // RGB
+        case 3:
+            return 1;  // palette
+        case 4:
+            return 2;  // grey + alpha
+        case 6:
+            return 4;  // RGBA
+    }
+    return 0;
+}
+
+struct PngSpec {
+    int width, height, bitDepth, colourType;
+    std::vector<unsigned> samples;  // row-major, SamplesPerPixel per pixel, as stored
+    std::string palette = {}, transparency = {};
+    bool interlaced = false;
+};
+
+// One scanline (filter byte 0 and the packed samples) of the given pixels.
+std::string Scanline(const PngSpec& spec, const std::vector<size_t>& pixels) {
+    const int spp = SamplesPerPixel(spec.colourType);
+    std::string line(1, '\0');
+    unsigned bits = 0, used = 0;
+    for (size_t p : pixels) {
+        for (int s = 0; s < spp; ++s) {
+            const unsigned v = spec.samples[p * spp + s];
+            if (spec.bitDepth == 16) {
+                line += char(v >> 8);
+                line += char(v & 0xff);
+            } else if (spec.bitDepth == 8) {
+                line += char(v);
+            } else {
+                bits = (bits << spec.bitDepth) | v;
+                used += spec.bitDepth;
+                if (used == 8) {
+                    line += char(bits);
+                    bits = used = 0;
+                }
+            }
+        }
+    }
+    if (used != 0) line += char(bits << (8 - used));
+    return line;
+}
+
+// A complete PNG file for `spec`, interlaced with Adam7 if asked.
+std::string MakePng(const PngSpec& spec) {
+    std::string raw;
+    const int passes[7][4] = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
+                              {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
+    const int whole[4] = {0, 0, 1, 1};
+    const int passCount = spec.interlaced ? 7 : 1;
+    for (int pass = 0; pass < passCount; ++pass) {
+        const int* p = spec.interlaced ? passes[pass] : whole;
+        for (int y = p[1]; y < spec.height; y += p[3]) {
+            std::vector<size_t> pixels;
+            for (int x = p[0]; x < spec.width; x += p[2])
+                pixels.push_back(size_t(y) * spec.width + x);
+            if (!pixels.empty()) raw += Scanline(spec, pixels);
+        }
+    }
+    std::string packed(compressBound(uLong(raw.size())), '\0');
+    uLongf packedSize = uLongf(packed.size());
+    EXPECT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
+                       reinterpret_cast<const Bytef*>(raw.data()), uLong(raw.size())),
+              Z_OK);
+    packed.resize(packedSize);
+
+    std::string header = BigEndian32(uint32_t(spec.width)) + BigEndian32(uint32_t(spec.height));
+    header += char(spec.bitDepth);
+    header += char(spec.colourType);
+    header += std::string(2, '\0');  // deflate, adaptive filtering
+    header += char(spec.interlaced ? 1 : 0);
+    std::string file = "\x89PNG\r\n\x1a\n" + Chunk("IHDR", header);
+    if (!spec.palette.empty()) file += Chunk("PLTE", spec.palette);
+    if (!spec.transparency.empty()) file += Chunk("tRNS", spec.transparency);
+    return file + Chunk("IDAT", packed) + Chunk("IEND", "");
+}
+
+struct PngCase {
+    const char* name;
+    PngSpec spec;
+    int channels;
+    std::vector<float> expected;
+};
+
+float V8(unsigned v) {
+    return float(v) / 255.0f;
+}
+float V16(unsigned v) {
+    return float(v) / 65535.0f;
+}
+
+std::vector<PngCase> PngCases() {
+    const std::string palette("\x00\x00\x00\xff\x80\x01\x10\x20\x30", 9);  // 3 RGB entries
+    return {
+        {"Grey8", {3, 1, 8, 0, {0, 128, 255}}, 1, {0.0f, V8(128), 1.0f}},
+        {"Grey16", {2, 2, 16, 0, {0, 1, 32768, 65535}}, 1, {0.0f, V16(1), V16(32768), 1.0f}},
+        {"Grey1",
+         {9, 1, 1, 0, {1, 0, 1, 1, 0, 0, 0, 0, 1}},
+         1,
+         {1.0f, 0.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f}},
+        {"Grey2", {4, 1, 2, 0, {0, 1, 2, 3}}, 1, {0.0f, V8(85), V8(170), 1.0f}},
+        {"Grey4", {3, 1, 4, 0, {0, 7, 15}}, 1, {0.0f, V8(7 * 17), 1.0f}},
+        {"GreyTransparency8",
+         {2, 1, 8, 0, {10, 20}, "", std::string("\x00\x0a", 2)},
+         1,
+         {V8(10), V8(20)}},
+        {"GreyAlpha8", {2, 1, 8, 4, {10, 0, 20, 255}}, 1, {V8(10), V8(20)}},
+        {"GreyAlpha16", {1, 2, 16, 4, {1000, 0, 65535, 7}}, 1, {V16(1000), 1.0f}},
+        {"Rgb8",
+         {2, 1, 8, 2, {1, 2, 3, 253, 254, 255}},
+         3,
+         {V8(1), V8(2), V8(3), V8(253), V8(254), 1.0f}},
+        {"Rgb16", {1, 1, 16, 2, {0, 32768, 65535}}, 3, {0.0f, V16(32768), 1.0f}},
+        {"Rgba8",
+         {1, 2, 8, 6, {1, 2, 3, 0, 4, 5, 6, 128}},
+         3,
+         {V8(1), V8(2), V8(3), V8(4), V8(5), V8(6)}},
+        {"Rgba16", {1, 1, 16, 6, {100, 200, 300, 0}}, 3, {V16(100), V16(200), V16(300)}},
+        {"Palette8",
+         {3, 1, 8, 3, {2, 0, 1}, palette},
+         3,
+         {V8(0x10), V8(0x20), V8(0x30), 0.0f, 0.0f, 0.0f, 1.0f, V8(0x80), V8(1)}},
+        {"Palette2Transparency",
+         {3, 1, 2, 3, {1, 2, 0}, palette, std::string("\x00\x80", 2)},
+         3,
+         {1.0f, V8(0x80), V8(1), V8(0x10), V8(0x20), V8(0x30), 0.0f, 0.0f, 0.0f}},
+        {"Grey2Transparency",
+         {2, 1, 2, 0, {3, 1}, "", std::string("\x00\x01", 2)},
+         1,
+         {1.0f, V8(85)}},
+        {"Rgb8Transparency",
+         {1, 1, 8, 2, {7, 8, 9}, "", std::string("\x00\x07\x00\x08\x00\x09", 6)},
+         3,
+         {V8(7), V8(8), V8(9)}},
+        {"Interlaced8Rgb",
+         {5, 3, 8, 2, {}, "", "", true},
+         3,
+         {}},  // samples and expectations filled below
+        {"Interlaced16Grey", {9, 10, 16, 0, {}, "", "", true}, 1, {}},
+    };
+}
+
+class PngVariants : public ::testing::TestWithParam<PngCase> {};
+
+TEST_P(PngVariants, ReadsExactValues) {
+    PngCase c = GetParam();
+    if (c.expected.empty()) {  // a pattern over the whole image
+        const size_t n = size_t(c.spec.width) * c.spec.height * SamplesPerPixel(c.spec.colourType);
+        const unsigned max = c.spec.bitDepth == 16 ? 65535 : 255;
+        for (size_t i = 0; i < n; ++i) {
+            const unsigned v = unsigned(i * 7919 % (max + 1));
+            c.spec.samples.push_back(v);
+            c.expected.push_back(float(v) / float(max));
+        }
+    }
+    TempDir dir;
+    const fs::path path = dir / "in.png";
+    WriteBytes(path, MakePng(c.spec));
+    const Image image = ReadPng(path);
+    EXPECT_EQ(image.width, c.spec.width);
+    EXPECT_EQ(image.height, c.spec.height);
+    EXPECT_EQ(image.channels, c.channels);
+    EXPECT_EQ(image.samples, c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllColourTypes, PngVariants, ::testing::ValuesIn(PngCases()),
+                         [](const ::testing::TestParamInfo<PngCase>& info) {
+                             return std::string(info.param.name);
+                         });
+
+// An EXR written directly with OpenEXR: half or float channels, any window.
+void WriteExrDirect(const fs::path& path, const Imath::Box2i& window,
+                    const std::vector<std::string>& names, Imf::PixelType type,
+                    std::vector<float> values) {
+    const int width = window.max.x - window.min.x + 1;
+    Imf::Header header(Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(31, 31)), window);
+    Imf::FrameBuffer frame;
+    std::vector<half> halves(values.begin(), values.end());
+    const size_t channels = names.size();
+    const size_t size = type == Imf::HALF ? sizeof(half) : sizeof(float);
+    char* base = type == Imf::HALF ? reinterpret_cast<char*>(halves.data())
+                                   : reinterpret_cast<char*>(values.data());
+    for (size_t c = 0; c < channels; ++c) {
+        header.channels().insert(names[c], Imf::Channel(type));
+        frame.insert(names[c], Imf::Slice::Make(type, base + c * size, window, size * channels,
+                                                size * channels * width));
+    }
+    Imf::OutputFile out(path.c_str(), header);
+    out.setFrameBuffer(frame);
+    out.writePixels(window.max.y - window.min.y + 1);
+}
+
+TEST(ExrRead, HalfRgbaGivesRgb) {
+    TempDir dir;
+    const fs::path path = dir / "h.exr";
+    const Imath::Box2i window(Imath::V2i(0, 0), Imath::V2i(1, 0));
+    WriteExrDirect(path, window, {"R", "G", "B", "A"}, Imf::HALF,
+                   {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f});
+    const Image image = ReadExr(path);
+    EXPECT_EQ(image.width, 2);
+    EXPECT_EQ(image.height, 1);
+    EXPECT_EQ(image.channels, 3);
+    EXPECT_EQ(image.samples, (std::vector<float>{0.5f, 1.0f, 2.0f, -0.25f, 0.125f, 65504.0f}));
+}
+
+TEST(ExrRead, HalfLuminanceGivesGrey) {
+    TempDir dir;
+    const fs::path path = dir / "y.exr";
+    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 2)), {"Y"}, Imf::HALF,
+                   {0.5f, 0.75f, -8.0f});
+    const Image image = ReadExr(path);
+    EXPECT_EQ(image.channels, 1);
+    EXPECT_EQ(image.width, 1);
+    EXPECT_EQ(image.height, 3);
+    EXPECT_EQ(image.samples, (std::vector<float>{0.5f, 0.75f, -8.0f}));
+}
+
+TEST(ExrRead, DataWindowAwayFromOrigin) {
+    TempDir dir;
+    const fs::path path = dir / "w.exr";
+    const Imath::Box2i window(Imath::V2i(5, -3), Imath::V2i(7, -2));  // 3x2
+    WriteExrDirect(path, window, {"Y"}, Imf::FLOAT, {1, 2, 3, 4, 5, 6});
+    const Image image = ReadExr(path);
+    EXPECT_EQ(image.width, 3);
+    EXPECT_EQ(image.height, 2);
+    EXPECT_EQ(image.samples, (std::vector<float>{1, 2, 3, 4, 5, 6}));
+}
+
+TEST(ExrRead, RgbWinsOverYAndOtherChannelsAreIgnored) {
+    TempDir dir;
+    const fs::path path = dir / "m.exr";
+    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 0)),
+                   {"R", "G", "B", "Y", "Z"}, Imf::FLOAT, {1, 2, 3, 4, 5});
+    const Image image = ReadExr(path);
+    EXPECT_EQ(image.channels, 3);
+    EXPECT_EQ(image.samples, (std::vector<float>{1, 2, 3}));
+}
+
+TEST(ExrRead, NeitherYNorRgbIsAnError) {
+    TempDir dir;
+    const fs::path path = dir / "z.exr";
+    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 0)), {"R", "Z"}, Imf::FLOAT,
+                   {1, 2});
+    try {
+        ReadExr(path);
+        FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("neither a Y channel nor R, G and B"),
+                  std::string::npos)
+            << e.what();
+        EXPECT_NE(std::string(e.what()).find(path.string()), std::string::npos) << e.what();
+    }
+}
+
+}  // namespace
+}  // namespace basekit::host::testing
