@@ -222,7 +222,7 @@ void WriteExrDirect(const fs::path& path, const Imath::Box2i& window,
         frame.insert(names[c], Imf::Slice::Make(type, base + c * size, window, size * channels,
                                                 size * channels * width));
     }
-    Imf::OutputFile out(path.c_str(), header);
+    Imf::OutputFile out(path.string().c_str(), header);
     out.setFrameBuffer(frame);
     out.writePixels(window.max.y - window.min.y + 1);
 }

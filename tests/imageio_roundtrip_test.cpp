@@ -245,7 +245,7 @@ TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
     for (const int channels : {1, 3}) {
         const fs::path path = dir / "c.exr";
         WriteExr(path, MakeImage(5, 4, channels, FloatSample));
-        Imf::InputFile file(path.c_str());
+        Imf::InputFile file(path.string().c_str());
         const Imf::Header& header = file.header();
         EXPECT_EQ(header.compression(), Imf::ZIP_COMPRESSION);
         EXPECT_EQ(header.dataWindow().min.x, 0);
