@@ -2,13 +2,15 @@
 // include and one row.
 #include "plugin/Catalogue.h"
 
+#include "devices/generators/CircularGrad.h"
 #include "devices/generators/ConstantHeight.h"
+#include "devices/generators/GradGen.h"
 
 namespace basekit {
 
 const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  0 ConstantHeight  */ {&CreateDevice<ConstantHeight>, 1, 4, 0},
-    /*  1 GradGen         */ {nullptr, 1, 4, 0},
+    /*  1 GradGen         */ {&CreateDevice<GradGen>, 1, 4, 0},
     /*  2 Inverter        */ {nullptr, 4, 12, 0},
     /*  3 TrueCombiner    */ {nullptr, 3, 4, 1},
     /*  4 Displacement    */ {nullptr, 4, 4, 0},
@@ -20,7 +22,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 10 AddNoise        */ {nullptr, 4, 4, 0},
     /* 11 ProbScatter     */ {nullptr, 4, 4, 0},
     /* 12 BiasGain        */ {nullptr, 4, 12, 0},
-    /* 13 CircularGrad    */ {nullptr, 1, 4, 0},
+    /* 13 CircularGrad    */ {&CreateDevice<CircularGrad>, 1, 4, 0},
     /* 14 Switch          */ {nullptr, 7, 0, 0},
     /* 15 Flipper         */ {nullptr, 4, 4, 0},
     /* 16 Equals          */ {nullptr, 17, 3, 0},

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "framework/Device.h"
+
+namespace basekit {
+
+// A bump of one of five shapes centred on the device's anchor.
+class CircularGrad : public Generator {
+public:
+    CircularGrad();
+    const char* GetTypeName() override { return "Radial Grad"; }
+    const char* GetDescription() override { return "Creates a radial gradient"; }
+    bool Build(const BuildContext& context) override;
+    bool Save(std::ostream& out) override;
+    bool Load(std::istream& in) override;
+};
+
+// Choices of "Type".
+enum RadialShape : int32_t {
+    kRadialSpherical = 0,
+    kRadialGaussian = 1,
+    kRadialDiamond = 2,
+    kRadialSquare = 3,
+    kRadialCone = 4,
+};
+
+// Everything a radial fill needs: the grid, the world position of every
+// column and row, the anchor, the "Radius" setting (a diameter) and the shape.
+struct RadialSetup {
+    int32_t width = 0;
+    int32_t height = 0;
+    const double* columnX = nullptr;  // width entries
+    const double* rowY = nullptr;     // height entries
+    float anchorX = 0.5f, anchorY = 0.5f;
+    float radius = 1.0f;
+    int32_t shape = kRadialGaussian;
+};
+
+// Writes the shape into width * height samples in rows, visiting them column
+// by column, then clamps every sample into 0..1. A Gaussian of radius below
+// 1e-8 writes nothing. `percentDone(p)` is called as each hundredth of the
+// samples is visited and with 100 at the end.
+void FillRadial(const RadialSetup& setup, float* out,
+                const std::function<void(int32_t)>& percentDone = {});
+
+}  // namespace basekit
