@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+#include <string>
+
+#include "LeanHost.h"
+
+namespace {
+
+using namespace Orogen;
+
+class PacketTest : public ::testing::Test {
+protected:
+    lean::Host host;
+    lean::Installed installed{host};
+};
+
+TEST_F(PacketTest, ClampHeights) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
+        float in, out;
+    } cases[] = {{nan, 1.0f}, {-0.5f, 0.0f}, {0.0f, 0.0f}, {1.0f, 1.0f}, {0.3f, 0.3f},
+                 {1.5f, 1.0f}, {inf, 1.0f},  {-inf, 0.0f}, {-0.0f, -0.0f}};
+    PacketRef field = NewHeightField(Grid{static_cast<int32_t>(std::size(cases)), 1});
+    for (size_t i = 0; i < std::size(cases); ++i) field->samples[i] = cases[i].in;
+    ClampHeights(field.get());
+    for (size_t i = 0; i < std::size(cases); ++i)
+        EXPECT_EQ(field->samples[i], cases[i].out) << "case " << i;
+}
+
+TEST_F(PacketTest, EmptyFieldsTouchNothing) {
+    for (Grid grid : {Grid{0, 5}, Grid{5, 0}, Grid{0, 0}}) {
+        PacketRef field = NewHeightField(grid);
+        EXPECT_EQ(field->PointCount(), 0u);
+        ClampHeights(field.get());
+        PacketRef copy;
+        field->Duplicate(copy);
+        EXPECT_EQ(copy->PointCount(), 0u);
+    }
+    ClampHeights(nullptr);
+}
+
+TEST_F(PacketTest, NamesAreCutAt31) {
+    PacketRef field = NewHeightField(Grid{1, 1});
+    SetPacketName(*field, "0123456789012345678901234567890123456789");
+    EXPECT_EQ(std::string(field->name), "0123456789012345678901234567890");
+    EXPECT_EQ(field->name[31], '\0');
+}
+
+TEST_F(PacketTest, LastReferenceReleasesOnce) {
+    {
+        PacketRef a = NewHeightField(Grid{2, 2});
+        PacketRef b = a;
+        EXPECT_EQ(a->refCount.load(), 2u);
+        a.Release();
+        EXPECT_EQ(host.livePackets.load(), 1);
+        b = b;  // self-assignment keeps it
+        EXPECT_EQ(host.livePackets.load(), 1);
+    }
+    EXPECT_EQ(host.livePackets.load(), 0);
+}
+
+TEST_F(PacketTest, DestroyedCountIsNotReleasedAgain) {
+    PacketRef a = NewHeightField(Grid{1, 1});
+    QXPacket* raw = a.get();
+    // A packet already marked destroyed: a release must not free it again.
+    raw->refCount.store(kDestroyedCount);
+    a.Release();
+    EXPECT_EQ(host.livePackets.load(), 1);
+    raw->refCount.store(1);
+    PacketRef again(raw);
+    raw->refCount.store(1);
+    again.Release();
+    EXPECT_EQ(host.livePackets.load(), 0);
+}
+
+TEST_F(PacketTest, PageInReadsAndRemovesTheSwapFile) {
+    host.swapDirectory = ::testing::TempDir();
+    PacketRef field = NewHeightField(Grid{3, 1});
+    const float values[3] = {0.1f, 0.2f, 0.3f};
+    std::string name = "pagein_ok.swp";
+    {
+        std::ofstream out(host.swapDirectory + name, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(values), sizeof values);
+    }
+    std::snprintf(field->swapFileName, sizeof field->swapFileName, "%s", name.c_str());
+    field->pagedOut = 1;
+    EXPECT_FALSE(SetPagingHint(*field, false));
+    EXPECT_EQ(field->pagedOut, 0);
+    EXPECT_EQ(field->samples[2], 0.3f);
+    EXPECT_FALSE(std::ifstream(host.swapDirectory + name).good());
+}
+
+TEST_F(PacketTest, FailedPageInStaysPagedOutAndReports) {
+    host.swapDirectory = ::testing::TempDir();
+    PacketRef field = NewHeightField(Grid{3, 1});
+    std::snprintf(field->swapFileName, sizeof field->swapFileName, "%s", "missing.swp");
+    field->pagedOut = 1;
+    try {
+        field->PageIn();
+        FAIL() << "no exception";
+    } catch (const FileAccessException& e) {
+        EXPECT_STREQ(e.what(), "The filename specified could not be accessed.");
+        EXPECT_EQ(e.path, host.swapDirectory + "missing.swp");
+    }
+    EXPECT_EQ(field->pagedOut, 1);
+    EXPECT_EQ(field->samples, nullptr);
+    ASSERT_EQ(host.log.size(), 1u);
+    EXPECT_EQ(host.log[0],
+              "QXPacket::PageIn()   caught QXException "
+              "The filename specified could not be accessed.");
+}
+
+TEST_F(PacketTest, VisitorChecksItsPackets) {
+    try {
+        PacketVisitor visitor(nullptr);
+        FAIL();
+    } catch (const QXException& e) {
+        EXPECT_STREQ(e.what(), "Instantiated with empty packet");
+    }
+    PacketRef a = NewHeightField(Grid{4, 3});
+    PacketRef b = NewHeightField(Grid{4, 3});
+    PacketRef c = NewHeightField(Grid{3, 4});
+    PacketVisitor visitor(a.get());
+    EXPECT_EQ(visitor.Add(b.get()), 1);
+    EXPECT_EQ(visitor.Add(nullptr), 2);
+    try {
+        visitor.Add(c.get());
+        FAIL();
+    } catch (const QXException& e) {
+        EXPECT_STREQ(e.what(), "Size of packets don't match in PacketVisitor");
+    }
+    EXPECT_EQ(visitor.Row(2, 0), nullptr);
+    EXPECT_EQ(visitor.Row(1, 2), b->samples + 8);
+}
+
+TEST_F(PacketTest, VisitorCoversEveryRow) {
+    lean::Host threaded(2);
+    lean::Installed use(threaded);
+    PacketRef field = NewHeightField(Grid{5, 97});
+    PacketVisitor visitor(field.get());
+    bool ok = visitor.Visit(&threaded, nullptr, [&](int32_t first, int32_t last) {
+        for (int32_t y = first; y <= last; ++y) {
+            float* row = visitor.Row(0, y);
+            for (int32_t x = 0; x < 5; ++x) row[x] += static_cast<float>(y);
+        }
+        return true;
+    });
+    ASSERT_TRUE(ok);
+    for (int32_t y = 0; y < 97; ++y) EXPECT_EQ(field->samples[y * 5 + 4], static_cast<float>(y));
+}
+
+}  // namespace

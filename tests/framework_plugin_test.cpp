@@ -1,0 +1,141 @@
+// The built module, loaded as a host loads it.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "LeanHost.h"
+
+namespace {
+
+using namespace Orogen;
+
+struct Module {
+    Module() {
+        handle = dlopen(BASEKIT64_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (!handle) return;
+        version = reinterpret_cast<GetHeaderVersionFunction>(dlsym(handle, "GetHeaderVersion"));
+        setup = reinterpret_cast<SetupGlobalAccessFunction>(dlsym(handle, "SetupGlobalAccess"));
+        plugin = reinterpret_cast<GetDevPluginFunction>(dlsym(handle, "GetDevPlugin"));
+    }
+    ~Module() {
+        if (handle) dlclose(handle);
+    }
+    void* handle = nullptr;
+    GetHeaderVersionFunction version = nullptr;
+    SetupGlobalAccessFunction setup = nullptr;
+    GetDevPluginFunction plugin = nullptr;
+};
+
+class PluginTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(module.handle, nullptr) << dlerror();
+        ASSERT_TRUE(module.version && module.setup && module.plugin);
+        module.setup(&host.services);
+    }
+    lean::Host host;
+    Module module;
+};
+
+// The catalogue's fixed columns, by index.
+struct Row {
+    const char* tag;
+    const char* typeName;
+    int32_t category;
+    int32_t dataTypes;
+    uint8_t flag;
+};
+const Row kRows[35] = {
+    {"CHGT", "Constant", 1, 4, 0},           {"GRAD", "Gradient", 1, 4, 0},
+    {"IVRT", "Inverter", 4, 12, 0},          {"TCMB", "Arithmetic Combiner", 3, 4, 1},
+    {"WARP", "Simple Displacement", 4, 4, 0}, {"RAMP", "Ramp", 4, 4, 0},
+    {"HSPL", "Height Splitter", 4, 4, 0},    {"SELF", "Select Angle", 6, 4, 0},
+    {"MSWC", "Router", 7, 0, 0},             {"U_MC", "Route Picker", 7, 0, 0},
+    {"ANOI", "Add Noise", 4, 4, 0},          {"PROB", "Probability", 4, 4, 0},
+    {"BIGA", "Bias/Gain", 4, 12, 0},         {"CGRD", "Radial Grad", 1, 4, 0},
+    {"SWCH", "Switch", 7, 0, 0},             {"FLIP", "Flipper", 4, 4, 0},
+    {"I_EQ", "Integer Equals", 17, 3, 0},    {"EQUA", "Equalizer", 4, 4, 0},
+    {"CMB2", "Combiner", 3, 12, 0},          {"OLVW", "Overlay View", 2, 12, 0},
+    {"SELC", "Select Convexity", 6, 4, 0},   {"COGR", "Colorize", 9, 8, 1},
+    {"PRNO", "Normal-Map Maker", 9, 4, 0},   {"PRCS", "Channel Splitter", 9, 8, 0},
+    {"PRCC", "Channel Combiner", 9, 8, 0},   {"PRLM", "Light-Map Maker", 9, 12, 0},
+    {"BLUR", "Blur", 4, 4, 0},               {"EXPA", "Expander", 4, 4, 0},
+    {"CELL", "Voronoi", 1, 4, 0},            {"SNOW", "Snow", 5, 4, 0},
+    {"COER", "Coast Erosion", 5, 4, 0},      {"CHKP", "Checkpoint", 7, 4, 0},
+    {"SELU", "Select Color", 6, 4, 0},       {"HCMB", "Height Chooser", 3, 4, 0},
+    {"NORM", "Splat Converter", 9, 4, 0},
+};
+
+TEST_F(PluginTest, HeaderVersionIs16) { EXPECT_EQ(module.version(), 16); }
+
+TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
+    DeviceDescriptor descriptor;
+    std::memset(&descriptor, 0xAB, sizeof descriptor);
+    DeviceDescriptor before = descriptor;
+    for (int32_t index : {35, -1, 1000, -2147483647 - 1}) {
+        EXPECT_FALSE(module.plugin(index, &descriptor)) << index;
+        EXPECT_EQ(std::memcmp(&descriptor, &before, sizeof descriptor), 0) << index;
+    }
+    EXPECT_FALSE(module.plugin(0, nullptr));
+    EXPECT_TRUE(host.destroyed.empty());
+}
+
+TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
+    int built = 0;
+    for (int32_t index = 0; index < 35; ++index) {
+        DeviceDescriptor descriptor;
+        if (!module.plugin(index, &descriptor)) continue;
+        ++built;
+        const Row& row = kRows[index];
+        EXPECT_EQ(std::string(descriptor.identity.tag, 4), row.tag) << index;
+        EXPECT_EQ(descriptor.identity.terminator, '\0');
+        EXPECT_STREQ(descriptor.typeName, row.typeName) << index;
+        EXPECT_EQ(descriptor.category, row.category) << index;
+        EXPECT_EQ(descriptor.dataTypes, row.dataTypes) << index;
+        EXPECT_EQ(descriptor.flag, row.flag) << index;
+
+        // The temporary device was destroyed through the module.
+        ASSERT_FALSE(host.destroyed.empty());
+
+        Device* device = descriptor.identity.create();
+        ASSERT_NE(device, nullptr);
+        EXPECT_STREQ(device->GetTypeName(), descriptor.typeName);
+        EXPECT_EQ(device->GetCategory(), descriptor.category);
+        std::ostringstream saved;
+        EXPECT_TRUE(device->Save(saved));
+        EXPECT_EQ(saved.str().substr(0, 4), row.tag) << index;
+        EXPECT_EQ(device->identity.destroy, descriptor.identity.destroy);
+        descriptor.identity.destroy(device);
+
+        DeviceDescriptor again;
+        ASSERT_TRUE(module.plugin(index, &again));
+        EXPECT_EQ(std::memcmp(&again, &descriptor, 97), 0) << index;
+    }
+    EXPECT_GE(built, 1);
+    EXPECT_EQ(host.outstanding, 0);
+}
+
+TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {
+    std::string command = std::string("nm -D --defined-only ") + BASEKIT64_MODULE_PATH;
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    ASSERT_TRUE(pipe);
+    std::set<std::string> exported;
+    char line[512];
+    while (std::fgets(line, sizeof line, pipe.get())) {
+        char address[64], type[8], symbol[400];
+        if (std::sscanf(line, "%63s %7s %399s", address, type, symbol) == 3 &&
+            std::string(type) != "A")
+            exported.insert(symbol);
+    }
+    EXPECT_EQ(exported,
+              (std::set<std::string>{"GetDevPlugin", "GetHeaderVersion", "SetupGlobalAccess"}));
+}
+
+}  // namespace

@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "LeanHost.h"
+#include "TestDevices.h"
+#include "devices/generators/ConstantHeight.h"
+
+namespace {
+
+using namespace Orogen;
+using lean::AddFilter;
+
+class PortTest : public ::testing::Test {
+protected:
+    lean::Host host;
+    lean::Installed installed{host};
+};
+
+TEST_F(PortTest, NamesKeep23Characters) {
+    AddFilter device;
+    device.inputs[0]->SetName("123456789012345678901234567890");
+    EXPECT_EQ(std::string(device.inputs[0]->name), "12345678901234567890123");
+}
+
+TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
+    AddFilter a, b;
+    a.owner = b.owner = &host;
+    EXPECT_TRUE(a.outputs[0]->Connect(b.inputs[0]));
+    EXPECT_FALSE(a.outputs[0]->Connect(b.inputs[0]));
+    EXPECT_FALSE(a.outputs[0]->Connect(nullptr));
+    EXPECT_EQ(a.outputs[0]->links.size(), 1u);
+    EXPECT_EQ(b.inputs[0]->GetPeer(), a.outputs[0]);
+    EXPECT_EQ(a.outputs[0]->GetPeerDevice(), &b);
+    ASSERT_EQ(host.connections.size(), 2u);
+    EXPECT_EQ(host.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
+    EXPECT_EQ(host.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
+}
+
+TEST_F(PortTest, DisconnectUnlinksBothSides) {
+    AddFilter a, b, c;
+    a.owner = b.owner = c.owner = &host;
+    a.outputs[0]->Connect(b.inputs[0]);
+    a.outputs[0]->Connect(c.inputs[0]);
+    EXPECT_TRUE(b.inputs[0]->Disconnect(nullptr));
+    EXPECT_EQ(b.inputs[0]->peer, nullptr);
+    ASSERT_EQ(a.outputs[0]->links.size(), 1u);
+    EXPECT_EQ(a.outputs[0]->links[0], c.inputs[0]);
+    EXPECT_EQ(host.linkQueries, 1);
+    a.outputs[0]->Disconnect(nullptr);
+    EXPECT_TRUE(a.outputs[0]->links.empty());
+    EXPECT_EQ(c.inputs[0]->peer, nullptr);
+}
+
+TEST_F(PortTest, AnInputMovesToANewOutput) {
+    AddFilter a, b, c;
+    a.outputs[0]->Connect(c.inputs[0]);
+    b.outputs[0]->Connect(c.inputs[0]);
+    EXPECT_TRUE(a.outputs[0]->links.empty());
+    EXPECT_EQ(c.inputs[0]->peer, b.outputs[0]);
+}
+
+TEST_F(PortTest, DestroyedDevicesLeaveNoDanglingLinks) {
+    AddFilter a;
+    auto* b = new AddFilter;
+    a.outputs[0]->Connect(b->inputs[0]);
+    delete b;
+    EXPECT_TRUE(a.outputs[0]->links.empty());
+    auto* c = new AddFilter;
+    AddFilter d;
+    c->outputs[0]->Connect(d.inputs[0]);
+    delete c;
+    EXPECT_EQ(d.inputs[0]->peer, nullptr);
+}
+
+TEST_F(PortTest, FanOutGivesEachDeviceItsOwnCopy) {
+    BuildResultSet results;
+    BuildContext context = MakeBuildContext(Grid{4, 3}, &results, &host);
+    basekit::ConstantHeight source;
+    source.params.records[0].value.f = 0.5f;
+    AddFilter left, right;
+    source.outputs[0]->Connect(left.inputs[0]);
+    source.outputs[0]->Connect(right.inputs[0]);
+    ASSERT_EQ(source.Process(context), 1);
+    PacketRef one = GetInputPacket(&left, 0, context);
+    PacketRef two = GetInputPacket(&right, 0, context);
+    ASSERT_TRUE(one && two);
+    EXPECT_NE(one.get(), two.get());
+    EXPECT_NE(one.get(), doGetDevice(&results, &source).outputs[0].get());
+    EXPECT_STREQ(one->name, "RetrievedData");
+    one->samples[0] = 0.0f;
+    EXPECT_EQ(two->samples[0], 0.5f);
+}
+
+TEST_F(PortTest, PushedInputIsUsedOnce) {
+    BuildResultSet results;
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+    basekit::ConstantHeight source;
+    source.params.records[0].value.f = 0.5f;
+    AddFilter sink;
+    source.outputs[0]->Connect(sink.inputs[0]);
+    ASSERT_EQ(source.Process(context), 1);
+    PacketRef pushed = NewHeightField(Grid{2, 2});
+    pushed->samples[0] = 0.125f;
+    std::vector<Port*> ports{sink.inputs[0]};
+    struct Data {
+        PacketRef packet;
+    } data{pushed};
+    uint32_t handed = PushInputs(
+        &results, ports, [](Port*, void* d) { return static_cast<Data*>(d)->packet; }, &data);
+    EXPECT_EQ(handed, 1u);
+    PacketRef first = GetInputPacket(&sink, 0, context);
+    EXPECT_EQ(first.get(), pushed.get());
+    PacketRef second = GetInputPacket(&sink, 0, context);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->samples[0], 0.5f);
+}
+
+TEST_F(PortTest, PushSkipsUnusableResults) {
+    BuildResultSet results;
+    AddFilter sink;
+    doGetDevice(&results, &sink).status = 2;
+    std::vector<Port*> ports{sink.inputs[0]};
+    EXPECT_EQ(PushInputs(&results, ports, [](Port*, void*) { return PacketRef(); }, nullptr), 0u);
+}
+
+TEST_F(PortTest, UnconnectedOrMissingInputsAreNull) {
+    BuildResultSet results;
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+    AddFilter sink, source;
+    EXPECT_FALSE(GetInputPacket(&sink, 0, context));
+    EXPECT_FALSE(GetInputPacket(&sink, 7, context));
+    source.outputs[0]->Connect(sink.inputs[0]);
+    EXPECT_FALSE(GetInputPacket(&sink, 0, context));  // upstream built nothing
+    EXPECT_EQ(sink.Process(context), 0);
+    EXPECT_FALSE(doGetDevice(&results, &sink).outputs[0]);
+}
+
+TEST_F(PortTest, SetOutputNamesAndIgnoresExtraSlots) {
+    BuildResultSet results;
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+    AddFilter device;
+    device.SetName("Long instance name here");
+    PacketRef packet = NewHeightField(Grid{2, 2});
+    SetOutput(&device, packet, 12, context);
+    EXPECT_STREQ(packet->name, "Long instance name here: slot 1");
+    EXPECT_FALSE(doGetDevice(&results, &device).outputs[0]);
+    device.SetName("Blur");
+    SetOutput(&device, packet, 0, context);
+    EXPECT_STREQ(packet->name, "Blur: slot 0");
+    EXPECT_EQ(doGetDevice(&results, &device).outputs[0].get(), packet.get());
+}
+
+TEST_F(PortTest, ResultSetMisuseThrows) {
+    BuildResultSet results;
+    try {
+        doGetDevice(&results, nullptr);
+        FAIL();
+    } catch (const QXException& e) {
+        EXPECT_STREQ(e.what(), "Null device pointer to doGetDevice()!");
+    }
+    AddFilter device;
+    DeviceResult& first = doGetDevice(&results, &device);
+    EXPECT_EQ(first.outputs.size(), 1u);
+    EXPECT_EQ(first.pushedInputs.size(), 1u);
+    EXPECT_EQ(first.parameters.size(), 1u);
+    EXPECT_EQ(&doGetDevice(&results, &device), &first);
+}
+
+TEST_F(PortTest, FindPortCoversEveryKind) {
+    AddFilter device;
+    uint32_t index = 99, where = 99;
+    EXPECT_TRUE(FindPort(&device, device.outputs[0], index, where));
+    EXPECT_EQ(where, 1u);
+    EXPECT_TRUE(FindPort(&device, device.paramPorts[0], index, where));
+    EXPECT_EQ(where, 2u);
+    EXPECT_TRUE(FindPort(&device, device.maskInput, index, where));
+    EXPECT_EQ(where, 3u);
+    EXPECT_TRUE(FindPort(&device, device.coordInput, index, where));
+    EXPECT_EQ(where, 4u);
+    AddFilter other;
+    EXPECT_FALSE(FindPort(&device, other.inputs[0], index, where));
+}
+
+}  // namespace

@@ -1,0 +1,373 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "LeanHost.h"
+#include "TestDevices.h"
+
+namespace {
+
+using namespace Orogen;
+using lean::PlainDevice;
+
+// Saved state written by hand from the format, not by the writer.
+class Bytes {
+public:
+    Bytes& Raw(const std::string& text) {
+        data += text;
+        return *this;
+    }
+    Bytes& U8(uint8_t v) {
+        data.push_back(static_cast<char>(v));
+        return *this;
+    }
+    Bytes& U16(uint16_t v) { return U8(v & 0xFF).U8(v >> 8); }
+    Bytes& U32(uint32_t v) { return U16(v & 0xFFFF).U16(v >> 16); }
+    Bytes& F32(float f) {
+        uint32_t u;
+        std::memcpy(&u, &f, 4);
+        return U32(u);
+    }
+    Bytes& Text(const std::string& text, size_t width) {
+        std::string padded = text;
+        padded.resize(width, '\0');
+        return Raw(padded);
+    }
+    std::string data;
+};
+
+class StateTest : public ::testing::Test {
+protected:
+    // A device with a real "Gain", a choice "Mode" (labels at minimum 1) and a
+    // kind-3 "Action".
+    static void Declare(Device* device) {
+        static const ParamSpec specs[] = {
+            {"Gain", kParamReal, 0.5, 0.0, 2.0, 513, "How much"},
+            {"Mode", kParamChoice, 1, 1, 2, 0, "Which", {"a", "b"}},
+            {"Action", kParamAction, 0, 0, 0, 0, nullptr},
+        };
+        DeclareParameters(device, specs);
+    }
+
+    static bool Load(Device& device, const std::string& bytes) {
+        std::istringstream in(bytes);
+        return device.Load(in);
+    }
+
+    static std::string Save(Device& device) {
+        std::ostringstream out;
+        EXPECT_TRUE(device.Save(out));
+        return out.str();
+    }
+
+    lean::Host host;
+    lean::Installed installed{host};
+};
+
+Bytes BaseBlock(uint8_t version) {
+    Bytes b;
+    b.Raw("TEST").U8(1).Raw("SPRK").U8(version).Text("placemnt", 8);
+    return b;
+}
+
+TEST_F(StateTest, PlainDeviceSaves68Bytes) {
+    PlainDevice device;
+    std::string bytes = Save(device);
+    EXPECT_EQ(bytes.size(), 68u);
+    Bytes expected;
+    expected.Raw("TEST").U8(1).Raw("SPRK").U8(9).Text("", 8).Text("", 24).U8(1).U8(0).U8(0);
+    expected.F32(0.5f).F32(0.5f).U32(0).U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
+    EXPECT_EQ(bytes, expected.data);
+}
+
+TEST_F(StateTest, RecordsAreWrittenInTheCurrentVersion) {
+    PlainDevice device;
+    Declare(&device);
+    std::string bytes = Save(device);
+    Bytes gain;
+    gain.Raw("P1").U8(5).F32(0.5f).F32(0.0f).F32(2.0f).U32(1).U32(513).Text("Gain", 32);
+    gain.U32(9).Text("How much", 9).U32(0);
+    Bytes mode;
+    mode.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(4).U32(0).Text("Mode", 32);
+    mode.U32(6).Text("Which", 6).U32(0).U16(2).Text("a", 32).Text("b", 32);
+    EXPECT_NE(bytes.find(gain.data), std::string::npos);
+    EXPECT_NE(bytes.find(mode.data), std::string::npos);
+}
+
+TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
+    PlainDevice source;
+    Declare(&source);
+    source.SetName("Saved");
+    source.enabled = 0;
+    source.bypassed = 1;
+    source.outputMode = 2;
+    source.mode = 1;
+    source.anchor[0] = 0.25f;
+    source.anchor[1] = 0.75f;
+    source.seed = 5;
+    source.placement[0] = 7;
+    source.params.records[0].value.f = 1.5f;
+    source.params.records[1].value.i = 2;
+    std::string bytes = Save(source);
+
+    PlainDevice copy;
+    Declare(&copy);
+    host.nextSeed = 900;
+    int seedCalls = host.seedCalls;
+    ASSERT_TRUE(Load(copy, bytes));
+    EXPECT_STREQ(copy.name, "Saved");
+    EXPECT_EQ(copy.enabled, 0);
+    EXPECT_EQ(copy.bypassed, 1);
+    EXPECT_EQ(copy.outputMode, 2u);
+    EXPECT_EQ(copy.mode, 1u);
+    EXPECT_EQ(copy.anchor[0], 0.25f);
+    EXPECT_EQ(copy.anchor[1], 0.75f);
+    EXPECT_EQ(copy.placement[0], 7);
+    EXPECT_EQ(copy.seed, 900);
+    EXPECT_EQ(host.seedCalls, seedCalls + 1);
+    EXPECT_EQ(copy.params.records[0].value.f, 1.5f);
+    EXPECT_EQ(copy.params.records[1].value.i, 2);
+    EXPECT_EQ(Save(copy).substr(0, 40), bytes.substr(0, 40));
+}
+
+TEST_F(StateTest, WrongDeviceTagChangesNothing) {
+    PlainDevice device;
+    device.SetName("Keep");
+    Bytes bytes = BaseBlock(9);
+    bytes.data.replace(0, 4, "XXXX");
+    EXPECT_FALSE(Load(device, bytes.data));
+    EXPECT_STREQ(device.name, "Keep");
+    Bytes wrongBase;
+    wrongBase.Raw("TEST").U8(1).Raw("SPRX").U8(9);
+    EXPECT_FALSE(Load(device, wrongBase.data));
+}
+
+TEST_F(StateTest, OldBaseVersions) {
+    // Versions 0 to 2 restore only the placement; 3 also the name.
+    for (uint8_t version : {0, 1, 2, 3}) {
+        PlainDevice device;
+        Declare(&device);
+        device.SetName("Before");
+        device.anchor[0] = 0.1f;
+        device.mode = 1;
+        Bytes bytes = BaseBlock(version);
+        bytes.Text("Old name", 24);
+        ASSERT_TRUE(Load(device, bytes.data)) << int(version);
+        EXPECT_EQ(std::memcmp(device.placement, "placemnt", 8), 0);
+        EXPECT_STREQ(device.name, version == 3 ? "Old name" : "Before");
+        EXPECT_EQ(device.anchor[0], 0.5f);
+        EXPECT_EQ(device.mode, 0u);
+        EXPECT_EQ(device.params.records[0].value.f, 0.5f);
+        EXPECT_EQ(host.seedCalls, 0);
+    }
+}
+
+// A "PARM" block (no marker, no version) with one record of `version`.
+Bytes OldRecordBlock(uint8_t baseVersion, uint8_t recordVersion) {
+    Bytes b = BaseBlock(baseVersion);
+    b.Text("Name4", 24);
+    if (baseVersion >= 5) b.U8(0x01);
+    b.Raw("PARM").U32(1).Raw("P1").U8(recordVersion).F32(1.25f).F32(0.0f).F32(2.0f);
+    if (recordVersion < 4) b.U32(0xDEADBEEF);
+    b.U32(kParamReal).U32(0).Text("Gain", 32);
+    if (recordVersion >= 5) b.U32(0);
+    if (recordVersion >= 3) b.U32(0);
+    return b;
+}
+
+TEST_F(StateTest, OlderRecordsAndBlocksLoad) {
+    for (uint8_t recordVersion = 1; recordVersion <= 5; ++recordVersion) {
+        PlainDevice device;
+        Declare(&device);
+        ASSERT_TRUE(Load(device, OldRecordBlock(4, recordVersion).data)) << int(recordVersion);
+        EXPECT_EQ(device.params.records[0].value.f, 1.25f) << int(recordVersion);
+        EXPECT_STREQ(device.name, "Name4");
+        // The declared range and description are never replaced.
+        EXPECT_EQ(device.params.records[0].maximum.f, 2.0f);
+        EXPECT_STREQ(device.params.records[0].description, "How much");
+    }
+    EXPECT_EQ(host.seedCalls, 0);
+}
+
+TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
+    for (uint8_t version : {5, 6, 7, 8, 9}) {
+        PlainDevice device;
+        Declare(&device);
+        Bytes bytes = BaseBlock(version);
+        bytes.Text("N", 24).U8(0x03);
+        if (version >= 8) bytes.U8(1).U8(1).F32(0.2f).F32(0.3f);
+        if (version >= 9) bytes.U32(12345);
+        bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
+        int before = host.seedCalls;
+        ASSERT_TRUE(Load(device, bytes.data)) << int(version);
+        EXPECT_EQ(host.seedCalls, before + 1);
+        EXPECT_NE(device.seed, 12345);
+        EXPECT_EQ(device.enabled, 1);
+        EXPECT_EQ(device.bypassed, version >= 7 ? 1 : 0) << int(version);
+        EXPECT_EQ(device.anchor[0], version >= 8 ? 0.2f : 0.5f);
+    }
+}
+
+Bytes CurrentBlockWith(const Bytes& records, uint32_t count) {
+    Bytes b = BaseBlock(9);
+    b.Text("", 24).U8(1).U8(0).U8(0).F32(0.5f).F32(0.5f).U32(0);
+    b.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(count);
+    b.Raw(records.data);
+    return b;
+}
+
+Bytes Record(const std::string& name, uint32_t kind, uint32_t value, uint32_t flags) {
+    Bytes r;
+    r.Raw("P1").U8(5).U32(value).U32(0).U32(2).U32(kind).U32(0).Text(name, 32).U32(0).U32(flags);
+    if (kind == kParamChoice) r.U16(0);
+    return r;
+}
+
+TEST_F(StateTest, FixedListQuirks) {
+    Bytes records;
+    float half = 0.25f;
+    uint32_t bits;
+    std::memcpy(&bits, &half, 4);
+    records.Raw(Record("Unknown", kParamReal, 7, 0).data);
+    records.Raw(Record("Gain", kParamReal, bits, 0).data);
+    records.Raw(Record("Action", kParamAction, 99, 0).data);
+    PlainDevice device;
+    Declare(&device);
+    device.params.records[2].value.i = 5;
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 3).data));
+    EXPECT_EQ(device.params.records[0].value.f, 0.25f);  // loaded
+    EXPECT_EQ(device.params.records[1].value.i, 1);      // missing from the file: default
+    EXPECT_EQ(device.params.records[2].value.i, 5);      // kind 3 keeps its value
+    EXPECT_EQ(device.params.records.size(), 3u);
+}
+
+TEST_F(StateTest, KeepOnLoadFlagKeepsTheConstructorValue) {
+    PlainDevice device;
+    static const ParamSpec specs[] = {
+        {"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, 2},
+    };
+    DeclareParameters(&device, specs);
+    Bytes records;
+    records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
+    EXPECT_EQ(device.params.records[0].value.i, 3);
+}
+
+TEST_F(StateTest, ChoiceLabelsShiftByTheMinimum) {
+    PlainDevice device;
+    device.params.dynamic = 1;
+    Bytes records;
+    records.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(kParamChoice).U32(0).Text("Mode", 32);
+    records.U32(0).U32(0).U16(2).Text("a", 32).Text("b", 32);
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
+    ASSERT_EQ(device.params.records.size(), 1u);
+    const ParamRecord& mode = device.params.records[0];
+    ASSERT_EQ(mode.labels.size(), 2u);
+    EXPECT_STREQ(mode.labels[0].data(), "b");
+    EXPECT_STREQ(mode.labels[1].data(), "");
+}
+
+TEST_F(StateTest, DynamicListTakesWhatTheFileHolds) {
+    PlainDevice device;
+    device.params.dynamic = 1;
+    Declare(&device);
+    Bytes records;
+    records.Raw(Record("Only", kParamInteger, 4, 0).data);
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
+    ASSERT_EQ(device.params.records.size(), 1u);
+    EXPECT_STREQ(device.params.records[0].name, "Only");
+    EXPECT_EQ(device.params.records[0].value.i, 4);
+}
+
+TEST_F(StateTest, KindThreeValuesAreClearedInDynamicLists) {
+    PlainDevice device;
+    device.params.dynamic = 1;
+    Bytes records;
+    records.Raw(Record("Act", kParamAction, 77, 0).data);
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
+    EXPECT_EQ(device.params.records[0].value.i, 0);
+}
+
+TEST_F(StateTest, BadBlockAndRecordTagsFail) {
+    std::string wrongBlock = CurrentBlockWith(Bytes(), 0).data;
+    wrongBlock.replace(wrongBlock.find("PAR2"), 4, "PAR3");
+    const struct {
+        const char* what;
+        std::string bytes;
+    } cases[] = {
+        {"block tag", wrongBlock},
+        {"record tag", CurrentBlockWith(Bytes().Raw("Q1"), 1).data},
+    };
+    for (const auto& c : cases) {
+        PlainDevice device;
+        EXPECT_FALSE(Load(device, c.bytes)) << c.what;
+    }
+}
+
+TEST_F(StateTest, EveryTruncationFailsCleanly) {
+    PlainDevice source;
+    Declare(&source);
+    std::string bytes = Save(source);
+    int outstanding = host.outstanding;
+    for (size_t cut = 0; cut < bytes.size(); ++cut) {
+        PlainDevice device;
+        Declare(&device);
+        EXPECT_FALSE(Load(device, bytes.substr(0, cut))) << "cut at " << cut;
+    }
+    EXPECT_EQ(host.outstanding, outstanding);
+}
+
+TEST_F(StateTest, HostileCountsAndLengthsFailWithoutHugeAllocations) {
+    const struct {
+        const char* what;
+        Bytes records;
+        uint32_t count;
+    } cases[] = {
+        {"huge record count", Bytes(), 0x7FFFFFFF},
+        {"huge description", Bytes().Raw("P1").U8(5).U32(0).U32(0).U32(1).U32(1).U32(0).Text("G", 32).U32(0xFFFFFFF0), 1},
+        {"huge label count and range",
+         Bytes().Raw("P1").U8(5).U32(0).U32(0x80000000).U32(0x7FFFFFFF).U32(4).U32(0).Text("C", 32).U32(0).U32(0).U16(0x7FFF),
+         1},
+    };
+    for (const auto& c : cases) {
+        PlainDevice device;
+        device.params.dynamic = 1;
+        EXPECT_FALSE(Load(device, CurrentBlockWith(c.records, c.count).data)) << c.what;
+    }
+}
+
+TEST_F(StateTest, NegativeMinimumLabelsStayInBounds) {
+    PlainDevice device;
+    device.params.dynamic = 1;
+    Bytes records;
+    records.Raw("P1").U8(5).U32(0).U32(static_cast<uint32_t>(-3)).U32(5).U32(4).U32(0);
+    records.Text("C", 32).U32(0).U32(0).U16(2).Text("x", 32).Text("y", 32);
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
+    EXPECT_EQ(device.params.records[0].labels.size(), 2u);
+}
+
+TEST_F(StateTest, RandomCorruptionNeverCrashes) {
+    PlainDevice source;
+    Declare(&source);
+    std::string bytes = Save(source);
+    std::mt19937 random(7);
+    for (int round = 0; round < 2000; ++round) {
+        std::string damaged = bytes;
+        int flips = 1 + static_cast<int>(random() % 6);
+        for (int f = 0; f < flips; ++f)
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        PlainDevice device;
+        Declare(&device);
+        Load(device, damaged);
+        // Whatever the answer, the device stays whole: it saves and reloads.
+        std::string again = Save(device);
+        PlainDevice reloaded;
+        Declare(&reloaded);
+        ASSERT_TRUE(Load(reloaded, again)) << "round " << round;
+    }
+}
+
+}  // namespace
