@@ -23,7 +23,7 @@ protected:
 void AddRealParameters(Device* device, int count) {
     for (int i = 0; i < count; ++i) {
         ParamRecord record;
-        char name[8];
+        char name[16];
         std::snprintf(name, sizeof name, "P%d", i);
         record.SetName(name);
         record.kind = kParamReal;
