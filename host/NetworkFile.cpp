@@ -1,0 +1,746 @@
+#include "host/NetworkFile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <initializer_list>
+#include <limits>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "host/FileInput.h"
+#include "host/HostPacket.h"
+
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace basekit::host {
+
+namespace fs = std::filesystem;
+using json = nlohmann::json;
+using ordered_json = nlohmann::ordered_json;
+
+NetworkFileError::NetworkFileError(const std::string& place, const std::string& message)
+    : std::runtime_error(place + ": " + message), place(place), message(message) {}
+
+namespace {
+
+std::string Quoted(std::string_view text) {
+    return "\"" + std::string(text) + "\"";
+}
+
+std::string QuotedList(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + Quoted(name);
+    return text.empty() ? "none" : text;
+}
+
+std::string Number(double value, int digits = 15) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*g", digits, value);
+    return text;
+}
+
+[[noreturn]] void Fail(const std::string& place, const std::string& message) {
+    throw NetworkFileError(place, message);
+}
+
+std::string JsonText(const json& value) {
+    return value.dump();
+}
+
+// Checked reads of JSON values.
+
+void Keys(const json& object, const std::string& place,
+          std::initializer_list<const char*> allowed) {
+    if (!object.is_object()) Fail(place, "expected an object");
+    for (const auto& [key, value] : object.items()) {
+        bool known = std::any_of(allowed.begin(), allowed.end(),
+                                 [&](const char* name) { return key == name; });
+        if (!known) {
+            std::vector<std::string> names(allowed.begin(), allowed.end());
+            Fail(place.empty() ? key : place + "." + key,
+                 "unknown key; valid: " + QuotedList(names));
+        }
+    }
+}
+
+double FiniteNumber(const json& value, const std::string& place) {
+    if (!value.is_number()) Fail(place, "expected a number, not " + JsonText(value));
+    double number = value.get<double>();
+    if (!std::isfinite(number)) Fail(place, "expected a finite number");
+    return number;
+}
+
+int64_t Integer(const json& value, const std::string& place) {
+    if (value.is_number_integer()) return value.get<int64_t>();
+    if (value.is_number_unsigned()) {
+        uint64_t number = value.get<uint64_t>();
+        if (number > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
+            Fail(place, JsonText(value) + " is too large");
+        return static_cast<int64_t>(number);
+    }
+    if (value.is_number_float()) {
+        double number = value.get<double>();
+        if (std::isfinite(number) && number == std::floor(number) && std::fabs(number) < 9.0e15)
+            return static_cast<int64_t>(number);
+    }
+    Fail(place, "expected an integer, not " + JsonText(value));
+}
+
+uint32_t Index(const json& value, const std::string& place) {
+    int64_t number = Integer(value, place);
+    if (number < 0 || number > std::numeric_limits<int32_t>::max())
+        Fail(place, std::to_string(number) + " is not a valid index");
+    return static_cast<uint32_t>(number);
+}
+
+bool Boolean(const json& value, const std::string& place) {
+    if (!value.is_boolean()) Fail(place, "expected true or false, not " + JsonText(value));
+    return value.get<bool>();
+}
+
+std::string String(const json& value, const std::string& place) {
+    if (!value.is_string()) Fail(place, "expected a string, not " + JsonText(value));
+    return value.get<std::string>();
+}
+
+std::vector<double> Numbers(const json& value, const std::string& place, size_t count,
+                            const char* shape) {
+    if (!value.is_array() || value.size() != count) Fail(place, std::string("expected ") + shape);
+    std::vector<double> numbers;
+    for (size_t i = 0; i < count; ++i)
+        numbers.push_back(FiniteNumber(value[i], place + "[" + std::to_string(i) + "]"));
+    return numbers;
+}
+
+const json* Member(const json& object, const char* key) {
+    auto found = object.find(key);
+    return found == object.end() ? nullptr : &*found;
+}
+
+// Levenshtein distance, ignoring case.
+size_t EditDistance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t above = row[j];
+            bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                        std::tolower(static_cast<unsigned char>(b[j - 1]));
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::string NearestTypes(const Host& host, std::string_view wanted) {
+    std::vector<std::pair<size_t, std::string>> ranked;
+    for (const DeviceType& type : host.Types())
+        ranked.emplace_back(EditDistance(wanted, type.typeName), type.typeName);
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> names;
+    for (size_t i = 0; i < ranked.size() && names.size() < 3; ++i)
+        names.push_back(ranked[i].second);
+    return QuotedList(names);
+}
+
+// Parameters
+
+int64_t ParseColour(const std::string& text) {
+    if (text.size() != 7 || text[0] != '#') return -1;
+    int64_t value = 0;
+    for (size_t i = 1; i < 7; ++i) {
+        char c = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+        int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+        if (digit < 0) return -1;
+        value = value * 16 + digit;
+    }
+    return value;
+}
+
+std::vector<std::string> Labels(const Orogen::ParamRecord& record) {
+    std::vector<std::string> labels;
+    for (const Orogen::ParamLabel& label : record.labels) labels.emplace_back(label.data());
+    return labels;
+}
+
+[[noreturn]] void Invalid(const std::string& message) {
+    throw std::invalid_argument(message);
+}
+
+}  // namespace
+
+void SetParameter(Orogen::Device& device, const std::string& name, const json& value) {
+    int32_t index = Orogen::FindParameter(device.params, name.c_str());
+    if (index < 0) {
+        std::vector<std::string> names;
+        for (const Orogen::ParamRecord& record : device.params.records)
+            names.push_back(record.name);
+        Invalid("unknown parameter; valid: " + QuotedList(names));
+    }
+    Orogen::ParamRecord& record = device.params.records[static_cast<size_t>(index)];
+    switch (record.kind) {
+        case Orogen::kParamReal: {
+            if (!value.is_number()) Invalid("expected a number, not " + JsonText(value));
+            double number = value.get<double>();
+            float low = record.minimum.f, high = record.maximum.f;
+            float cast = static_cast<float>(number);
+            if (!std::isfinite(number) || !(cast >= low && cast <= high))
+                Invalid(Number(number) + " is outside " + Number(low, 7) + ".." + Number(high, 7));
+            record.value.f = cast;
+            return;
+        }
+        case Orogen::kParamInteger: {
+            int64_t number;
+            if (value.is_string()) {
+                number = ParseColour(value.get<std::string>());
+                if (number < 0)
+                    Invalid("expected an integer or a colour \"#RRGGBB\", not " + JsonText(value));
+            } else {
+                if (!value.is_number()) Invalid("expected an integer, not " + JsonText(value));
+                double given = value.get<double>();
+                if (given != std::floor(given) || std::fabs(given) > 9.0e15)
+                    Invalid("expected an integer, not " + JsonText(value));
+                number = static_cast<int64_t>(given);
+            }
+            if (number < record.minimum.i || number > record.maximum.i)
+                Invalid(std::to_string(number) + " is outside " + std::to_string(record.minimum.i) +
+                        ".." + std::to_string(record.maximum.i));
+            record.value.i = static_cast<int32_t>(number);
+            return;
+        }
+        case Orogen::kParamBoolean:
+            if (!value.is_boolean()) Invalid("expected true or false, not " + JsonText(value));
+            record.value.i = value.get<bool>() ? 1 : 0;
+            return;
+        case Orogen::kParamChoice: {
+            std::vector<std::string> labels = Labels(record);
+            if (value.is_string()) {
+                std::string label = value.get<std::string>();
+                auto found = std::find(labels.begin(), labels.end(), label);
+                if (found == labels.end())
+                    Invalid("unknown choice " + Quoted(label) + "; valid: " + QuotedList(labels));
+                record.value.i = record.minimum.i + static_cast<int32_t>(found - labels.begin());
+                return;
+            }
+            int64_t count = labels.empty()
+                                ? static_cast<int64_t>(record.maximum.i) - record.minimum.i + 1
+                                : static_cast<int64_t>(labels.size());
+            if (!value.is_number() || value.get<double>() != std::floor(value.get<double>()))
+                Invalid("expected a choice label or index, not " + JsonText(value));
+            double number = value.get<double>();
+            if (number < 0 || number >= static_cast<double>(count))
+                Invalid("index " + Number(number) + " is outside 0.." + std::to_string(count - 1));
+            record.value.i = record.minimum.i + static_cast<int32_t>(number);
+            return;
+        }
+        case Orogen::kParamAction:
+            Invalid("an action, not a setting");
+        default:
+            Invalid("a parameter of kind " + std::to_string(record.kind) + " cannot be set");
+    }
+}
+
+// Base64
+
+namespace {
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+}
+
+std::string EncodeBase64(std::string_view bytes) {
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        uint32_t group = static_cast<uint8_t>(bytes[i]) << 16;
+        if (i + 1 < bytes.size()) group |= static_cast<uint8_t>(bytes[i + 1]) << 8;
+        if (i + 2 < bytes.size()) group |= static_cast<uint8_t>(bytes[i + 2]);
+        text += kAlphabet[(group >> 18) & 63];
+        text += kAlphabet[(group >> 12) & 63];
+        text += i + 1 < bytes.size() ? kAlphabet[(group >> 6) & 63] : '=';
+        text += i + 2 < bytes.size() ? kAlphabet[group & 63] : '=';
+    }
+    return text;
+}
+
+std::optional<std::string> DecodeBase64(std::string_view text) {
+    if (text.size() % 4 != 0) return std::nullopt;
+    auto decode = [](char c) -> int {
+        if (c >= 'A' && c <= 'Z') return c - 'A';
+        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+        if (c >= '0' && c <= '9') return c - '0' + 52;
+        if (c == '+') return 62;
+        if (c == '/') return 63;
+        return -1;
+    };
+    std::string bytes;
+    bytes.reserve(text.size() / 4 * 3);
+    for (size_t i = 0; i < text.size(); i += 4) {
+        bool last = i + 4 == text.size();
+        int padding = 0;
+        if (last && text[i + 3] == '=') padding = text[i + 2] == '=' ? 2 : 1;
+        uint32_t group = 0;
+        for (int k = 0; k < 4; ++k) {
+            int value = k >= 4 - padding ? 0 : decode(text[i + k]);
+            if (value < 0) return std::nullopt;
+            group = group << 6 | static_cast<uint32_t>(value);
+        }
+        bytes += static_cast<char>(group >> 16);
+        if (padding < 2) bytes += static_cast<char>(group >> 8 & 0xFF);
+        if (padding < 1) bytes += static_cast<char>(group & 0xFF);
+    }
+    return bytes;
+}
+
+// Loading
+
+namespace {
+
+std::string At(const std::string& place, size_t index) {
+    return place + "[" + std::to_string(index) + "]";
+}
+
+void ReadWorld(const json& value, World& world) {
+    Keys(value, "world", {"extent", "resolution", "verticalScale"});
+    if (const json* extent = Member(value, "extent")) {
+        std::vector<double> e = Numbers(*extent, "world.extent", 4, "[x0, y0, x1, y1]");
+        world.x0 = e[0];
+        world.y0 = e[1];
+        world.x1 = e[2];
+        world.y1 = e[3];
+    }
+    if (const json* resolution = Member(value, "resolution")) {
+        if (!resolution->is_array() || resolution->size() != 2)
+            Fail("world.resolution", "expected [W, H]");
+        int64_t size[2];
+        for (size_t i = 0; i < 2; ++i) {
+            std::string place = At("world.resolution", i);
+            size[i] = Integer((*resolution)[i], place);
+            if (size[i] < 1 || size[i] > std::numeric_limits<int32_t>::max())
+                Fail(place, std::to_string(size[i]) + " is not a positive size");
+        }
+        if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > kMaxPacketPoints)
+            Fail("world.resolution", std::to_string(size[0]) + " x " + std::to_string(size[1]) +
+                                         " is more than 2^31 points");
+        world.width = static_cast<int32_t>(size[0]);
+        world.height = static_cast<int32_t>(size[1]);
+    }
+    if (const json* scale = Member(value, "verticalScale")) {
+        world.verticalScale = FiniteNumber(*scale, "world.verticalScale");
+        if (world.verticalScale <= 0)
+            Fail("world.verticalScale", Number(world.verticalScale) + " is not positive");
+    }
+}
+
+void ReadGlobals(const json& value, Orogen::GlobalSettings& globals) {
+    Keys(value, "globals", {"waterLevel", "lightDirection"});
+    if (const json* water = Member(value, "waterLevel"))
+        globals.waterLevel = static_cast<float>(FiniteNumber(*water, "globals.waterLevel"));
+    if (const json* light = Member(value, "lightDirection")) {
+        std::vector<double> d = Numbers(*light, "globals.lightDirection", 3, "[x, y, z]");
+        for (size_t i = 0; i < 3; ++i) globals.lightDirection[i] = static_cast<float>(d[i]);
+    }
+}
+
+void ReadDevice(Network& network, const json& value, const std::string& place,
+                const fs::path& folder) {
+    Keys(
+        value, place,
+        {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind"});
+    const json* idValue = Member(value, "id");
+    if (!idValue) Fail(place, "missing \"id\"");
+    std::string id = String(*idValue, place + ".id");
+    if (id.empty()) Fail(place + ".id", "an id cannot be empty");
+    const json* typeValue = Member(value, "type");
+    if (!typeValue) Fail(place, "missing \"type\"");
+    std::string typeName = String(*typeValue, place + ".type");
+    const DeviceType* type = network.GetHost().FindType(typeName);
+    if (!type)
+        Fail(place + ".type", "unknown device type " + Quoted(typeName) +
+                                  "; nearest: " + NearestTypes(network.GetHost(), typeName));
+
+    Orogen::Device& device = network.AddDevice(id, *type);
+    auto* fileInput = dynamic_cast<FileInput*>(&device);
+
+    if (const json* state = Member(value, "state")) {
+        std::optional<std::string> bytes = DecodeBase64(String(*state, place + ".state"));
+        if (!bytes) Fail(place + ".state", "not valid base64");
+        std::istringstream in(*bytes, std::ios::binary);
+        bool loaded = false;
+        try {
+            loaded = device.Load(in);
+        } catch (const std::exception& e) {
+            Fail(place + ".state", std::string("loading failed: ") + e.what());
+        }
+        if (!loaded)
+            Fail(place + ".state",
+                 "the saved state does not load into a " + Quoted(type->typeName) + " device");
+    }
+    if (const json* name = Member(value, "name")) {
+        std::string text = String(*name, place + ".name");
+        if (text.size() > 23) Fail(place + ".name", "longer than 23 characters");
+        device.SetName(text.c_str());
+    }
+    if (const json* anchor = Member(value, "anchor")) {
+        std::vector<double> a = Numbers(*anchor, place + ".anchor", 2, "[x, y]");
+        device.anchor[0] = static_cast<float>(a[0]);
+        device.anchor[1] = static_cast<float>(a[1]);
+    }
+    if (const json* enabled = Member(value, "enabled"))
+        device.enabled = Boolean(*enabled, place + ".enabled") ? 1 : 0;
+    if (const json* bypassed = Member(value, "bypassed"))
+        device.bypassed = Boolean(*bypassed, place + ".bypassed") ? 1 : 0;
+
+    const json* file = Member(value, "file");
+    const json* kind = Member(value, "kind");
+    if (!fileInput && (file || kind))
+        Fail(place + (file ? ".file" : ".kind"), "only a \"File Input\" device takes one");
+    if (fileInput) {
+        if (file) {
+            fs::path path = fs::path(String(*file, place + ".file"));
+            if (path.empty()) Fail(place + ".file", "the file name is empty");
+            if (path.is_relative() && !folder.empty()) path = folder / path;
+            fileInput->SetFile(path.lexically_normal());
+        } else if (!Member(value, "state")) {
+            Fail(place, "a \"File Input\" needs \"file\"");
+        }
+        if (kind) {
+            std::string text = String(*kind, place + ".kind");
+            if (text == "heightfield")
+                fileInput->SetKind(FileInput::Kind::HeightField);
+            else if (text == "bitmap")
+                fileInput->SetKind(FileInput::Kind::Bitmap);
+            else
+                Fail(place + ".kind",
+                     "unknown kind " + Quoted(text) + "; valid: \"heightfield\", \"bitmap\"");
+        }
+    }
+
+    if (const json* params = Member(value, "params")) {
+        if (!params->is_object()) Fail(place + ".params", "expected an object");
+        for (const auto& [name, setting] : params->items()) {
+            try {
+                SetParameter(device, name, setting);
+            } catch (const std::invalid_argument& e) {
+                Fail(place + ".params." + name, e.what());
+            }
+        }
+        device.SettingsChanged();
+    }
+}
+
+void ReadLink(Network& network, const json& value, const std::string& place,
+              std::map<const Orogen::Port*, std::string>& linkedBy) {
+    Keys(value, place, {"from", "output", "to", "input", "param"});
+    const json* fromValue = Member(value, "from");
+    const json* toValue = Member(value, "to");
+    if (!fromValue) Fail(place, "missing \"from\"");
+    if (!toValue) Fail(place, "missing \"to\"");
+    std::string from = String(*fromValue, place + ".from");
+    std::string to = String(*toValue, place + ".to");
+    Orogen::Device* source = network.Find(from);
+    if (!source) Fail(place + ".from", "no device " + Quoted(from));
+    Orogen::Device* target = network.Find(to);
+    if (!target) Fail(place + ".to", "no device " + Quoted(to));
+
+    uint32_t output = 0;
+    if (const json* o = Member(value, "output")) output = Index(*o, place + ".output");
+    if (output >= source->outputs.size())
+        Fail(place + ".output", Quoted(from) + " has no output " + std::to_string(output) +
+                                    " (it has " + std::to_string(source->outputs.size()) + ")");
+
+    const json* inputValue = Member(value, "input");
+    const json* paramValue = Member(value, "param");
+    if (inputValue && paramValue) Fail(place, "give either \"input\" or \"param\", not both");
+
+    Orogen::Port* port;
+    std::string portPlace;
+    std::string param;
+    uint32_t input = 0;
+    if (paramValue) {
+        portPlace = place + ".param";
+        param = String(*paramValue, portPlace);
+        int32_t index = Orogen::FindParameter(target->params, param.c_str());
+        if (index < 0 || static_cast<size_t>(index) >= target->paramPorts.size()) {
+            std::vector<std::string> names;
+            for (const Orogen::ParamRecord& record : target->params.records)
+                names.push_back(record.name);
+            Fail(portPlace, Quoted(to) + " has no parameter " + Quoted(param) +
+                                "; valid: " + QuotedList(names));
+        }
+        port = target->paramPorts[static_cast<size_t>(index)];
+    } else {
+        portPlace = place + ".input";
+        if (inputValue) input = Index(*inputValue, portPlace);
+        if (input >= target->inputs.size())
+            Fail(portPlace, Quoted(to) + " has no input " + std::to_string(input) + " (it has " +
+                                std::to_string(target->inputs.size()) + ")");
+        port = target->inputs[input];
+    }
+    auto [earlier, fresh] = linkedBy.emplace(port, place);
+    if (!fresh) Fail(portPlace, "this port is linked already by " + earlier->second);
+
+    try {
+        if (paramValue)
+            network.ConnectParameter(from, output, to, param);
+        else
+            network.Connect(from, output, to, input);
+    } catch (const NetworkError& e) {
+        Fail(place, e.what());
+    }
+}
+
+bool PlainName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of("/\\") == std::string::npos;
+}
+
+std::vector<ExportEntry> ReadExports(const Network& network, const json& value) {
+    if (!value.is_array()) Fail("export", "expected an array");
+    std::vector<ExportEntry> exports;
+    std::map<std::string, std::string> names;
+    for (size_t i = 0; i < value.size(); ++i) {
+        std::string place = At("export", i);
+        const json& item = value[i];
+        Keys(item, place, {"device", "output", "name"});
+        const json* deviceValue = Member(item, "device");
+        if (!deviceValue) Fail(place, "missing \"device\"");
+        ExportEntry entry;
+        entry.device = String(*deviceValue, place + ".device");
+        Orogen::Device* device = network.Find(entry.device);
+        if (!device) Fail(place + ".device", "no device " + Quoted(entry.device));
+        if (const json* o = Member(item, "output")) entry.output = Index(*o, place + ".output");
+        if (entry.output >= device->outputs.size())
+            Fail(place + ".output", Quoted(entry.device) + " has no output " +
+                                        std::to_string(entry.output) + " (it has " +
+                                        std::to_string(device->outputs.size()) + ")");
+        if (const json* name = Member(item, "name")) {
+            entry.name = String(*name, place + ".name");
+            if (!PlainName(entry.name))
+                Fail(place + ".name", Quoted(entry.name) + " is not a plain file name");
+        } else {
+            entry.name = device->outputs.size() > 1
+                             ? entry.device + "_" + std::to_string(entry.output)
+                             : entry.device;
+        }
+        auto [earlier, fresh] = names.emplace(entry.name, place);
+        if (!fresh)
+            Fail(place + ".name",
+                 "the name " + Quoted(entry.name) + " is used already by " + earlier->second);
+        exports.push_back(entry);
+    }
+    return exports;
+}
+
+size_t ByteToLine(std::string_view text, size_t byte, size_t& column) {
+    size_t line = 1;
+    size_t lineStart = 0;
+    byte = std::min(byte, text.size());
+    for (size_t i = 0; i + 1 < byte; ++i)
+        if (text[i] == '\n') {
+            ++line;
+            lineStart = i + 1;
+        }
+    column = byte > lineStart ? byte - lineStart : 1;
+    return line;
+}
+
+}  // namespace
+
+std::vector<ExportEntry> DefaultExports(const Network& network) {
+    std::vector<ExportEntry> exports;
+    for (const std::string& id : network.Ids()) {
+        Orogen::Device& device = network.Get(id);
+        for (size_t k = 0; k < device.outputs.size(); ++k) {
+            if (!device.outputs[k]->links.empty()) continue;
+            ExportEntry entry;
+            entry.device = id;
+            entry.output = static_cast<uint32_t>(k);
+            entry.name = device.outputs.size() > 1 ? id + "_" + std::to_string(k) : id;
+            exports.push_back(entry);
+        }
+    }
+    return exports;
+}
+
+Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) {
+    json root;
+    try {
+        root = json::parse(text.begin(), text.end());
+    } catch (const json::parse_error& e) {
+        size_t column;
+        size_t line = ByteToLine(text, e.byte, column);
+        std::string reason = e.what();
+        size_t at = reason.find("column ");
+        at = at == std::string::npos ? std::string::npos : reason.find(": ", at);
+        if (at != std::string::npos) reason = reason.substr(at + 2);
+        Fail("line " + std::to_string(line) + ", column " + std::to_string(column),
+             "malformed JSON: " + reason);
+    }
+    if (!root.is_object()) Fail("(top)", "expected a JSON object");
+    Keys(root, "", {"world", "globals", "seed", "devices", "links", "export"});
+
+    // Everything is built aside and handed over whole; the seed service is
+    // put back as it was when anything fails.
+    SeedSource::State seeds = host.Seeds().Save();
+    try {
+        Project project;
+        project.network = std::make_unique<Network>(host);
+        Network& network = *project.network;
+        if (const json* world = Member(root, "world")) ReadWorld(*world, network.world);
+        if (const json* globals = Member(root, "globals")) ReadGlobals(*globals, network.globals);
+        if (const json* seed = Member(root, "seed")) {
+            int64_t start = Integer(*seed, "seed");
+            if (start < 0 || start > std::numeric_limits<uint32_t>::max())
+                Fail("seed", std::to_string(start) + " is outside 0..4294967295");
+            network.seed = static_cast<uint32_t>(start);
+            host.Seeds().SetStart(*network.seed);
+        }
+        if (const json* devices = Member(root, "devices")) {
+            if (!devices->is_array()) Fail("devices", "expected an array");
+            std::map<std::string, std::string> ids;
+            for (size_t i = 0; i < devices->size(); ++i) {
+                std::string place = At("devices", i);
+                const json& item = (*devices)[i];
+                if (item.is_object() && item.contains("id") && item["id"].is_string()) {
+                    auto [earlier, fresh] = ids.emplace(item["id"].get<std::string>(), place);
+                    if (!fresh)
+                        Fail(place + ".id", "duplicate id " + Quoted(earlier->first) +
+                                                " (first at " + earlier->second + ")");
+                }
+                ReadDevice(network, item, place, folder);
+            }
+        }
+        if (const json* links = Member(root, "links")) {
+            if (!links->is_array()) Fail("links", "expected an array");
+            std::map<const Orogen::Port*, std::string> linkedBy;
+            for (size_t i = 0; i < links->size(); ++i)
+                ReadLink(network, (*links)[i], At("links", i), linkedBy);
+        }
+        if (const json* exports = Member(root, "export")) {
+            project.exports = ReadExports(network, *exports);
+            project.exportsListed = true;
+        } else {
+            project.exports = DefaultExports(network);
+        }
+        return project;
+    } catch (...) {
+        host.Seeds().Restore(seeds);
+        throw;
+    }
+}
+
+Project LoadNetworkFile(Host& host, const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) Fail(path.string(), "cannot open the file");
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (in.bad()) Fail(path.string(), "cannot read the file");
+    return ParseNetwork(host, text.str(), fs::absolute(path).parent_path());
+}
+
+// Saving
+
+std::string NetworkToText(const Project& project, const fs::path& folder) {
+    const Network& network = *project.network;
+    ordered_json root;
+    const World& world = network.world;
+    root["world"] = {{"extent", {world.x0, world.y0, world.x1, world.y1}},
+                     {"resolution", {world.width, world.height}},
+                     {"verticalScale", world.verticalScale}};
+    const Orogen::GlobalSettings& globals = network.globals;
+    root["globals"] = {
+        {"waterLevel", globals.waterLevel},
+        {"lightDirection",
+         {globals.lightDirection[0], globals.lightDirection[1], globals.lightDirection[2]}}};
+    if (network.seed) root["seed"] = *network.seed;
+
+    ordered_json devices = ordered_json::array();
+    for (const std::string& id : network.Ids()) {
+        Orogen::Device& device = network.Get(id);
+        ordered_json item;
+        item["id"] = id;
+        item["type"] = network.TypeOf(id).typeName;
+        if (device.name[0]) item["name"] = std::string(device.name);
+        if (auto* input = dynamic_cast<FileInput*>(&device)) {
+            fs::path file = input->File();
+            if (!folder.empty() && file.is_absolute()) {
+                fs::path relative = file.lexically_relative(folder);
+                if (!relative.empty()) file = relative;
+            }
+            item["file"] = file.generic_string();
+            item["kind"] = input->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+        }
+        std::ostringstream state(std::ios::binary);
+        if (!device.Save(state))
+            throw std::runtime_error("device " + Quoted(id) + " could not save its state");
+        item["state"] = EncodeBase64(state.str());
+        devices.push_back(std::move(item));
+    }
+    root["devices"] = std::move(devices);
+
+    ordered_json links = ordered_json::array();
+    for (const Link& link : network.Links()) {
+        ordered_json item;
+        item["from"] = link.from;
+        item["output"] = link.output;
+        item["to"] = link.to;
+        if (link.target == LinkTarget::Parameter)
+            item["param"] = link.parameter;
+        else
+            item["input"] = link.input;
+        links.push_back(std::move(item));
+    }
+    root["links"] = std::move(links);
+
+    if (project.exportsListed) {
+        ordered_json exports = ordered_json::array();
+        for (const ExportEntry& entry : project.exports)
+            exports.push_back(
+                {{"device", entry.device}, {"output", entry.output}, {"name", entry.name}});
+        root["export"] = std::move(exports);
+    }
+    return root.dump(2) + "\n";
+}
+
+void SaveNetworkFile(const Project& project, const fs::path& path) {
+    std::string text = NetworkToText(project, fs::absolute(path).parent_path());
+#ifdef _WIN32
+    int pid = _getpid();
+#else
+    int pid = static_cast<int>(getpid());
+#endif
+    fs::path temporary = path;
+    temporary += ".tmp-" + std::to_string(pid);
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        if (out) {
+            out.write(text.data(), static_cast<std::streamsize>(text.size()));
+            out.close();
+        }
+        if (!out) {
+            std::error_code ignored;
+            fs::remove(temporary, ignored);
+            throw std::runtime_error("cannot write " + path.string());
+        }
+    }
+    std::error_code error;
+    fs::rename(temporary, path, error);
+    if (error) {
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        throw std::runtime_error("cannot write " + path.string() + ": " + error.message());
+    }
+}
+
+}  // namespace basekit::host
