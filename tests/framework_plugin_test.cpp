@@ -122,6 +122,71 @@ TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
     EXPECT_EQ(host.outstanding, 0);
 }
 
+// Every built device: defaults inside their ranges, a save that loads back to
+// the same bytes, and builds of 1x1, 3x2 and empty worlds that do not crash.
+TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
+    DeviceDescriptor constant;
+    ASSERT_TRUE(module.plugin(0, &constant));
+    for (int32_t index = 0; index < 35; ++index) {
+        DeviceDescriptor descriptor;
+        if (!module.plugin(index, &descriptor)) continue;
+        SCOPED_TRACE(descriptor.typeName);
+        Device* device = descriptor.identity.create();
+        for (const ParamRecord& p : device->params.records) {
+            SCOPED_TRACE(p.name);
+            if (p.kind == kParamReal) {
+                EXPECT_LE(p.minimum.f, p.value.f);
+                EXPECT_LE(p.value.f, p.maximum.f);
+            } else if (p.kind != kParamAction) {
+                EXPECT_LE(p.minimum.i, p.value.i);
+                EXPECT_LE(p.value.i, p.maximum.i);
+            }
+            if (p.kind == kParamChoice) {
+                EXPECT_EQ(static_cast<int32_t>(p.labels.size()), p.maximum.i - p.minimum.i + 1);
+            }
+        }
+
+        std::ostringstream saved;
+        ASSERT_TRUE(device->Save(saved));
+        Device* loaded = descriptor.identity.create();
+        std::istringstream in(saved.str());
+        ASSERT_TRUE(loaded->Load(in));
+        std::ostringstream again;
+        loaded->seed = device->seed;  // the one field a load draws afresh
+        ASSERT_TRUE(loaded->Save(again));
+        EXPECT_EQ(again.str(), saved.str());
+        loaded->identity.destroy(loaded);
+
+        for (Grid grid : {Grid{1, 1}, Grid{3, 2}, Grid{0, 0}}) {
+            BuildResultSet results;
+            BuildContext context = MakeBuildContext(grid, &results, &host);
+            std::vector<Device*> sources;
+            for (Port* input : device->inputs) {
+                Device* source = constant.identity.create();
+                source->params.records[0].value.f = 0.5f;
+                source->outputs[0]->Connect(input);
+                EXPECT_EQ(source->Process(context), 1);
+                sources.push_back(source);
+            }
+            int32_t status = device->Process(context);
+            if (grid.width > 0) {
+                EXPECT_EQ(status, 1) << grid.width << "x" << grid.height;
+                for (const PacketRef& out : doGetDevice(&results, device).outputs) {
+                    ASSERT_TRUE(out);
+                    for (uint64_t i = 0; i < out->PointCount() * out->Channels(); ++i)
+                        EXPECT_TRUE(out->samples[i] >= 0.0f && out->samples[i] <= 1.0f);
+                }
+            } else {
+                EXPECT_TRUE(status == 0 || status == 1 || status == 2) << status;
+            }
+            for (Device* source : sources) source->identity.destroy(source);
+        }
+        device->identity.destroy(device);
+    }
+    EXPECT_EQ(host.outstanding, 0);
+    EXPECT_EQ(host.livePackets.load(), 0);
+}
+
 TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {
     std::string command = std::string("nm -D --defined-only ") + BASEKIT64_MODULE_PATH;
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
