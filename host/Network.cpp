@@ -444,15 +444,14 @@ std::vector<Network::Node*> Network::Order() const {
             start = node.get();
             break;
         }
-    std::vector<std::string> cycle;
+    std::vector<std::string> rest;
     for (Node* next : Successors(*start)) {
         if (waiting[next] == 0) continue;
-        cycle = PathBetween(*next, *start);
-        if (!cycle.empty()) break;
+        rest = PathBetween(*next, *start);
+        if (!rest.empty()) break;
     }
-    std::string text;
-    for (const std::string& id : cycle) text += Quoted(id) + " -> ";
-    text += Quoted(cycle.empty() ? start->id : cycle.front());
+    std::string text = Quoted(start->id);
+    for (const std::string& id : rest) text += " -> " + Quoted(id);
     throw NetworkError("cycle between devices: " + text);
 }
 

@@ -1,0 +1,504 @@
+// Networks: links, dependency order, build statuses, cancellation, threads,
+// memory budgets and the world's mapping onto the build grid.
+#include <map>
+
+#include "framework/Exceptions.h"
+#include "host/FileInput.h"
+#include "host_test_support.h"
+
+namespace basekit::host::testing {
+namespace {
+
+using NetworkTest = HostTest;
+
+std::string ErrorOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const NetworkError& e) {
+        return e.what();
+    }
+    return "(no error)";
+}
+
+TEST_F(NetworkTest, AModuleDeviceBuildsOverTheWorld) {
+    auto network = MakeNetwork(17, 13);
+    network->world = World{-2.0, 1.0, 6.0, 3.5, 17, 13, 250.0};
+    Orogen::Device& constant = network->AddDevice("flat", "Constant");
+    constant.SetName("Flat");
+    Orogen::GetParameter(&constant, "Height")->f = 0.25f;
+    BuildReport report = network->Build();
+    ASSERT_EQ(report.devices.size(), 1u);
+    EXPECT_EQ(report.devices[0].status, BuildStatus::Built);
+    EXPECT_EQ(report.devices[0].processResult, 1);
+    EXPECT_GE(report.devices[0].seconds, 0.0);
+
+    Orogen::PacketRef out = network->Output("flat", 0);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(SamplesOf(out), std::vector<float>(17 * 13, 0.25f));
+    EXPECT_STREQ(out->name, "Flat: slot 0");
+    // The packet carries the world's extent and vertical scale.
+    EXPECT_EQ(out->grid.width, 17);
+    EXPECT_EQ(out->grid.x0, -2.0);
+    EXPECT_EQ(out->grid.y0, 1.0);
+    EXPECT_EQ(out->grid.x1, 6.0);
+    EXPECT_EQ(out->grid.y1, 3.5);
+    EXPECT_EQ(out->grid.verticalScale, 250.0);
+    EXPECT_FALSE(network->Output("flat", 1));
+}
+
+TEST_F(NetworkTest, SamplesMapOntoTheWorldByTheContextsSteps) {
+    // The ramp is 0.5 u + 0.5 v with u = x * sx and v = y * sy; steps are
+    // 1/(W-1) and 1/(H-1), 0 along a side of one sample.
+    struct Case {
+        int32_t width, height;
+        float last;
+        int32_t x, y;
+        float value;
+    };
+    const Case cases[] = {{17, 13, 1.0f, 8, 6, 0.5f},
+                          {2, 5, 1.0f, 1, 2, 0.75f},
+                          {1, 9, 0.5f, 0, 4, 0.25f},
+                          {1, 1, 0.0f, 0, 0, 0.0f}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
+        auto network = MakeNetwork(c.width, c.height);
+        network->AddDevice("ramp", "Test Ramp");
+        ASSERT_EQ(network->Build().Count(BuildStatus::Built), 1u);
+        std::vector<float> s = SamplesOf(network->Output("ramp", 0));
+        ASSERT_EQ(s.size(), static_cast<size_t>(c.width * c.height));
+        EXPECT_EQ(s.front(), 0.0f);
+        EXPECT_EQ(s.back(), c.last);
+        EXPECT_EQ(s[static_cast<size_t>(c.y * c.width + c.x)], c.value);
+    }
+}
+
+TEST_F(NetworkTest, BuildOrderFollowsTheLinks) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> devices;  // in the order added
+        std::vector<std::pair<std::string, std::string>> links;
+        std::vector<std::string> order;
+    };
+    const Case cases[] = {
+        {"unlinked keep their order", {"c", "b", "a"}, {}, {"c", "b", "a"}},
+        {"chain added backwards", {"c", "b", "a"}, {{"a", "b"}, {"b", "c"}}, {"a", "b", "c"}},
+        {"fan-out", {"x", "y", "src"}, {{"src", "x"}, {"src", "y"}}, {"src", "x", "y"}},
+        {"diamond",
+         {"d", "b", "c", "a"},
+         {{"a", "b"}, {"a", "c"}, {"b", "d"}, {"c", "d"}},
+         {"a", "b", "c", "d"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto network = MakeNetwork();
+        for (const std::string& id : c.devices)
+            network->AddDevice(id, id == "a" || id == "src" ? "Test Ramp" : "Test Add");
+        // Test Add has one input: a second link into "d" goes through a parameter.
+        std::map<std::string, int> fed;
+        for (const auto& [from, to] : c.links) {
+            if (fed[to]++ == 0)
+                network->Connect(from, 0, to, 0);
+            else
+                network->ConnectParameter(from, 0, to, "Amount");
+        }
+        EXPECT_EQ(network->BuildOrder(), c.order);
+        BuildReport report = network->Build();
+        std::vector<std::string> built;
+        for (const DeviceReport& r : report.devices) built.push_back(r.id);
+        EXPECT_EQ(built, c.order);
+    }
+}
+
+TEST_F(NetworkTest, LinksThatWouldCloseACycleAreRefused) {
+    auto network = MakeNetwork();
+    network->AddDevice("a", "Test Add");
+    network->AddDevice("b", "Test Add");
+    network->AddDevice("c", "Test Add");
+    network->Connect("a", 0, "b", 0);
+    network->Connect("b", 0, "c", 0);
+    EXPECT_EQ(ErrorOf([&] { network->Connect("c", 0, "a", 0); }),
+              "linking \"c\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
+              "\"c\" -> \"a\"");
+    EXPECT_EQ(ErrorOf([&] { network->ConnectParameter("b", 0, "b", "Amount"); }),
+              "linking \"b\" to \"b\" would make a cycle between devices: \"b\" -> \"b\"");
+    EXPECT_EQ(network->Links().size(), 2u);
+
+    // A cycle made through the ports themselves is named when ordering.
+    network->Get("c").outputs[0]->Connect(network->Get("a").inputs[0]);
+    EXPECT_EQ(ErrorOf([&] { network->BuildOrder(); }),
+              "cycle between devices: \"a\" -> \"b\" -> \"c\" -> \"a\"");
+    EXPECT_EQ(ErrorOf([&] { network->Build(); }),
+              "cycle between devices: \"a\" -> \"b\" -> \"c\" -> \"a\"");
+}
+
+TEST_F(NetworkTest, MisuseGivesClearErrors) {
+    auto network = MakeNetwork();
+    network->AddDevice("ramp", "Test Ramp");
+    network->AddDevice("add", "Test Add");
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        {[&] { network->AddDevice("ramp", "Test Add"); }, "duplicate device id \"ramp\""},
+        {[&] { network->AddDevice("", "Test Add"); }, "a device needs a non-empty id"},
+        {[&] { network->AddDevice("x", "Mountain"); }, "unknown device type \"Mountain\""},
+        {[&] { network->Connect("nope", 0, "add", 0); }, "no device \"nope\""},
+        {[&] { network->Connect("ramp", 1, "add", 0); }, "\"ramp\" has no output 1 (it has 1)"},
+        {[&] { network->Connect("ramp", 0, "add", 2); }, "\"add\" has no input 2 (it has 1)"},
+        {[&] { network->ConnectParameter("ramp", 0, "add", "Amout"); },
+         "\"add\" has no parameter \"Amout\"; valid: \"Amount\", \"Report rows\", \"Mode\", "
+         "\"Tint\""},
+        {[&] { network->RemoveDevice("gone"); }, "no device \"gone\""},
+    };
+    for (const auto& [action, message] : cases) EXPECT_EQ(ErrorOf(action), message);
+    EXPECT_EQ(network->Size(), 2u);
+    EXPECT_TRUE(network->Links().empty());
+}
+
+TEST_F(NetworkTest, FailuresStayWithTheirDeviceAndWhatDependsOnIt) {
+    TempDir dir;
+    auto network = MakeNetwork(8, 8);
+    auto add = [&](const std::string& id, const char* type) -> Orogen::Device& {
+        return network->AddDevice(id, type);
+    };
+    add("fail", "Test Fail");
+    add("after-fail", "Test Add");
+    add("after-after", "Test Add");
+    add("throws-qx", "Test Fail").params.records[0].value.i = 1;
+    add("throws-std", "Test Fail").params.records[0].value.i = 2;
+    add("ramp", "Test Ramp");
+    add("after-ramp", "Test Add");
+    add("file", "File Input");
+    static_cast<FileInput&>(network->Get("file")).SetFile(dir / "missing.r32");
+    add("after-file", "Test Add");
+    add("off", "Test Ramp").enabled = 0;
+    add("after-off", "Test Add");
+    add("lonely", "Test Add");
+    add("param-from-fail", "Test Add");
+    add("ramp2", "Test Ramp");
+    network->Connect("fail", 0, "after-fail", 0);
+    network->Connect("after-fail", 0, "after-after", 0);
+    network->Connect("ramp", 0, "after-ramp", 0);
+    network->Connect("file", 0, "after-file", 0);
+    network->Connect("off", 0, "after-off", 0);
+    network->Connect("ramp2", 0, "param-from-fail", 0);
+    network->ConnectParameter("throws-qx", 0, "param-from-fail", "Amount");
+
+    BuildReport report = network->Build();
+    struct Expected {
+        const char* id;
+        BuildStatus status;
+        std::string message;
+    };
+    const Expected expected[] = {
+        {"fail", BuildStatus::Failed, "the device's build failed"},
+        {"after-fail", BuildStatus::InputFailed,
+         "input 0 (\"Primary Input\") comes from \"fail\", which did not build (failed)"},
+        {"after-after", BuildStatus::InputFailed,
+         "input 0 (\"Primary Input\") comes from \"after-fail\", which did not build (input "
+         "failed)"},
+        {"throws-qx", BuildStatus::Exception, "the build raised an error"},
+        {"throws-std", BuildStatus::Exception, "standard failure"},
+        {"ramp", BuildStatus::Built, ""},
+        {"after-ramp", BuildStatus::Built, ""},
+        {"file", BuildStatus::Failed,
+         "cannot read r32 file '" + (dir / "missing.r32").string() + "': "},
+        {"after-file", BuildStatus::InputFailed,
+         "input 0 (\"Primary Input\") comes from \"file\", which did not build (failed)"},
+        {"off", BuildStatus::Disabled, "the device is disabled"},
+        {"after-off", BuildStatus::InputFailed,
+         "input 0 (\"Primary Input\") comes from \"off\", which did not build (disabled)"},
+        {"lonely", BuildStatus::Failed, "input 0 (\"Primary Input\") is not connected"},
+        {"param-from-fail", BuildStatus::InputFailed,
+         "parameter \"Amount\" comes from \"throws-qx\", which did not build (exception)"},
+        {"ramp2", BuildStatus::Built, ""},
+    };
+    ASSERT_EQ(report.devices.size(), std::size(expected));
+    for (const Expected& e : expected) {
+        SCOPED_TRACE(e.id);
+        const DeviceReport* r = report.Find(e.id);
+        ASSERT_NE(r, nullptr);
+        EXPECT_EQ(r->status, e.status);
+        if (e.status == BuildStatus::Failed && std::string(e.id) == "file")
+            EXPECT_EQ(r->message.rfind(e.message, 0), 0u) << r->message;
+        else
+            EXPECT_EQ(r->message, e.message);
+        // Only what built has an output.
+        EXPECT_EQ(static_cast<bool>(network->Output(e.id, 0)), e.status == BuildStatus::Built);
+    }
+    EXPECT_FALSE(report.cancelled);
+}
+
+TEST_F(NetworkTest, APacketTooLargeForTheHostFailsOnlyItsDevice) {
+    // The host's refusal is thrown inside the module and caught by its Process.
+    auto network = MakeNetwork(70000, 70000);
+    network->AddDevice("huge", "Constant");
+    uint64_t live = HostPacket::Live();
+    BuildReport report = network->Build();
+    EXPECT_EQ(report.devices[0].status, BuildStatus::Exception);
+    EXPECT_EQ(report.devices[0].processResult, Orogen::kProcessException);
+    EXPECT_EQ(HostPacket::Live(), live);
+}
+
+TEST_F(NetworkTest, CancellingStopsTheBuild) {
+    for (bool fromProgress : {true, false}) {
+        SCOPED_TRACE(fromProgress ? "progress answer" : "Cancel()");
+        auto network = MakeNetwork(8, 8);
+        network->AddDevice("ramp", "Test Ramp");
+        network->AddDevice("rows", "Test Add").params.records[1].value.i = 1;
+        network->AddDevice("last", "Test Add");
+        network->Connect("ramp", 0, "rows", 0);
+        network->Connect("rows", 0, "last", 0);
+        BuildOptions options;
+        std::vector<std::string> rowsSeen;
+        options.onProgress = [&](const std::string& id, uint32_t done, uint32_t) {
+            if (id == "rows") rowsSeen.push_back(std::to_string(done));
+            return !(fromProgress && id == "rows" && done == 3);
+        };
+        options.onDeviceDone = [&](const DeviceReport& r) {
+            if (!fromProgress && r.id == "ramp") network->Cancel();
+        };
+        BuildReport report = network->Build(options);
+        EXPECT_TRUE(report.cancelled);
+        EXPECT_EQ(report.Find("ramp")->status, BuildStatus::Built);
+        EXPECT_EQ(report.Find("rows")->status, BuildStatus::Cancelled);
+        EXPECT_EQ(report.Find("last")->status, BuildStatus::Cancelled);
+        EXPECT_EQ(report.Find("last")->processResult, 0);  // never run
+        std::vector<std::string> rowsExpected;
+        if (fromProgress) rowsExpected = {"1", "2", "3"};
+        EXPECT_EQ(rowsSeen, rowsExpected);
+        // The next build starts afresh.
+        options.onProgress = nullptr;
+        options.onDeviceDone = nullptr;
+        EXPECT_EQ(network->Build(options).Count(BuildStatus::Built), 3u);
+    }
+}
+
+// A network that uses every threaded path the tests and the module offer.
+std::unique_ptr<Network> ThreadedNetwork(Host& host) {
+    auto network = std::make_unique<Network>(host);
+    network->world.width = 97;
+    network->world.height = 61;
+    network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = 1;
+    network->AddDevice("add", "Test Add");
+    network->AddDevice("add2", "Test Add");
+    network->Connect("ramp", 0, "add", 0);
+    network->Connect("add", 0, "add2", 0);
+    // Module devices where the module has them.
+    std::string previous = "add2";
+    for (const char* type : {"Radial Grad", "Gradient", "Voronoi", "Blur"}) {
+        if (!host.FindType(type)) continue;
+        std::string id = type;
+        Orogen::Device& device = network->AddDevice(id, type);
+        if (!device.inputs.empty()) network->Connect(previous, 0, id, 0);
+        previous = id;
+    }
+    return network;
+}
+
+std::map<std::string, std::vector<float>> AllOutputs(const Network& network) {
+    std::map<std::string, std::vector<float>> outputs;
+    for (const std::string& id : network.Ids())
+        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
+            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
+    return outputs;
+}
+
+TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
+    host->Seeds().SetStart(5);
+    auto single = ThreadedNetwork(*host);
+    host->Seeds().SetStart(5);
+    auto threaded = ThreadedNetwork(*host);
+    BuildOptions one;
+    BuildReport a = single->Build(one);
+    EXPECT_EQ(host->Workers().Accepted(), 0u);
+    BuildOptions four;
+    four.workers = 4;
+    BuildReport b = threaded->Build(four);
+    EXPECT_GT(host->Workers().Accepted(), 0u);
+    ASSERT_EQ(a.Count(BuildStatus::Built), single->Size());
+    ASSERT_EQ(b.Count(BuildStatus::Built), threaded->Size());
+    auto first = AllOutputs(*single), second = AllOutputs(*threaded);
+    ASSERT_EQ(first.size(), second.size());
+    for (const auto& [key, samples] : first) {
+        SCOPED_TRACE(key);
+        EXPECT_FALSE(samples.empty());
+        EXPECT_TRUE(SameBits(samples, second[key]));
+    }
+}
+
+TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
+    auto make = [&] {
+        auto network = MakeNetwork(64, 64);  // 16 KiB per height field
+        network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = 1;
+        std::string previous = "ramp";
+        for (int i = 0; i < 6; ++i) {
+            std::string id = "add" + std::to_string(i);
+            network->AddDevice(id, "Test Add");
+            network->Connect(previous, 0, id, 0);
+            previous = id;
+        }
+        network->AddDevice("late", "Test Add");  // reads the ramp last of all
+        network->Connect("ramp", 0, "late", 0);
+        return network;
+    };
+    auto plain = make();
+    ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 8u);
+    auto expected = AllOutputs(*plain);
+
+    auto budgeted = make();
+    BuildOptions options;
+    options.memoryBudget = 40000;  // two fields and a half
+    // Between devices no more than the budget of stored outputs is resident.
+    uint64_t baseline = HostPacket::ResidentBytes();
+    uint64_t peak = 0;
+    options.onDeviceStart = [&](const std::string&, size_t, size_t) {
+        peak = std::max(peak, HostPacket::ResidentBytes() - baseline);
+    };
+    ASSERT_EQ(budgeted->Build(options).Count(BuildStatus::Built), 8u);
+    // Stored outputs stay within the budget once the build is done.
+    uint64_t resident = 0;
+    size_t pagedOut = 0;
+    for (const auto& [device, result] : budgeted->Results()->results)
+        for (const auto& packet : result.outputs) {
+            if (!packet) continue;
+            if (packet->pagedOut)
+                ++pagedOut;
+            else
+                resident += AsHostPacket(packet.get())->SampleBytes();
+        }
+    EXPECT_LE(resident, options.memoryBudget);
+    EXPECT_LE(peak, options.memoryBudget);
+    EXPECT_GE(pagedOut, 5u);
+    EXPECT_EQ(fs::is_empty(host->SwapDirectory()), false);
+    // Everything comes back as it was built without a budget.
+    auto outputs = AllOutputs(*budgeted);
+    for (const auto& [key, samples] : expected) {
+        SCOPED_TRACE(key);
+        EXPECT_TRUE(SameBits(samples, outputs[key]));
+    }
+    budgeted.reset();
+    EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
+}
+
+TEST_F(NetworkTest, AFieldOnAParameterLinkCountsByItsMean) {
+    auto network = MakeNetwork(9, 9);
+    Orogen::Device& base = network->AddDevice("base", "Constant");
+    Orogen::Device& driver = network->AddDevice("driver", "Constant");
+    Orogen::GetParameter(&base, "Height")->f = 0.25f;
+    Orogen::GetParameter(&driver, "Height")->f = 0.75f;
+    network->AddDevice("add", "Test Add");
+    network->Connect("base", 0, "add", 0);
+    network->ConnectParameter("driver", 0, "add", "Amount");
+    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 3u);
+    // Amount spans -1..1: a value of 0.75 reads as 0.5.
+    EXPECT_EQ(SamplesOf(network->Output("add", 0)), std::vector<float>(81, 0.75f));
+    std::vector<Link> links = network->Links();
+    ASSERT_EQ(links.size(), 2u);
+    EXPECT_EQ(links[1].target, LinkTarget::Parameter);
+    EXPECT_EQ(links[1].parameter, "Amount");
+    EXPECT_EQ(links[1].from, "driver");
+}
+
+TEST_F(NetworkTest, FanOutGivesEachReaderItsOwnCopy) {
+    auto network = MakeNetwork(6, 6);
+    Orogen::GetParameter(&network->AddDevice("src", "Constant"), "Height")->f = 0.5f;
+    network->AddDevice("up", "Test Add").params.records[0].value.f = 0.25f;
+    network->AddDevice("down", "Test Add").params.records[0].value.f = -0.25f;
+    network->Connect("src", 0, "up", 0);
+    network->Connect("src", 0, "down", 0);
+    EXPECT_EQ(network->Get("src").outputs[0]->links.size(), 2u);
+    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 3u);
+    EXPECT_EQ(SamplesOf(network->Output("up", 0)), std::vector<float>(36, 0.75f));
+    EXPECT_EQ(SamplesOf(network->Output("down", 0)), std::vector<float>(36, 0.25f));
+    EXPECT_EQ(SamplesOf(network->Output("src", 0)), std::vector<float>(36, 0.5f));
+    EXPECT_NE(network->Output("up", 0).get(), network->Output("src", 0).get());
+}
+
+TEST_F(NetworkTest, RemovingADeviceUnlinksIt) {
+    auto network = MakeNetwork(4, 4);
+    network->AddDevice("a", "Test Ramp");
+    network->AddDevice("b", "Test Add");
+    network->AddDevice("c", "Test Add");
+    network->Connect("a", 0, "b", 0);
+    network->Connect("b", 0, "c", 0);
+    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 3u);
+    network->RemoveDevice("b");
+    EXPECT_EQ(network->Ids(), (std::vector<std::string>{"a", "c"}));
+    EXPECT_TRUE(network->Links().empty());
+    EXPECT_TRUE(network->Get("a").outputs[0]->links.empty());
+    BuildReport report = network->Build();
+    EXPECT_EQ(report.Find("c")->message, "input 0 (\"Primary Input\") is not connected");
+}
+
+TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {
+    auto network = MakeNetwork();
+    network->AddDevice("a", "Test Ramp");
+    network->AddDevice("b", "Test Add");
+    network->ClearEvents();
+    network->Connect("a", 0, "b", 0);
+    network->Disconnect("b", 0);
+    auto summary = [&](const std::string& id) {
+        std::vector<std::string> lines;
+        for (const OwnerEvent& e : network->Events(id)) {
+            switch (e.kind) {
+                case OwnerEvent::Connection:
+                    lines.push_back("link " + std::to_string(e.where) + "/" +
+                                    std::to_string(e.index) + " " + std::to_string(e.state));
+                    break;
+                case OwnerEvent::QueryLink:
+                    lines.push_back("query");
+                    break;
+                case OwnerEvent::Edited:
+                    lines.push_back("edited");
+                    break;
+                case OwnerEvent::PortsChanged:
+                    lines.push_back("ports");
+                    break;
+            }
+        }
+        return lines;
+    };
+    // The unlink is put to the network through the output's device.
+    EXPECT_EQ(summary("a"), (std::vector<std::string>{"link 1/0 1", "link 1/0 0", "query"}));
+    EXPECT_EQ(summary("b"), (std::vector<std::string>{"link 0/0 1", "link 0/0 0"}));
+
+    network->ClearEvents();
+    Orogen::Device& b = network->Get("b");
+    b.AddPort(0, 0, Orogen::kHeightField, 0xFFFFFFFFu);
+    b.RemovePort(0, 1);
+    b.SettingsChanged();
+    EXPECT_EQ(summary("b"), (std::vector<std::string>{"ports", "ports", "edited"}));
+}
+
+TEST_F(NetworkTest, ProgressCallbacksFollowTheBuild) {
+    auto network = MakeNetwork(8, 8);
+    network->AddDevice("ramp", "Test Ramp");
+    network->AddDevice("add", "Test Add");
+    network->Connect("ramp", 0, "add", 0);
+    std::vector<std::string> calls;
+    BuildOptions options;
+    options.onDeviceStart = [&](const std::string& id, size_t position, size_t count) {
+        calls.push_back("start " + id + " " + std::to_string(position) + "/" +
+                        std::to_string(count));
+    };
+    options.onDeviceDone = [&](const DeviceReport& r) {
+        calls.push_back(std::string("done ") + r.id + " " + StatusName(r.status));
+    };
+    uint32_t items = 0, total = 0;
+    options.onProgress = [&](const std::string& id, uint32_t, uint32_t all) {
+        if (id == "ramp") {
+            ++items;
+            total = all;
+        }
+        return true;
+    };
+    const Orogen::BuildResultSet* before = network->Results();
+    network->Build(options);
+    EXPECT_EQ(calls, (std::vector<std::string>{"start ramp 0/2", "done ramp built", "start add 1/2",
+                                               "done add built"}));
+    // The ramp's rows came in items, each reported once.
+    EXPECT_GT(items, 0u);
+    EXPECT_EQ(items, total);
+    EXPECT_NE(network->Results(), before);
+}
+
+}  // namespace
+}  // namespace basekit::host::testing
