@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "framework/Terrain.h"
+
+namespace {
+
+using namespace Orogen;
+
+TEST(Terrain, WorldPositionsSpanTheExtent) {
+    Grid grid{5, 3};
+    grid.x0 = -2.0;
+    grid.x1 = 2.0;
+    grid.y0 = 10.0;
+    grid.y1 = 11.0;
+    BuildContext context = MakeBuildContext(grid, nullptr, nullptr);
+    EXPECT_EQ(WorldX(context, 0), -2.0);
+    EXPECT_EQ(WorldX(context, 4), 2.0);
+    EXPECT_EQ(WorldX(context, 1), -1.0);
+    EXPECT_EQ(WorldY(context, 2), 11.0);
+    EXPECT_EQ(WorldY(context, 1), 10.5);
+    // A side of one sample sits at the extent's start.
+    BuildContext single = MakeBuildContext(Grid{1, 1}, nullptr, nullptr);
+    EXPECT_EQ(single.sx, 0.0);
+    EXPECT_EQ(WorldX(single, 0), 0.0);
+}
+
+TEST(Terrain, ScaleIndependenceIsRelativeTo256SamplesPerUnit) {
+    const struct {
+        int32_t width;
+        double extent;
+        int32_t radius, expected;
+    } cases[] = {
+        {256, 1.0, 10, 10}, {512, 1.0, 10, 20}, {128, 1.0, 10, 5},
+        {100, 1.0, 10, 3},  {256, 0.0, 10, 0},  {256, -1.0, 10, 0},
+    };
+    for (const auto& c : cases) {
+        Grid grid{c.width, c.width};
+        grid.x1 = grid.x0 + c.extent;
+        EXPECT_EQ(ScaleIndependent(c.radius, grid), c.expected) << c.width << " " << c.extent;
+    }
+}
+
+TEST(Terrain, APlaneHasOneSlope) {
+    Grid grid{6, 4};
+    grid.x1 = 2.0;  // 3 samples per world unit
+    grid.verticalScale = 2.0;
+    std::vector<float> heights(24);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 6; ++x) heights[y * 6 + x] = 0.25f * x + 0.125f * y;
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 6; ++x) {
+            float gx, gy;
+            HeightSlope(heights.data(), grid, x, y, gx, gy);
+            EXPECT_FLOAT_EQ(gx, 0.25f * 3.0f * 2.0f) << x << "," << y;
+            EXPECT_FLOAT_EQ(gy, 0.125f * 3.0f * 2.0f) << x << "," << y;
+        }
+    float normal[3];
+    SlopeNormal(0.0f, 0.0f, normal);
+    EXPECT_EQ(normal[2], 1.0f);
+}
+
+TEST(Terrain, BilinearSampleHitsSamplesAndClampsOutside) {
+    const float field[] = {0.0f, 1.0f, 2.0f, 3.0f};  // 2x2
+    float v;
+    BilinearSample(field, 2, 2, 1, 1.0f, 1.0f, &v);
+    EXPECT_EQ(v, 3.0f);
+    BilinearSample(field, 2, 2, 1, 0.5f, 0.5f, &v);
+    EXPECT_EQ(v, 1.5f);
+    BilinearSample(field, 2, 2, 1, 5.0f, 0.0f, &v);
+    EXPECT_EQ(v, 1.0f);
+    // Truncation toward zero: -0.5 takes column 0 with weight -0.5 on it.
+    BilinearSample(field, 2, 2, 1, -0.5f, 0.0f, &v);
+    EXPECT_EQ(v, 0.0f * 1.5f + 1.0f * -0.5f);
+    const float rgb[] = {0, 0, 0, 1, 2, 3};  // 2x1 bitmap
+    float colour[3];
+    BilinearSample(rgb, 2, 1, 3, 0.5f, 0.0f, colour);
+    EXPECT_EQ(colour[0], 0.5f);
+    EXPECT_EQ(colour[2], 1.5f);
+}
+
+}  // namespace
