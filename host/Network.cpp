@@ -192,7 +192,7 @@ uint32_t Network::DataTypeSize(uint32_t kind) const {
 
 // Devices
 
-Orogen::Device& Network::AddDevice(const std::string& id, const DeviceType& type) {
+Orogen::Device& Network::AddDevice(const std::string& id, const DeviceType& type, bool freshSeed) {
     if (id.empty()) throw NetworkError("a device needs a non-empty id");
     if (Find(id)) throw NetworkError("duplicate device id " + Quoted(id));
     size_t serial = nodes.empty() ? 0 : nodes.back()->serial + 1;
@@ -200,7 +200,7 @@ Orogen::Device& Network::AddDevice(const std::string& id, const DeviceType& type
     node->handle = DeviceHandle(type);
     Orogen::Device* device = node->device();
     device->owner = node.get();
-    device->RefreshRandomSeed();
+    if (freshSeed) device->RefreshRandomSeed();
     byDevice[device] = node.get();
     nodes.push_back(std::move(node));
     return *device;

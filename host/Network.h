@@ -116,9 +116,10 @@ class Network {
     // The seed service's start for this project, when it has one.
     std::optional<uint32_t> seed;
 
-    // Creates a device, makes this network its owner and gives it a seed.
-    // Throws NetworkError for an empty or duplicate id or an unknown type.
-    Orogen::Device& AddDevice(const std::string& id, const DeviceType& type);
+    // Creates a device, makes this network its owner and, unless told not
+    // to, gives it a fresh seed. Throws NetworkError for an empty or
+    // duplicate id or an unknown type.
+    Orogen::Device& AddDevice(const std::string& id, const DeviceType& type, bool freshSeed = true);
     Orogen::Device& AddDevice(const std::string& id, std::string_view typeNameOrTag);
     void RemoveDevice(std::string_view id);
 

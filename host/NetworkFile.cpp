@@ -149,9 +149,10 @@ std::string NearestTypes(const Host& host, std::string_view wanted) {
         ranked.emplace_back(EditDistance(wanted, type.typeName), type.typeName);
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
+    // The closest, and those nearly as close, at most three.
     std::vector<std::string> names;
     for (size_t i = 0; i < ranked.size() && names.size() < 3; ++i)
-        names.push_back(ranked[i].second);
+        if (ranked[i].first <= ranked[0].first + 1) names.push_back(ranked[i].second);
     return QuotedList(names);
 }
 
@@ -369,7 +370,8 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
         Fail(place + ".type", "unknown device type " + Quoted(typeName) +
                                   "; nearest: " + NearestTypes(network.GetHost(), typeName));
 
-    Orogen::Device& device = network.AddDevice(id, *type);
+    // A saved state brings the seed fetch of its own load.
+    Orogen::Device& device = network.AddDevice(id, *type, !Member(value, "state"));
     auto* fileInput = dynamic_cast<FileInput*>(&device);
 
     if (const json* state = Member(value, "state")) {

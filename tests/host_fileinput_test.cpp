@@ -1,0 +1,181 @@
+// File Input: heightmaps and images into packets, clear failures, saved state.
+#include <sstream>
+
+#include "host/FileInput.h"
+#include "host/ImageIO.h"
+#include "host_test_support.h"
+
+namespace basekit::host::testing {
+namespace {
+
+using FileInputTest = HostTest;
+
+Image Pattern(int32_t width, int32_t height, int channels, uint32_t seed) {
+    Image image{width, height, channels, {}};
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    for (int64_t i = 0; i < int64_t{width} * height * channels; ++i)
+        image.samples.push_back(unit(random));
+    return image;
+}
+
+// Builds one File Input over a 5 x 4 world; the report and the output.
+struct Read {
+    DeviceReport report;
+    Orogen::PacketRef packet;
+};
+
+Read Build(Host& host, const fs::path& file, FileInput::Kind kind) {
+    Network network(host);
+    network.world.width = 5;
+    network.world.height = 4;
+    auto& input = static_cast<FileInput&>(network.AddDevice("in", "File Input"));
+    if (!file.empty()) input.SetFile(file);
+    input.SetKind(kind);
+    BuildReport report = network.Build();
+    return {report.devices.at(0), network.Output("in", 0)};
+}
+
+TEST_F(FileInputTest, ReadsHeightfieldsAndImagesOfEveryFormat) {
+    TempDir dir;
+    using Kind = FileInput::Kind;
+    struct Case {
+        const char* file;
+        void (*write)(const fs::path&, const Image&);
+        int fileChannels;
+        Kind kind;
+    };
+    const Case cases[] = {
+        {"grey.r32", WriteR32, 1, Kind::HeightField},
+        {"rgb.r32", WriteR32, 3, Kind::Bitmap},
+        {"grey16.png", WritePng16, 1, Kind::HeightField},
+        {"grey8.png", WritePng8, 1, Kind::Bitmap},
+        {"rgb16.png", WritePng16, 3, Kind::HeightField},
+        {"rgb8.png", WritePng8, 3, Kind::Bitmap},
+        {"grey.exr", WriteExr, 1, Kind::HeightField},
+        {"rgb.exr", WriteExr, 3, Kind::Bitmap},
+        {"grey.exr", WriteExr, 1, Kind::Bitmap},
+        {"rgb.exr", WriteExr, 3, Kind::HeightField},
+    };
+    uint32_t seed = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + (c.kind == Kind::Bitmap ? " as bitmap" : " as field"));
+        fs::path path = dir / c.file;
+        Image written = Pattern(5, 4, c.fileChannels, ++seed);
+        c.write(path, written);
+        Read read = Build(*host, path, c.kind);
+        ASSERT_EQ(read.report.status, BuildStatus::Built) << read.report.message;
+        ASSERT_TRUE(read.packet);
+        int channels = c.kind == Kind::Bitmap ? 3 : 1;
+        EXPECT_EQ(read.packet->GetKind(),
+                  c.kind == Kind::Bitmap ? Orogen::kBitmap : Orogen::kHeightField);
+        // Raw files hold the world's samples as they are; images come as the
+        // reader gives them, in the kind asked for.
+        std::vector<float> expected;
+        if (std::string(c.file).ends_with(".r32"))
+            expected = written.samples;
+        else
+            expected = ReadImage(path, channels).samples;
+        EXPECT_TRUE(SameBits(SamplesOf(read.packet), expected));
+    }
+}
+
+TEST_F(FileInputTest, HeightsAreClampedIntoRange) {
+    TempDir dir;
+    Image image{5, 4, 1, std::vector<float>(20, 0.5f)};
+    image.samples[0] = -1.0f;
+    image.samples[1] = 2.0f;
+    image.samples[2] = std::nanf("");
+    image.samples[3] = 1.0f;
+    WriteR32(dir / "wild.r32", image);
+    Read read = Build(*host, dir / "wild.r32", FileInput::Kind::HeightField);
+    std::vector<float> samples = SamplesOf(read.packet);
+    ASSERT_EQ(samples.size(), 20u);
+    EXPECT_EQ(samples[0], 0.0f);
+    EXPECT_EQ(samples[1], 1.0f);
+    EXPECT_EQ(samples[2], 1.0f);
+    EXPECT_EQ(samples[3], 1.0f);
+    EXPECT_EQ(samples[4], 0.5f);
+}
+
+TEST_F(FileInputTest, MissingOrWrongFilesFailWithAClearMessage) {
+    TempDir dir;
+    WriteR32(dir / "short.r32", Image{5, 3, 1, std::vector<float>(15, 0.5f)});
+    WritePng16(dir / "small.png", Image{3, 2, 1, std::vector<float>(6, 0.5f)});
+    WriteBytes(dir / "broken.png", "\x89PNG\r\n\x1a\n not really");
+    WriteBytes(dir / "heights.tif", "II*");
+    struct Case {
+        fs::path file;
+        std::string message;  // the start of it
+    };
+    const Case cases[] = {
+        {dir / "missing.r32", "cannot read r32 file '" + (dir / "missing.r32").string() + "': "},
+        {dir / "short.r32", "cannot read r32 file '" + (dir / "short.r32").string() +
+                                "': size is 60 bytes, expected 80 for 5x4x1 float32 samples"},
+        {dir / "small.png",
+         (dir / "small.png").string() + ": the image is 3 x 2, the world is 5 x 4"},
+        {dir / "broken.png", "cannot read PNG file '" + (dir / "broken.png").string() + "': "},
+        {dir / "heights.tif", (dir / "heights.tif").string() +
+                                  ": unsupported file type \".tif\" (use .r32, .png or .exr)"},
+        {"", "no file is set"},
+    };
+    uint64_t live = HostPacket::Live();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file.string());
+        Read read = Build(*host, c.file, FileInput::Kind::HeightField);
+        EXPECT_EQ(read.report.status, BuildStatus::Failed);
+        EXPECT_EQ(read.report.message.rfind(c.message, 0), 0u) << read.report.message;
+        EXPECT_FALSE(read.packet);
+    }
+    EXPECT_EQ(HostPacket::Live(), live);
+}
+
+TEST_F(FileInputTest, SavedStateKeepsFileKindAndBase) {
+    const DeviceType& type = *host->FindType("File Input");
+    EXPECT_EQ(type.tag, "FINP");
+    EXPECT_EQ(type.module, nullptr);
+    DeviceHandle original(type);
+    auto& input = static_cast<FileInput&>(*original.get());
+    input.SetFile("/data/dem 1.r32");
+    input.SetKind(FileInput::Kind::Bitmap);
+    input.SetName("DEM");
+    input.anchor[0] = 0.25f;
+    std::ostringstream out(std::ios::binary);
+    ASSERT_TRUE(input.Save(out));
+    const std::string state = out.str();
+
+    DeviceHandle copy(type);
+    auto& loaded = static_cast<FileInput&>(*copy.get());
+    std::istringstream in(state, std::ios::binary);
+    ASSERT_TRUE(loaded.Load(in));
+    EXPECT_EQ(loaded.File(), fs::path("/data/dem 1.r32"));
+    EXPECT_EQ(loaded.GetKind(), FileInput::Kind::Bitmap);
+    EXPECT_EQ(loaded.outputs[0]->kind, Orogen::kBitmap);
+    EXPECT_STREQ(loaded.GetName(), "DEM");
+    EXPECT_EQ(loaded.anchor[0], 0.25f);
+
+    // Damaged states are refused.
+    std::string badKind = state;
+    badKind[5] = 7;
+    std::string badTag = state;
+    badTag[0] = 'X';
+    std::string hugePath = state;
+    hugePath[12] = '\x7f';
+    const std::pair<const char*, std::string> damaged[] = {
+        {"wrong tag", badTag},
+        {"kind", badKind},
+        {"path length", hugePath},
+        {"cut in the path", state.substr(0, 20)},
+        {"cut in the base", state.substr(0, state.size() - 30)},
+        {"empty", ""},
+    };
+    for (const auto& [name, bytes] : damaged) {
+        SCOPED_TRACE(name);
+        DeviceHandle target(type);
+        std::istringstream damagedIn(bytes, std::ios::binary);
+        EXPECT_FALSE(target->Load(damagedIn));
+    }
+}
+
+}  // namespace
+}  // namespace basekit::host::testing

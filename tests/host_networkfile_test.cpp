@@ -1,0 +1,338 @@
+// Project files: reading, the errors each mistake gives, saving, and builds
+// that come out the same after a save and a load.
+#include <map>
+
+#include "host/FileInput.h"
+#include "host/ImageIO.h"
+#include "host/NetworkFile.h"
+#include "host_test_support.h"
+
+namespace basekit::host::testing {
+namespace {
+
+using NetworkFileTest = HostTest;
+
+TEST_F(NetworkFileTest, ReadsEverySection) {
+    TempDir dir;
+    WriteR32(dir / "dem.r32", Image{4, 3, 1, std::vector<float>(12, 0.5f)});
+    const std::string text = R"({
+      "world": {"extent": [-1, 2, 3, 5.5], "resolution": [4, 3], "verticalScale": 120},
+      "globals": {"waterLevel": 0.25, "lightDirection": [1, 0, -1]},
+      "seed": 77,
+      "devices": [
+        {"id": "flat", "type": "CHGT", "name": "Flat", "params": {"Height": 0.75},
+         "anchor": [0.1, 0.9], "enabled": true, "bypassed": false},
+        {"id": "add", "type": "Test Add",
+         "params": {"Amount": -0.5, "Mode": "Add twice", "Report rows": true, "Tint": "#10a0FF"}},
+        {"id": "pick", "type": "Test Add", "params": {"Mode": 2, "Tint": 255}, "enabled": false},
+        {"id": "src", "type": "File Input", "file": "dem.r32", "kind": "heightfield"}
+      ],
+      "links": [
+        {"from": "flat", "output": 0, "to": "add", "input": 0},
+        {"from": "src", "to": "pick"},
+        {"from": "flat", "to": "pick", "param": "Amount"}
+      ],
+      "export": [{"device": "add", "output": 0, "name": "terrain"}, {"device": "pick"}]
+    })";
+    host->Seeds().SetStart(1);
+    Project project = ParseNetwork(*host, text, dir.path());
+    Network& network = *project.network;
+    EXPECT_EQ(network.world.x0, -1.0);
+    EXPECT_EQ(network.world.y1, 5.5);
+    EXPECT_EQ(network.world.width, 4);
+    EXPECT_EQ(network.world.height, 3);
+    EXPECT_EQ(network.world.verticalScale, 120.0);
+    EXPECT_EQ(network.globals.waterLevel, 0.25f);
+    EXPECT_EQ(network.globals.lightDirection[2], -1.0f);
+    ASSERT_TRUE(network.seed);
+    EXPECT_EQ(*network.seed, 77u);
+    EXPECT_EQ(host->Seeds().Start(), 77u);
+    EXPECT_EQ(network.Ids(), (std::vector<std::string>{"flat", "add", "pick", "src"}));
+
+    Orogen::Device& flat = network.Get("flat");
+    EXPECT_EQ(network.TypeOf("flat").typeName, "Constant");
+    EXPECT_STREQ(flat.GetName(), "Flat");
+    EXPECT_EQ(flat.anchor[0], 0.1f);
+    EXPECT_EQ(flat.anchor[1], 0.9f);
+    EXPECT_EQ(Orogen::GetParameter(&flat, "Height")->f, 0.75f);
+
+    Orogen::Device& add = network.Get("add");
+    EXPECT_EQ(add.params.records[0].value.f, -0.5f);
+    EXPECT_EQ(add.params.records[1].value.i, 1);
+    EXPECT_EQ(add.params.records[2].value.i, 1);
+    EXPECT_EQ(add.params.records[3].value.i, 0x10A0FF);
+    Orogen::Device& pick = network.Get("pick");
+    EXPECT_EQ(pick.params.records[2].value.i, 2);
+    EXPECT_EQ(pick.params.records[3].value.i, 255);
+    EXPECT_EQ(pick.enabled, 0);
+    auto& src = static_cast<FileInput&>(network.Get("src"));
+    EXPECT_EQ(src.File(), dir / "dem.r32");
+
+    std::vector<Link> links = network.Links();
+    ASSERT_EQ(links.size(), 3u);
+    EXPECT_EQ(links[1].from, "src");
+    EXPECT_EQ(links[1].to, "pick");
+    EXPECT_EQ(links[2].parameter, "Amount");
+    ASSERT_TRUE(project.exportsListed);
+    ASSERT_EQ(project.exports.size(), 2u);
+    EXPECT_EQ(project.exports[0].name, "terrain");
+    EXPECT_EQ(project.exports[1].name, "pick");
+
+    BuildReport report = network.Build();
+    EXPECT_EQ(report.Find("add")->status, BuildStatus::Built);
+    EXPECT_EQ(report.Find("pick")->status, BuildStatus::Disabled);
+    // 0.75 - 2 * 0.5, clamped.
+    EXPECT_EQ(SamplesOf(network.Output("add", 0)), std::vector<float>(12, 0.0f));
+}
+
+TEST_F(NetworkFileTest, DefaultsAndDefaultExports) {
+    Project empty = ParseNetwork(*host, "{}", "");
+    const World& world = empty.network->world;
+    EXPECT_EQ(world.x0, 0.0);
+    EXPECT_EQ(world.y0, 0.0);
+    EXPECT_EQ(world.x1, 1.0);
+    EXPECT_EQ(world.y1, 1.0);
+    EXPECT_EQ(world.width, 1025);
+    EXPECT_EQ(world.height, 1025);
+    EXPECT_EQ(world.verticalScale, 1.0);
+    EXPECT_FALSE(empty.network->seed);
+    EXPECT_TRUE(empty.exports.empty());
+    EXPECT_FALSE(empty.exportsListed);
+
+    // Without an export list, the outputs that feed nothing are exported.
+    Project project = ParseNetwork(*host, R"({
+      "devices": [{"id": "a", "type": "Test Ramp"}, {"id": "b", "type": "Test Add"},
+                  {"id": "c", "type": "Test Add"}, {"id": "d", "type": "Test Ramp"}],
+      "links": [{"from": "a", "to": "b"}, {"from": "a", "to": "c"}]})",
+                                   "");
+    std::vector<std::string> names;
+    for (const ExportEntry& entry : project.exports)
+        names.push_back(entry.device + "/" + std::to_string(entry.output) + "=" + entry.name);
+    EXPECT_EQ(names, (std::vector<std::string>{"b/0=b", "c/0=c", "d/0=d"}));
+}
+
+TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
+    std::string constantState;
+    {
+        DeviceHandle constant(*host->FindType("Constant"));
+        std::ostringstream out(std::ios::binary);
+        constant->Save(out);
+        constantState = EncodeBase64(out.str());
+    }
+    const std::string two = R"({"id": "a", "type": "Test Ramp"}, {"id": "b", "type": "Test Add"})";
+    struct Case {
+        std::string text;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"{\n  \"devices\": [\n    {\"id\": \"a\",}\n  ]\n}",
+         "line 3, column 16: malformed JSON: syntax error while parsing object key - unexpected "
+         "'}'; expected string literal"},
+        {"[1, 2]", "(top): expected a JSON object"},
+        {R"({"device": []})",
+         "device: unknown key; valid: \"world\", \"globals\", \"seed\", \"devices\", \"links\", "
+         "\"export\""},
+        {R"({"devices": [{"id": "a", "type": "Constnt"}]})",
+         "devices[0].type: unknown device type \"Constnt\"; nearest: \"Constant\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp", "colour": 1}]})",
+         "devices[0].colour: unknown key; valid: \"id\", \"type\", \"name\", \"params\", "
+         "\"anchor\", \"enabled\", \"bypassed\", \"state\", \"file\", \"kind\""},
+        {R"({"devices": [{"type": "Test Ramp"}]})", "devices[0]: missing \"id\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp"}, {"id": "a", "type": "Test Add"}]})",
+         "devices[1].id: duplicate id \"a\" (first at devices[0])"},
+        {R"({"devices": [{"id": "a", "type": "Constant", "params": {"Heigth": 1}}]})",
+         "devices[0].params.Heigth: unknown parameter; valid: \"Height\""},
+        {R"({"devices": [{"id": "a", "type": "Constant", "params": {"Height": 2}}]})",
+         "devices[0].params.Height: 2 is outside 0..1"},
+        {R"({"devices": [{"id": "a", "type": "Constant", "params": {"Height": "high"}}]})",
+         "devices[0].params.Height: expected a number, not \"high\""},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Mode": "Subtract"}}]})",
+         "devices[0].params.Mode: unknown choice \"Subtract\"; valid: \"Add\", \"Add twice\", "
+         "\"Keep\""},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Mode": 3}}]})",
+         "devices[0].params.Mode: index 3 is outside 0..2"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Report rows": 1}}]})",
+         "devices[0].params.Report rows: expected true or false, not 1"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": "#12345"}}]})",
+         "devices[0].params.Tint: expected an integer or a colour \"#RRGGBB\", not \"#12345\""},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": 16777216}}]})",
+         "devices[0].params.Tint: 16777216 is outside 0..16777215"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": 1.5}}]})",
+         "devices[0].params.Tint: expected an integer, not 1.5"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "name": "a name much longer than 23"}]})",
+         "devices[0].name: longer than 23 characters"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "state": "Zm9v!"}]})",
+         "devices[0].state: not valid base64"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "state": ")" + constantState + "\"}]}",
+         "devices[0].state: the saved state does not load into a \"Test Add\" device"},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "file": "x.r32"}]})",
+         "devices[0].file: only a \"File Input\" device takes one"},
+        {R"({"devices": [{"id": "a", "type": "File Input"}]})",
+         "devices[0]: a \"File Input\" needs \"file\""},
+        {R"({"devices": [{"id": "a", "type": "File Input", "file": "x", "kind": "image"}]})",
+         "devices[0].kind: unknown kind \"image\"; valid: \"heightfield\", \"bitmap\""},
+        {R"({"devices": [)" + two + R"(], "links": [{"from": "x", "to": "b"}]})",
+         "links[0].from: no device \"x\""},
+        {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "to": "b", "input": 1}]})",
+         "links[0].input: \"b\" has no input 1 (it has 1)"},
+        {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "output": 2, "to": "b"}]})",
+         "links[0].output: \"a\" has no output 2 (it has 1)"},
+        {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "to": "b", "param": "Amout"}]})",
+         "links[0].param: \"b\" has no parameter \"Amout\"; valid: \"Amount\", \"Report rows\", "
+         "\"Mode\", \"Tint\""},
+        {R"({"devices": [)" + two +
+             R"(], "links": [{"from": "a", "to": "b"}, {"from": "a", "to": "b", "input": 0}]})",
+         "links[1].input: this port is linked already by links[0]"},
+        {R"({"devices": [{"id": "a", "type": "Test Add"}, {"id": "b", "type": "Test Add"}],
+            "links": [{"from": "a", "to": "b"}, {"from": "b", "to": "a"}]})",
+         "links[1]: linking \"b\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
+         "\"a\""},
+        {R"({"world": {"resolution": [0, 5]}})", "world.resolution[0]: 0 is not a positive size"},
+        {R"({"world": {"resolution": [65536, 65536]}})",
+         "world.resolution: 65536 x 65536 is more than 2^31 points"},
+        {R"({"world": {"extent": [0, 0, 1]}})", "world.extent: expected [x0, y0, x1, y1]"},
+        {R"({"world": {"verticalScale": -2}})", "world.verticalScale: -2 is not positive"},
+        {R"({"globals": {"lightDirection": [0, "up", 1]}})",
+         "globals.lightDirection[1]: expected a number, not \"up\""},
+        {R"({"seed": -1})", "seed: -1 is outside 0..4294967295"},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "z"}]})",
+         "export[0].device: no device \"z\""},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "../up"}]})",
+         "export[0].name: \"../up\" is not a plain file name"},
+        {R"({"devices": [)" + two +
+             R"(], "export": [{"device": "a"}, {"device": "b", "name": "a"}]})",
+         "export[1].name: the name \"a\" is used already by export[0]"},
+    };
+    uint64_t allocations = host->Allocator().Outstanding();
+    uint64_t packets = HostPacket::Live();
+    host->Seeds().SetStart(3);
+    host->Seeds().NextSeed();
+    SeedSource::State seeds = host->Seeds().Save();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        try {
+            // A seed set before the mistake must not stay set.
+            std::string text = c.text;
+            if (text[0] == '{') text = "{\"seed\": 12345," + text.substr(1);
+            ParseNetwork(*host, text, "");
+            ADD_FAILURE() << "accepted";
+        } catch (const NetworkFileError& e) {
+            EXPECT_EQ(std::string(e.what()), c.message);
+            EXPECT_EQ(e.Place() + ": " + e.Message(), c.message);
+        }
+        // Nothing of a failed load stays behind.
+        EXPECT_EQ(host->Allocator().Outstanding(), allocations);
+        EXPECT_EQ(HostPacket::Live(), packets);
+        EXPECT_EQ(host->Seeds().Save().start, seeds.start);
+        EXPECT_EQ(host->Seeds().Save().calls, seeds.calls);
+    }
+}
+
+TEST_F(NetworkFileTest, ReadingAMissingFileFails) {
+    TempDir dir;
+    try {
+        LoadNetworkFile(*host, dir / "none.json");
+        ADD_FAILURE() << "accepted";
+    } catch (const NetworkFileError& e) {
+        EXPECT_EQ(std::string(e.what()), (dir / "none.json").string() + ": cannot open the file");
+    }
+}
+
+TEST(NetworkFileBase64, RoundTripsAndRefusesDamage) {
+    const std::pair<std::string, std::string> vectors[] = {
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
+        {std::string("\0\xff\x80", 3), "AP+A"},
+    };
+    for (const auto& [bytes, text] : vectors) {
+        EXPECT_EQ(EncodeBase64(bytes), text);
+        EXPECT_EQ(DecodeBase64(text), bytes);
+    }
+    for (const char* bad : {"Zg=", "Zg=a", "Z===", "Zm9v\n", "Zm 9", "@@@@", "=AAA"})
+        EXPECT_FALSE(DecodeBase64(bad)) << bad;
+}
+
+// Outputs of every device of a built network, keyed by device and slot.
+std::map<std::string, std::vector<float>> Outputs(const Network& network) {
+    std::map<std::string, std::vector<float>> outputs;
+    for (const std::string& id : network.Ids())
+        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
+            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
+    return outputs;
+}
+
+TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
+    TempDir dir;
+    fs::create_directory(dir / "data");
+    WriteR32(dir / "data" / "dem.r32", Image{33, 21, 1, std::vector<float>(33 * 21, 0.375f)});
+    std::string devices = R"(
+        {"id": "ramp", "type": "Test Ramp", "params": {"Waves": true, "Offset": 0.125}},
+        {"id": "add", "type": "Test Add", "params": {"Amount": 0.3, "Mode": "Add twice"}},
+        {"id": "drive", "type": "Constant", "params": {"Height": 0.6}, "name": "Driver"},
+        {"id": "scaled", "type": "Test Add"},
+        {"id": "dem", "type": "File Input", "file": "data/dem.r32"},
+        {"id": "on-dem", "type": "Test Add", "bypassed": true})";
+    std::string links = R"(
+        {"from": "ramp", "to": "add"}, {"from": "add", "to": "scaled"},
+        {"from": "drive", "to": "scaled", "param": "Amount"}, {"from": "dem", "to": "on-dem"})";
+    // Module devices join in where the module has them.
+    for (const char* type : {"Radial Grad", "Gradient", "Voronoi", "Blur"}) {
+        if (!host->FindType(type)) continue;
+        devices += std::string(R"(, {"id": ")") + type + R"(", "type": ")" + type + "\"}";
+        if (host->FindType(type)->descriptor.category != 1)
+            links += std::string(R"(, {"from": "scaled", "to": ")") + type + "\"}";
+    }
+    std::string text = R"({"world": {"extent": [10, 20, 30, 35], "resolution": [33, 21]},
+        "globals": {"waterLevel": 0.3}, "seed": 9, "devices": [)" +
+                       devices + R"(], "links": [)" + links +
+                       R"(], "export": [{"device": "scaled", "name": "terrain"}]})";
+    WriteBytes(dir / "project.json", text);
+
+    Project first = LoadNetworkFile(*host, dir / "project.json");
+    BuildOptions options;
+    options.workers = 2;
+    BuildReport built = first.network->Build(options);
+    ASSERT_EQ(built.Count(BuildStatus::Built), first.network->Size());
+    auto expected = Outputs(*first.network);
+
+    SaveNetworkFile(first, dir / "saved.json");
+    first.network.reset();
+    Project second = LoadNetworkFile(*host, dir / "saved.json");
+    ASSERT_EQ(second.network->Build().Count(BuildStatus::Built), second.network->Size());
+    auto outputs = Outputs(*second.network);
+    ASSERT_EQ(outputs.size(), expected.size());
+    for (const auto& [key, samples] : expected) {
+        SCOPED_TRACE(key);
+        EXPECT_FALSE(samples.empty());
+        EXPECT_TRUE(SameBits(samples, outputs[key]));
+    }
+    // What was saved reads back to the same file, paths still relative.
+    EXPECT_EQ(NetworkToText(second, dir.path()), ReadBytes(dir / "saved.json"));
+    EXPECT_NE(ReadBytes(dir / "saved.json").find("\"file\": \"data/dem.r32\""), std::string::npos);
+    EXPECT_EQ(second.exports.size(), 1u);
+    size_t linkCount = 0;
+    for (size_t at = links.find("\"from\""); at != std::string::npos;
+         at = links.find("\"from\"", at + 1))
+        ++linkCount;
+    EXPECT_EQ(second.network->Links().size(), linkCount);
+}
+
+TEST_F(NetworkFileTest, SavingIntoAMissingFolderWritesNothing) {
+    TempDir dir;
+    Project project = ParseNetwork(*host, R"({"devices": [{"id": "a", "type": "Test Ramp"}]})", "");
+    EXPECT_THROW(SaveNetworkFile(project, dir / "no" / "such.json"), std::runtime_error);
+    EXPECT_EQ(dir.Count(), 0u);
+    // Over an existing file, the new text replaces it whole.
+    WriteBytes(dir / "p.json", "old");
+    SaveNetworkFile(project, dir / "p.json");
+    EXPECT_EQ(ReadBytes(dir / "p.json"), NetworkToText(project, dir.path()));
+    EXPECT_EQ(dir.Count(), 1u);
+}
+
+}  // namespace
+}  // namespace basekit::host::testing
