@@ -1,6 +1,14 @@
 // The built module, loaded as a host loads it.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
 
 #include <array>
 #include <cstdio>
@@ -16,16 +24,30 @@ namespace {
 
 using namespace Orogen;
 
+#ifdef _WIN32
+void* OpenModule(const char* path) { return LoadLibraryA(path); }
+void* FindSymbol(void* handle, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle), name));
+}
+void CloseModule(void* handle) { FreeLibrary(static_cast<HMODULE>(handle)); }
+std::string LoadError() { return "LoadLibrary error " + std::to_string(GetLastError()); }
+#else
+void* OpenModule(const char* path) { return dlopen(path, RTLD_NOW | RTLD_LOCAL); }
+void* FindSymbol(void* handle, const char* name) { return dlsym(handle, name); }
+void CloseModule(void* handle) { dlclose(handle); }
+std::string LoadError() { return dlerror(); }
+#endif
+
 struct Module {
     Module() {
-        handle = dlopen(BASEKIT64_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        handle = OpenModule(BASEKIT64_MODULE_PATH);
         if (!handle) return;
-        version = reinterpret_cast<GetHeaderVersionFunction>(dlsym(handle, "GetHeaderVersion"));
-        setup = reinterpret_cast<SetupGlobalAccessFunction>(dlsym(handle, "SetupGlobalAccess"));
-        plugin = reinterpret_cast<GetDevPluginFunction>(dlsym(handle, "GetDevPlugin"));
+        version = reinterpret_cast<GetHeaderVersionFunction>(FindSymbol(handle, "GetHeaderVersion"));
+        setup = reinterpret_cast<SetupGlobalAccessFunction>(FindSymbol(handle, "SetupGlobalAccess"));
+        plugin = reinterpret_cast<GetDevPluginFunction>(FindSymbol(handle, "GetDevPlugin"));
     }
     ~Module() {
-        if (handle) dlclose(handle);
+        if (handle) CloseModule(handle);
     }
     void* handle = nullptr;
     GetHeaderVersionFunction version = nullptr;
@@ -36,7 +58,7 @@ struct Module {
 class PluginTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_NE(module.handle, nullptr) << dlerror();
+        ASSERT_NE(module.handle, nullptr) << LoadError();
         ASSERT_TRUE(module.version && module.setup && module.plugin);
         module.setup(&host.services);
     }
@@ -188,10 +210,23 @@ TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
 }
 
 TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {
+    std::set<std::string> exported;
+#ifdef _WIN32
+    // The loaded image's export directory; an ordinal-only export fails too.
+    auto base = static_cast<const unsigned char*>(module.handle);
+    auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    const auto& entry = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+    ASSERT_NE(entry.Size, 0u);
+    auto directory = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + entry.VirtualAddress);
+    EXPECT_EQ(directory->NumberOfFunctions, directory->NumberOfNames);
+    auto names = reinterpret_cast<const DWORD*>(base + directory->AddressOfNames);
+    for (DWORD i = 0; i < directory->NumberOfNames; ++i)
+        exported.insert(reinterpret_cast<const char*>(base + names[i]));
+#else
     std::string command = std::string("nm -D --defined-only ") + BASEKIT64_MODULE_PATH;
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
     ASSERT_TRUE(pipe);
-    std::set<std::string> exported;
     char line[512];
     while (std::fgets(line, sizeof line, pipe.get())) {
         char address[64], type[8], symbol[400];
@@ -199,6 +234,7 @@ TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {
             std::string(type) != "A")
             exported.insert(symbol);
     }
+#endif
     EXPECT_EQ(exported,
               (std::set<std::string>{"GetDevPlugin", "GetHeaderVersion", "SetupGlobalAccess"}));
 }
