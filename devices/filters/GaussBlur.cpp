@@ -1,0 +1,287 @@
+#include "devices/filters/GaussBlur.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "framework/Terrain.h"
+
+namespace basekit {
+
+std::vector<float> GaussianKernel(int32_t radius) {
+    if (radius <= 0) return {1.0f};
+    const int32_t n = 2 * radius + 1;
+    const double sigma = radius / 3.0;
+    const double spread = 1.0 / (2.0 * sigma * sigma);
+    const double scale = 1.0 / (std::sqrt(6.283187) * sigma);
+    std::vector<double> w(static_cast<size_t>(n));
+    double sum = 0.0;
+    for (int32_t i = 0; i < n; ++i) {
+        const double k = i - radius;
+        w[static_cast<size_t>(i)] = std::exp(-(k * k) * spread) * scale;
+        sum += w[static_cast<size_t>(i)];
+    }
+    std::vector<float> weights(static_cast<size_t>(n));
+    for (int32_t i = 0; i < n; ++i)
+        weights[static_cast<size_t>(i)] = static_cast<float>(w[static_cast<size_t>(i)] / sum);
+    return weights;
+}
+
+namespace {
+
+// The inner sums of both passes have one shape: out[j] combines taps[t][j]
+// over t = 0 .. count-1 in order. Pass 0 points the taps at shifted copies of
+// one row, pass 1 at the clamped neighbouring rows. With weights the sum is
+// w[0]*tap0 + w[1]*tap1 + ...; without, (tap0 + tap1 + ...) * factor.
+struct Taps {
+    const float* const* rows;
+    int32_t count;
+    const float* weights;  // nullptr: box
+    float factor;          // box only
+};
+
+inline float SumPlain(const Taps& taps, size_t j) {
+    if (taps.weights == nullptr) {
+        float acc = taps.rows[0][j];
+        for (int32_t t = 1; t < taps.count; ++t) acc = acc + taps.rows[t][j];
+        return acc * taps.factor;
+    }
+    float acc = taps.weights[0] * taps.rows[0][j];
+    for (int32_t t = 1; t < taps.count; ++t) acc = acc + taps.weights[t] * taps.rows[t][j];
+    return acc;
+}
+
+// The same sum for channel c of point x of a row, each tap's x clamped into
+// the row.
+float EdgeSum(const Taps& taps, const float* row, int32_t width, size_t C, int32_t x, size_t c) {
+    const int32_t radius = taps.count / 2;
+    auto tap = [&](int32_t t) {
+        return row[static_cast<size_t>(std::clamp(x + t - radius, 0, width - 1)) * C + c];
+    };
+    if (taps.weights == nullptr) {
+        float acc = tap(0);
+        for (int32_t t = 1; t < taps.count; ++t) acc = acc + tap(t);
+        return acc * taps.factor;
+    }
+    float acc = taps.weights[0] * tap(0);
+    for (int32_t t = 1; t < taps.count; ++t) acc = acc + taps.weights[t] * tap(t);
+    return acc;
+}
+
+void SumTapsPlain(const Taps& taps, size_t first, size_t end, float* out) {
+    for (size_t j = first; j < end; ++j) out[j] = SumPlain(taps, j);
+}
+
+// Eight (or sixteen) vectors at a time keep enough independent sums in
+// flight to hide the adder's latency; the tail goes one vector at a time and
+// then by the plain loop.
+__attribute__((target("avx2"))) void SumTapsAvx2(const Taps& taps, size_t j, size_t end,
+                                                  float* out) {
+    constexpr int kVectors = 8;
+    const bool box = taps.weights == nullptr;
+    const __m256 factor = _mm256_set1_ps(taps.factor);
+    for (; j + 8 * kVectors <= end; j += 8 * kVectors) {
+        __m256 acc[kVectors];
+        const float* r0 = taps.rows[0] + j;
+        if (box) {
+            for (int a = 0; a < kVectors; ++a) acc[a] = _mm256_loadu_ps(r0 + 8 * a);
+            for (int32_t t = 1; t < taps.count; ++t) {
+                const float* r = taps.rows[t] + j;
+                for (int a = 0; a < kVectors; ++a)
+                    acc[a] = _mm256_add_ps(acc[a], _mm256_loadu_ps(r + 8 * a));
+            }
+            for (int a = 0; a < kVectors; ++a)
+                _mm256_storeu_ps(out + j + 8 * a, _mm256_mul_ps(acc[a], factor));
+        } else {
+            const __m256 w0 = _mm256_set1_ps(taps.weights[0]);
+            for (int a = 0; a < kVectors; ++a) acc[a] = _mm256_mul_ps(w0, _mm256_loadu_ps(r0 + 8 * a));
+            for (int32_t t = 1; t < taps.count; ++t) {
+                const float* r = taps.rows[t] + j;
+                const __m256 w = _mm256_set1_ps(taps.weights[t]);
+                for (int a = 0; a < kVectors; ++a)
+                    acc[a] = _mm256_add_ps(acc[a], _mm256_mul_ps(w, _mm256_loadu_ps(r + 8 * a)));
+            }
+            for (int a = 0; a < kVectors; ++a) _mm256_storeu_ps(out + j + 8 * a, acc[a]);
+        }
+    }
+    for (; j + 8 <= end; j += 8) {
+        __m256 acc;
+        if (box) {
+            acc = _mm256_loadu_ps(taps.rows[0] + j);
+            for (int32_t t = 1; t < taps.count; ++t)
+                acc = _mm256_add_ps(acc, _mm256_loadu_ps(taps.rows[t] + j));
+            acc = _mm256_mul_ps(acc, factor);
+        } else {
+            acc = _mm256_mul_ps(_mm256_set1_ps(taps.weights[0]), _mm256_loadu_ps(taps.rows[0] + j));
+            for (int32_t t = 1; t < taps.count; ++t)
+                acc = _mm256_add_ps(acc, _mm256_mul_ps(_mm256_set1_ps(taps.weights[t]),
+                                                       _mm256_loadu_ps(taps.rows[t] + j)));
+        }
+        _mm256_storeu_ps(out + j, acc);
+    }
+    SumTapsPlain(taps, j, end, out);
+}
+
+__attribute__((target("avx512f,avx2"))) void SumTapsAvx512(const Taps& taps, size_t j,
+                                                            size_t end, float* out) {
+    constexpr int kVectors = 8;
+    const bool box = taps.weights == nullptr;
+    const __m512 factor = _mm512_set1_ps(taps.factor);
+    for (; j + 16 * kVectors <= end; j += 16 * kVectors) {
+        __m512 acc[kVectors];
+        const float* r0 = taps.rows[0] + j;
+        if (box) {
+            for (int a = 0; a < kVectors; ++a) acc[a] = _mm512_loadu_ps(r0 + 16 * a);
+            for (int32_t t = 1; t < taps.count; ++t) {
+                const float* r = taps.rows[t] + j;
+                for (int a = 0; a < kVectors; ++a)
+                    acc[a] = _mm512_add_ps(acc[a], _mm512_loadu_ps(r + 16 * a));
+            }
+            for (int a = 0; a < kVectors; ++a)
+                _mm512_storeu_ps(out + j + 16 * a, _mm512_mul_ps(acc[a], factor));
+        } else {
+            const __m512 w0 = _mm512_set1_ps(taps.weights[0]);
+            for (int a = 0; a < kVectors; ++a) acc[a] = _mm512_mul_ps(w0, _mm512_loadu_ps(r0 + 16 * a));
+            for (int32_t t = 1; t < taps.count; ++t) {
+                const float* r = taps.rows[t] + j;
+                const __m512 w = _mm512_set1_ps(taps.weights[t]);
+                for (int a = 0; a < kVectors; ++a)
+                    acc[a] = _mm512_add_ps(acc[a], _mm512_mul_ps(w, _mm512_loadu_ps(r + 16 * a)));
+            }
+            for (int a = 0; a < kVectors; ++a) _mm512_storeu_ps(out + j + 16 * a, acc[a]);
+        }
+    }
+    for (; j + 16 <= end; j += 16) {
+        __m512 acc;
+        if (box) {
+            acc = _mm512_loadu_ps(taps.rows[0] + j);
+            for (int32_t t = 1; t < taps.count; ++t)
+                acc = _mm512_add_ps(acc, _mm512_loadu_ps(taps.rows[t] + j));
+            acc = _mm512_mul_ps(acc, factor);
+        } else {
+            acc = _mm512_mul_ps(_mm512_set1_ps(taps.weights[0]), _mm512_loadu_ps(taps.rows[0] + j));
+            for (int32_t t = 1; t < taps.count; ++t)
+                acc = _mm512_add_ps(acc, _mm512_mul_ps(_mm512_set1_ps(taps.weights[t]),
+                                                       _mm512_loadu_ps(taps.rows[t] + j)));
+        }
+        _mm512_storeu_ps(out + j, acc);
+    }
+    SumTapsAvx2(taps, j, end, out);
+}
+
+void SumTaps(const Taps& taps, size_t first, size_t end, float* out, VectorPath path) {
+    if (first >= end) return;
+    if (path != VectorPath::Plain && end - first >= 256) {
+        // Loads that straddle cache lines cost twice; in pass 1 every tap row
+        // usually shares the first one's alignment, so start the vectors on a
+        // 64-byte boundary of it.
+        const uintptr_t address = reinterpret_cast<uintptr_t>(taps.rows[0] + first);
+        const size_t lead = ((64 - (address & 63)) & 63) / sizeof(float);
+        if (address % sizeof(float) == 0 && lead > 0) {
+            SumTapsPlain(taps, first, first + lead, out);
+            first += lead;
+        }
+    }
+    switch (path) {
+        case VectorPath::Avx512:
+            return SumTapsAvx512(taps, first, end, out);
+        case VectorPath::Avx2:
+            return SumTapsAvx2(taps, first, end, out);
+        case VectorPath::Plain:
+            return SumTapsPlain(taps, first, end, out);
+    }
+}
+
+// Pass 1 works through columns in strips so the 2R + 1 source rows of a strip
+// stay in cache from one output row to the next.
+constexpr size_t kStripFloats = 1024;
+
+void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t radius,
+              int32_t pass, int32_t firstRow, int32_t lastRow, VectorPath path) {
+    if (p.width <= 0 || p.height <= 0 || radius < 0) return;
+    firstRow = std::max(firstRow, 0);
+    lastRow = std::min(lastRow, p.height - 1);
+    if (firstRow > lastRow) return;
+    path = UsablePath(path);
+    const int32_t count = 2 * radius + 1;
+    const size_t C = static_cast<size_t>(p.channels);
+    const size_t rowFloats = static_cast<size_t>(p.width) * C;
+    std::vector<const float*> rows(static_cast<size_t>(count));
+    const Taps taps{rows.data(), count, weights, factor};
+
+    if (pass == 0) {
+        // Inner points x = R .. W-1-R read tap t at x + t - R, so the taps are
+        // the row itself shifted by t points; the points within R of either
+        // end clamp each tap on its own.
+        const bool inner = p.width > 2 * radius;
+        for (int32_t y = firstRow; y <= lastRow; ++y) {
+            const float* src = p.source + static_cast<size_t>(y) * rowFloats;
+            float* dst = p.destination + static_cast<size_t>(y) * rowFloats;
+            if (inner) {
+                for (int32_t t = 0; t < count; ++t) rows[static_cast<size_t>(t)] = src + t * C;
+                SumTaps(taps, 0, static_cast<size_t>(p.width - 2 * radius) * C, dst + radius * C,
+                        path);
+            }
+            for (int32_t x = 0; x < p.width; ++x) {
+                if (inner && x >= radius && x < p.width - radius) continue;
+                for (size_t c = 0; c < C; ++c)
+                    dst[static_cast<size_t>(x) * C + c] = EdgeSum(taps, src, p.width, C, x, c);
+            }
+        }
+        return;
+    }
+
+    for (size_t strip = 0; strip < rowFloats; strip += kStripFloats) {
+        const size_t end = std::min(strip + kStripFloats, rowFloats);
+        for (int32_t y = firstRow; y <= lastRow; ++y) {
+            for (int32_t t = 0; t < count; ++t) {
+                const int32_t sy = std::clamp(y + t - radius, 0, p.height - 1);
+                rows[static_cast<size_t>(t)] = p.source + static_cast<size_t>(sy) * rowFloats;
+            }
+            SumTaps(taps, strip, end, p.destination + static_cast<size_t>(y) * rowFloats, path);
+        }
+    }
+}
+
+}  // namespace
+
+void BoxBlurRows(const BlurPlane& plane, int32_t radius, int32_t pass, int32_t firstRow,
+                 int32_t lastRow, VectorPath path) {
+    const float factor = 1.0f / static_cast<float>(2 * radius + 1);
+    BlurRows(plane, nullptr, factor, radius, pass, firstRow, lastRow, path);
+}
+
+void GaussianBlurRows(const BlurPlane& plane, const float* weights, int32_t radius, int32_t pass,
+                      int32_t firstRow, int32_t lastRow, VectorPath path) {
+    BlurRows(plane, weights, 1.0f, radius, pass, firstRow, lastRow, path);
+}
+
+void MotionBlurRows(const BlurPlane& p, const float* weights, int32_t radius, float cosine,
+                    float sine, int32_t firstRow, int32_t lastRow) {
+    if (p.width <= 0 || p.height <= 0 || radius < 0) return;
+    firstRow = std::max(firstRow, 0);
+    lastRow = std::min(lastRow, p.height - 1);
+    const size_t C = static_cast<size_t>(p.channels);
+    float acc[3], sample[3];
+    for (int32_t y = firstRow; y <= lastRow; ++y) {
+        float* dst = p.destination + static_cast<size_t>(y) * p.width * C;
+        for (int32_t x = 0; x < p.width; ++x) {
+            for (int32_t k = -radius; k <= radius; ++k) {
+                const float w = weights[k + radius];
+                const float fk = static_cast<float>(k);
+                Orogen::BilinearSample(p.source, p.width, p.height, p.channels,
+                               static_cast<float>(x) + cosine * fk,
+                               static_cast<float>(y) + sine * fk, sample);
+                for (size_t c = 0; c < C; ++c)
+                    acc[c] = k == -radius ? w * sample[c] : acc[c] + w * sample[c];
+            }
+            for (size_t c = 0; c < C; ++c) dst[static_cast<size_t>(x) * C + c] = acc[c];
+        }
+    }
+}
+
+}  // namespace basekit

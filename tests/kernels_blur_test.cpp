@@ -1,0 +1,263 @@
+// Blur row kernels against a direct convolution written plainly here, and the
+// properties every blur must keep.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "devices/filters/GaussBlur.h"
+#include "framework/CpuFeatures.h"
+
+namespace basekit {
+namespace {
+
+struct Field {
+    int w, h, c;
+    std::vector<float> v;
+    Field(int width, int height, int channels) : w(width), h(height), c(channels), v(width * height * channels) {}
+    float& at(int x, int y, int ch) { return v[(static_cast<size_t>(y) * w + x) * c + ch]; }
+    float at(int x, int y, int ch) const { return v[(static_cast<size_t>(y) * w + x) * c + ch]; }
+};
+
+Field RandomField(int w, int h, int c, uint32_t seed) {
+    Field f(w, h, c);
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(0.0f, 1.0f);
+    for (float& x : f.v) x = u(rng);
+    return f;
+}
+
+// Direct convolution, one output at a time: clamp each coordinate, sum from
+// k = -R upwards.
+Field Reference(const Field& in, int type, int R, int pass, const std::vector<float>& w) {
+    Field out(in.w, in.h, in.c);
+    for (int y = 0; y < in.h; ++y) {
+        for (int x = 0; x < in.w; ++x) {
+            for (int ch = 0; ch < in.c; ++ch) {
+                float acc = 0.0f;
+                for (int k = -R; k <= R; ++k) {
+                    int sx = pass == 0 ? std::clamp(x + k, 0, in.w - 1) : x;
+                    int sy = pass == 1 ? std::clamp(y + k, 0, in.h - 1) : y;
+                    float s = in.at(sx, sy, ch);
+                    float term = type == kBlurUniform ? s : w[k + R] * s;
+                    acc = k == -R ? term : acc + term;
+                }
+                out.at(x, y, ch) = type == kBlurUniform ? acc * (1.0f / (2 * R + 1)) : acc;
+            }
+        }
+    }
+    return out;
+}
+
+// Motion reference: bilinear samples with truncated integer parts and
+// clamped neighbours, weighted by the fractions.
+Field MotionReference(const Field& in, int R, float cs, float sn, const std::vector<float>& w) {
+    Field out(in.w, in.h, in.c);
+    for (int y = 0; y < in.h; ++y) {
+        for (int x = 0; x < in.w; ++x) {
+            for (int ch = 0; ch < in.c; ++ch) {
+                float acc = 0.0f;
+                for (int k = -R; k <= R; ++k) {
+                    float fx = x + cs * k, fy = y + sn * k;
+                    int ix = static_cast<int>(fx), iy = static_cast<int>(fy);
+                    float tx = fx - ix, ty = fy - iy;
+                    int x0 = std::clamp(ix, 0, in.w - 1), x1 = std::clamp(ix + 1, 0, in.w - 1);
+                    int y0 = std::clamp(iy, 0, in.h - 1), y1 = std::clamp(iy + 1, 0, in.h - 1);
+                    float top = in.at(x0, y0, ch) * (1.0f - tx) + in.at(x1, y0, ch) * tx;
+                    float bottom = in.at(x0, y1, ch) * (1.0f - tx) + in.at(x1, y1, ch) * tx;
+                    float s = top * (1.0f - ty) + bottom * ty;
+                    acc = k == -R ? w[k + R] * s : acc + w[k + R] * s;
+                }
+                out.at(x, y, ch) = acc;
+            }
+        }
+    }
+    return out;
+}
+
+std::vector<VectorPath> AvailablePaths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
+
+Field Blur(const Field& in, int type, int R, int pass, const std::vector<float>& w,
+          VectorPath path, int firstRow = 0, int lastRow = -1) {
+    Field out(in.w, in.h, in.c);
+    BlurPlane plane{in.v.data(), out.v.data(), in.w, in.h, in.c};
+    if (lastRow < 0) lastRow = in.h - 1;
+    if (type == kBlurUniform)
+        BoxBlurRows(plane, R, pass, firstRow, lastRow, path);
+    else
+        GaussianBlurRows(plane, w.data(), R, pass, firstRow, lastRow, path);
+    return out;
+}
+
+bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+TEST(GaussianKernel, FollowsTheFormulaAndSumsToOne) {
+    for (int R : {1, 2, 3, 16, 64, 128}) {
+        std::vector<float> w = GaussianKernel(R);
+        ASSERT_EQ(w.size(), static_cast<size_t>(2 * R + 1));
+        const double sigma = R / 3.0;
+        double sum = 0.0;
+        for (int i = 0; i <= 2 * R; ++i) {
+            const double k = i - R;
+            sum += std::exp(-k * k / (2 * sigma * sigma)) / (std::sqrt(6.283187) * sigma);
+        }
+        double total = 0.0;
+        for (int i = 0; i <= 2 * R; ++i) {
+            const double k = i - R;
+            const double want =
+                std::exp(-k * k / (2 * sigma * sigma)) / (std::sqrt(6.283187) * sigma) / sum;
+            EXPECT_NEAR(w[i], want, want * 1e-6 + 1e-12) << "R " << R << " i " << i;
+            EXPECT_EQ(w[i], w[2 * R - i]);  // symmetric
+            total += w[i];
+        }
+        EXPECT_NEAR(total, 1.0, 1e-5);
+        EXPECT_GT(w[R], w[R - 1]);  // peak in the middle
+    }
+    EXPECT_EQ(GaussianKernel(0), std::vector<float>{1.0f});
+    // sigma = 1 at R = 3: the outermost weight is exp(-4.5) of the centre one.
+    std::vector<float> w3 = GaussianKernel(3);
+    EXPECT_NEAR(w3[0] / w3[3], std::exp(-4.5), 1e-6);
+}
+
+struct Shape {
+    int w, h, c;
+};
+
+// Sizes around the vector widths and block sizes, tiny fields, single rows
+// and columns, bitmaps.
+const Shape kShapes[] = {{1, 1, 1},   {1, 9, 1},  {9, 1, 1},   {7, 5, 1},  {37, 11, 1},
+                         {130, 6, 1}, {257, 3, 1}, {1100, 2, 1}, {1, 6, 3}, {6, 1, 3},
+                         {29, 7, 3},  {140, 4, 3}};
+
+TEST(BlurRows, MatchDirectConvolutionOnEveryPath) {
+    for (const Shape& sh : kShapes) {
+        const Field in = RandomField(sh.w, sh.h, sh.c, sh.w * 31 + sh.h);
+        for (int R : {0, 1, 2, 5, 16, 40}) {
+            const std::vector<float> w = GaussianKernel(R);
+            for (int type : {kBlurUniform, kBlurGaussian}) {
+                for (int pass : {0, 1}) {
+                    // Pass 0 is given R <= W - 1 (the device cuts it); pass 1 any R.
+                    if (pass == 0 && R > sh.w - 1) continue;
+                    const Field want = Reference(in, type, R, pass, w);
+                    for (VectorPath path : AvailablePaths()) {
+                        const Field got = Blur(in, type, R, pass, w, path);
+                        ASSERT_TRUE(SameBits(got.v, want.v))
+                            << sh.w << "x" << sh.h << "x" << sh.c << " R " << R << " type "
+                            << type << " pass " << pass << " " << VectorPathName(path);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(BlurRows, RowRangesWriteOnlyTheirRows) {
+    const Field in = RandomField(150, 23, 3, 7);
+    const std::vector<float> w = GaussianKernel(9);
+    for (int pass : {0, 1}) {
+        for (VectorPath path : AvailablePaths()) {
+            const Field whole = Blur(in, kBlurGaussian, 9, pass, w, path);
+            Field parts(in.w, in.h, in.c);
+            std::fill(parts.v.begin(), parts.v.end(), -1.0f);
+            BlurPlane plane{in.v.data(), parts.v.data(), in.w, in.h, in.c};
+            const int cuts[] = {0, 5, 6, 17, 23};
+            for (int k = 0; k + 1 < 5; ++k) {
+                GaussianBlurRows(plane, w.data(), 9, pass, cuts[k], cuts[k + 1] - 1, path);
+                // Rows past this range are still untouched.
+                for (size_t i = static_cast<size_t>(cuts[k + 1]) * in.w * in.c; i < parts.v.size(); ++i)
+                    ASSERT_EQ(parts.v[i], -1.0f);
+            }
+            EXPECT_TRUE(SameBits(parts.v, whole.v)) << "pass " << pass;
+        }
+    }
+}
+
+TEST(BlurRows, ConstantFieldStaysConstant) {
+    // Every output sums the same values in the same order, so all outputs are
+    // equal; rounding keeps them within a few ulps of the constant.
+    for (int c : {1, 3}) {
+        Field in(70, 40, c);
+        std::fill(in.v.begin(), in.v.end(), 0.6180339f);
+        for (int R : {1, 4, 33, 69}) {
+            const std::vector<float> w = GaussianKernel(R);
+            for (int type : {kBlurUniform, kBlurGaussian}) {
+                for (int pass : {0, 1}) {
+                    const Field out = Blur(in, type, R, pass, w, BestVectorPath());
+                    for (float v : out.v) {
+                        ASSERT_EQ(v, out.v[0]);
+                        ASSERT_NEAR(v, 0.6180339f, 2e-6f) << "R " << R << " type " << type;
+                    }
+                }
+            }
+            Field motion(in.w, in.h, c);
+            BlurPlane plane{in.v.data(), motion.v.data(), in.w, in.h, c};
+            MotionBlurRows(plane, w.data(), R, std::cos(0.4f), std::sin(0.4f), 0, in.h - 1);
+            for (float v : motion.v) ASSERT_NEAR(v, 0.6180339f, 2e-6f) << "motion R " << R;
+        }
+    }
+}
+
+TEST(BlurRows, EdgesRepeatTheBorderSample) {
+    // A step at the left border: with R larger than the distance to the
+    // border, the box sum counts the border sample once per tap past it.
+    Field in(10, 1, 1);
+    for (int x = 0; x < 10; ++x) in.at(x, 0, 0) = x == 0 ? 1.0f : 0.0f;
+    const Field out = Blur(in, kBlurUniform, 3, 0, {}, VectorPath::Plain);
+    // Point 0 reads x = -3..3 -> clamped 0,0,0,0,1,2,3: four copies of 1.
+    EXPECT_FLOAT_EQ(out.at(0, 0, 0), 4.0f / 7.0f);
+    EXPECT_FLOAT_EQ(out.at(1, 0, 0), 3.0f / 7.0f);
+    EXPECT_FLOAT_EQ(out.at(3, 0, 0), 1.0f / 7.0f);
+    EXPECT_EQ(out.at(4, 0, 0), 0.0f);
+    // Along y with R far beyond the height, every output is the mean of the
+    // clamped column.
+    Field col(1, 3, 1);
+    col.v = {0.0f, 0.0f, 1.0f};
+    const Field down = Blur(col, kBlurUniform, 5, 1, {}, VectorPath::Plain);
+    EXPECT_FLOAT_EQ(down.at(0, 0, 0), 4.0f / 11.0f);  // rows -5..5 -> 0 x6, 1, 2 x4
+    EXPECT_FLOAT_EQ(down.at(0, 2, 0), 6.0f / 11.0f);  // rows -3..7 -> 0 x5, 2 x6
+}
+
+TEST(MotionBlur, MatchesBilinearReference) {
+    for (const Shape& sh : {Shape{23, 17, 1}, Shape{12, 9, 3}, Shape{1, 5, 1}, Shape{5, 1, 3}}) {
+        const Field in = RandomField(sh.w, sh.h, sh.c, 99);
+        for (int R : {1, 4, 12}) {
+            const std::vector<float> w = GaussianKernel(R);
+            for (float deg : {0.0f, 30.0f, 90.0f, 135.0f, 180.0f}) {
+                const float cs = std::cos(deg * 0.017453292f), sn = std::sin(deg * 0.017453292f);
+                const Field want = MotionReference(in, R, cs, sn, w);
+                Field got(sh.w, sh.h, sh.c);
+                BlurPlane plane{in.v.data(), got.v.data(), sh.w, sh.h, sh.c};
+                MotionBlurRows(plane, w.data(), R, cs, sn, 0, sh.h - 1);
+                ASSERT_TRUE(SameBits(got.v, want.v)) << "R " << R << " direction " << deg;
+            }
+        }
+    }
+}
+
+TEST(MotionBlur, HorizontalDirectionIsTheGaussianAlongX) {
+    // Along 0 degrees every sample position is whole, so the bilinear sample
+    // is the clamped point itself and the motion blur equals pass 0.
+    const Field in = RandomField(40, 6, 1, 5);
+    const std::vector<float> w = GaussianKernel(6);
+    Field motion(in.w, in.h, 1);
+    BlurPlane plane{in.v.data(), motion.v.data(), in.w, in.h, 1};
+    MotionBlurRows(plane, w.data(), 6, 1.0f, 0.0f, 0, in.h - 1);
+    const Field gauss = Blur(in, kBlurGaussian, 6, 0, w, VectorPath::Plain);
+    EXPECT_TRUE(SameBits(motion.v, gauss.v));
+}
+
+}  // namespace
+}  // namespace basekit

@@ -1,0 +1,488 @@
+// Cellular search and row kernel against a plain rendering of the search,
+// written here independently of the kernel, plus the invariants of its output.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "devices/generators/CellularTex.h"
+#include "framework/CpuFeatures.h"
+
+namespace basekit {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Reference search: one cube at a time, exactly as described, no shortcuts.
+
+const char* const kRefCounts =
+    "4311124222510212204321213224225123222223242532225335213344230422"
+    "2132223331202112222532323221021121221342225424225432254333522222"
+    "3114213343243334514243123532131333231554224134153353432211111245"
+    "4542151123332523320211421321223255345524453222142334254242224532";
+
+uint32_t RefStep(uint32_t r) { return 1402024253u * r + 586950981u; }
+
+int RefFloor(double v) {
+    int t = static_cast<int>(v);  // test points stay well inside int range
+    if (v < 0 && v != static_cast<double>(t)) t -= 1;
+    return t;
+}
+
+double RefDistance(double x, double y, double z, int m) {
+    double ax = std::fabs(x), ay = std::fabs(y), az = std::fabs(z);
+    switch (m) {
+        case 0:
+            return x * x + y * y + z * z;
+        case 1:
+            return ax + ay + az;
+        case 2:
+            return std::max(ax, std::max(ay, az));
+        default:
+            if (ax >= ay && ax >= az) return ax + std::sqrt(y * y + z * z);
+            if (ay >= az) return ay + std::sqrt(x * x + z * z);
+            return az + std::sqrt(x * x + y * y);
+    }
+}
+
+void RefSearchCube(int cx, int cy, int cz, double X, double Y, double Z, uint32_t S, int m,
+                   CellularResult& r) {
+    uint32_t h = 702395077u * static_cast<uint32_t>(cx) + 915488749u * static_cast<uint32_t>(cy) +
+                 2120969693u * static_cast<uint32_t>(cz) + S;
+    int n = kRefCounts[h >> 24] - '0';
+    if (n < 1) return;
+    uint32_t rr = 1402024253u * h + 586950981u;
+    for (int i = 0; i < n; ++i) {
+        uint32_t id = rr;
+        double x = cx + (RefStep(rr) + 0.5) * 2.3283064365386963e-10 - X;
+        double y = cy + (RefStep(RefStep(rr)) + 0.5) * 2.3283064365386963e-10 - Y;
+        double z = cz + (RefStep(RefStep(RefStep(rr))) + 0.5) * 2.3283064365386963e-10 - Z;
+        rr = RefStep(RefStep(RefStep(RefStep(rr))));
+        double d = RefDistance(x, y, z, m);
+        if (d < r.f[3]) {
+            int k = 0;
+            while (!(d < r.f[k])) ++k;
+            for (int j = 3; j > k; --j) {
+                r.f[j] = r.f[j - 1];
+                r.id[j] = r.id[j - 1];
+            }
+            r.f[k] = d;
+            r.id[k] = id;
+        }
+    }
+}
+
+CellularResult RefSearch(double X, double Y, double Z, uint32_t S, int m) {
+    CellularResult r{{999999.9, 999999.9, 999999.9, 999999.9}, {0, 0, 0, 0}};
+    int ix = RefFloor(X), iy = RefFloor(Y), iz = RefFloor(Z);
+    RefSearchCube(ix, iy, iz, X, Y, Z, S, m, r);
+    double fx = X - ix, fy = Y - iy, fz = Z - iz;
+    double lo[3] = {fx * fx, fy * fy, fz * fz};
+    double hi[3] = {(1 - fx) * (1 - fx), (1 - fy) * (1 - fy), (1 - fz) * (1 - fz)};
+    // Neighbours in search order; per axis -1 low face, +1 high face, 0 none.
+    const int order[26][3] = {
+        {-1, 0, 0},   {0, -1, 0},  {0, 0, -1},  {1, 0, 0},   {0, 1, 0},   {0, 0, 1},
+        {-1, -1, 0},  {-1, 0, -1}, {0, -1, -1}, {1, 1, 0},   {1, 0, 1},   {0, 1, 1},
+        {-1, 1, 0},   {-1, 0, 1},  {0, -1, 1},  {1, -1, 0},  {1, 0, -1},  {0, 1, -1},
+        {-1, -1, -1}, {-1, -1, 1}, {-1, 1, -1}, {-1, 1, 1},  {1, -1, -1}, {1, -1, 1},
+        {1, 1, -1},   {1, 1, 1}};
+    for (const auto& o : order) {
+        double bound = 0;
+        bool first = true;
+        for (int a = 0; a < 3; ++a) {
+            if (o[a] == 0) continue;
+            double t = o[a] < 0 ? lo[a] : hi[a];
+            bound = first ? t : bound + t;
+            first = false;
+        }
+        if (r.f[3] > bound) RefSearchCube(ix + o[0], iy + o[1], iz + o[2], X, Y, Z, S, m, r);
+    }
+    return r;
+}
+
+float RefStyle(const CellularResult& r, int style) {
+    const double* F = r.f;
+    switch (style) {
+        case 0: case 1: case 2: case 3: return static_cast<float>(F[style]);
+        case 4: return static_cast<float>(F[1] - F[0]);
+        case 5: return static_cast<float>(F[2] - F[1]);
+        case 6: return static_cast<float>(F[2] - F[0]);
+        case 7: return static_cast<float>(F[3] - F[2]);
+        case 8: return static_cast<float>(F[3] - F[1]);
+        case 9: return static_cast<float>(F[3] - F[0]);
+        default: return static_cast<float>((r.id[style - 10] >> 24) / 255.0);
+    }
+}
+
+// ---------------------------------------------------------------------------
+
+uint64_t Bits(double v) {
+    uint64_t b;
+    std::memcpy(&b, &v, sizeof b);
+    return b;
+}
+
+uint32_t Bits(float v) {
+    uint32_t b;
+    std::memcpy(&b, &v, sizeof b);
+    return b;
+}
+
+std::vector<VectorPath> AvailablePaths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
+
+// Points that stress the floor and the cube borders: arbitrary, whole, just
+// either side of whole, negative, and exactly on feature points' cube faces.
+std::vector<double> AwkwardCoordinates(std::mt19937& rng, int n) {
+    std::uniform_real_distribution<double> any(-40.0, 40.0);
+    std::uniform_int_distribution<int> whole(-20, 20);
+    std::vector<double> v;
+    for (int i = 0; i < n; ++i) {
+        switch (i % 5) {
+            case 0: v.push_back(any(rng)); break;
+            case 1: v.push_back(whole(rng)); break;
+            case 2: v.push_back(std::nextafter(static_cast<double>(whole(rng)), -100.0)); break;
+            case 3: v.push_back(std::nextafter(static_cast<double>(whole(rng)), 100.0)); break;
+            default: v.push_back(whole(rng) + 0.5); break;
+        }
+    }
+    std::shuffle(v.begin(), v.end(), rng);
+    return v;
+}
+
+const uint32_t kSeeds[] = {0u, 1u, 4711u, 32767u, 0x9E3779B9u};
+const CellDistance kDistances[] = {CellDistance::Euclidean, CellDistance::Manhattan,
+                                   CellDistance::Alternate1, CellDistance::Alternate2};
+
+TEST(CellularSearch, MatchesReferenceBitForBit) {
+    std::mt19937 rng(12);
+    for (CellDistance m : kDistances) {
+        for (uint32_t seed : kSeeds) {
+            auto xs = AwkwardCoordinates(rng, 400), ys = AwkwardCoordinates(rng, 400),
+                 zs = AwkwardCoordinates(rng, 400);
+            for (size_t i = 0; i < xs.size(); ++i) {
+                CellularResult want = RefSearch(xs[i], ys[i], zs[i], seed, static_cast<int>(m));
+                CellularResult got = CellularSearch(xs[i], ys[i], zs[i], seed, m);
+                for (int k = 0; k < 4; ++k) {
+                    ASSERT_EQ(Bits(got.f[k]), Bits(want.f[k]))
+                        << "distance " << static_cast<int>(m) << " seed " << seed << " point ("
+                        << xs[i] << ", " << ys[i] << ", " << zs[i] << ") F" << k + 1;
+                    ASSERT_EQ(got.id[k], want.id[k]);
+                }
+            }
+        }
+    }
+}
+
+TEST(CellularSearch, FeaturePointItselfIsAtDistanceZero) {
+    // Seed 0, cube (0,0,0): the hash is 0, so the cube holds kRefCounts[0]
+    // points and the first one's coordinates come from the first three steps.
+    const uint32_t r0 = 586950981u;
+    const double x = (RefStep(r0) + 0.5) * 2.3283064365386963e-10;
+    const double y = (RefStep(RefStep(r0)) + 0.5) * 2.3283064365386963e-10;
+    const double z = (RefStep(RefStep(RefStep(r0))) + 0.5) * 2.3283064365386963e-10;
+    for (CellDistance m : kDistances) {
+        CellularResult r = CellularSearch(x, y, z, 0u, m);
+        EXPECT_EQ(r.f[0], 0.0) << static_cast<int>(m);
+        EXPECT_EQ(r.id[0], r0) << static_cast<int>(m);
+        EXPECT_GT(r.f[1], 0.0);
+    }
+}
+
+// The first two feature points of cube (0, 0, 0) for `seed`, when it has two.
+bool FirstTwoPoints(uint32_t seed, double a[3], double b[3], uint32_t ids[2]) {
+    if (kRefCounts[seed >> 24] - '0' < 2) return false;
+    uint32_t r = 1402024253u * seed + 586950981u;
+    for (int p = 0; p < 2; ++p) {
+        double* q = p == 0 ? a : b;
+        ids[p] = r;
+        q[0] = (RefStep(r) + 0.5) * 2.3283064365386963e-10;
+        q[1] = (RefStep(RefStep(r)) + 0.5) * 2.3283064365386963e-10;
+        q[2] = (RefStep(RefStep(RefStep(r))) + 0.5) * 2.3283064365386963e-10;
+        r = RefStep(RefStep(RefStep(RefStep(r))));
+    }
+    return true;
+}
+
+TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
+    // Point coordinates have at most 33 significant bits, so the midpoint of
+    // two points is exact and both lie at exactly the same distance from it.
+    // The one found first must stay first.
+    int tested = 0;
+    for (uint32_t seed = 0; seed < 4000 && tested < 20; ++seed) {
+        double a[3], b[3];
+        uint32_t ids[2];
+        if (!FirstTwoPoints(seed, a, b, ids)) continue;
+        const double P[3] = {(a[0] + b[0]) * 0.5, (a[1] + b[1]) * 0.5, (a[2] + b[2]) * 0.5};
+        for (CellDistance m : kDistances) {
+            CellularResult want = RefSearch(P[0], P[1], P[2], seed, static_cast<int>(m));
+            if (want.f[0] != want.f[1] || want.id[0] != ids[0] || want.id[1] != ids[1]) continue;
+            CellularResult got = CellularSearch(P[0], P[1], P[2], seed, m);
+            EXPECT_EQ(got.f[0], got.f[1]);
+            EXPECT_EQ(got.id[0], ids[0]) << "seed " << seed << " distance " << static_cast<int>(m);
+            EXPECT_EQ(got.id[1], ids[1]);
+            if ((ids[0] >> 24) == (ids[1] >> 24)) continue;
+            // The same through the row kernel, whose cell style shows the order.
+            const double wx = P[0], wy = P[1];
+            CellularRowSetup s;
+            s.width = s.height = 1;
+            s.worldX = &wx;
+            s.worldY = &wy;
+            s.shape = P[2];
+            s.distance = m;
+            s.seed = seed;
+            s.style = kCellF1Cells;
+            for (VectorPath path : AvailablePaths()) {
+                float v = -1.0f;
+                CellularRows(s, 0, 0, nullptr, &v, path);
+                EXPECT_EQ(v, static_cast<float>((ids[0] >> 24) / 255.0)) << VectorPathName(path);
+            }
+            ++tested;
+        }
+    }
+    EXPECT_GE(tested, 10);
+}
+
+TEST(CellularSearch, DistancesAreOrderedAndFound) {
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<double> any(-1000.0, 1000.0);
+    for (CellDistance m : kDistances) {
+        for (int i = 0; i < 2000; ++i) {
+            CellularResult r = CellularSearch(any(rng), any(rng), any(rng), rng() & 0x7FFF, m);
+            ASSERT_LE(r.f[0], r.f[1]);
+            ASSERT_LE(r.f[1], r.f[2]);
+            ASSERT_LE(r.f[2], r.f[3]);
+            // Four points always lie within the searched cubes.
+            ASSERT_LT(r.f[3], 999999.9);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Row kernel.
+
+// World positions of a grid's columns and rows spread over x0..x1, y0..y1,
+// as a build context in the usual coordinate mode gives them.
+struct World {
+    std::vector<double> x, y;
+    World(int width, int height, double x0 = -3.25, double x1 = 5.5, double y0 = -1.0,
+          double y1 = 2.75) {
+        for (int i = 0; i < width; ++i)
+            x.push_back(x0 + (i * (width > 1 ? 1.0 / (width - 1) : 0.0)) * (x1 - x0));
+        for (int j = 0; j < height; ++j)
+            y.push_back(y0 + (j * (height > 1 ? 1.0 / (height - 1) : 0.0)) * (y1 - y0));
+    }
+};
+
+CellularRowSetup MakeSetup(const World& world, int style, CellDistance m, uint32_t seed) {
+    CellularRowSetup s;
+    s.width = static_cast<int>(world.x.size());
+    s.height = static_cast<int>(world.y.size());
+    s.worldX = world.x.data();
+    s.worldY = world.y.data();
+    s.anchorX = 0.625;
+    s.anchorY = -0.5;
+    s.scale = 1.0 / 0.37;
+    s.shape = -0.75;
+    s.distortX = std::cos(0.7) * 0.4;
+    s.distortY = std::sin(0.7) * 0.4;
+    s.style = style;
+    s.distance = m;
+    s.seed = seed;
+    return s;
+}
+
+std::vector<float> RandomHeights(int n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> h(0.0f, 1.0f);
+    std::vector<float> v(n);
+    for (float& x : v) x = h(rng);
+    return v;
+}
+
+TEST(CellularRows, EveryStyleMatchesReference) {
+    const int W = 37, H = 9;
+    const auto heights = RandomHeights(W * H, 3);
+    for (CellDistance m : kDistances) {
+        for (int style = 0; style < kCellStyleCount; ++style) {
+            for (bool distorted : {false, true}) {
+                const World world(W, H);
+                CellularRowSetup s = MakeSetup(world, style, m, 1234u + style);
+                std::vector<float> field(W * H);
+                CellularRows(s, 0, H - 1, distorted ? heights.data() : nullptr, field.data(),
+                             VectorPath::Plain);
+                for (int j = 0; j < H; ++j) {
+                    const float* h = heights.data() + j * W;
+                    const float* out = field.data() + j * W;
+                    double wy = world.y[j];
+                    for (int i = 0; i < W; ++i) {
+                        double wx = world.x[i];
+                        double X = (wx - s.anchorX) * s.scale, Y = (wy - s.anchorY) * s.scale;
+                        if (distorted) {
+                            X = X + h[i] * s.distortX;
+                            Y = Y + h[i] * s.distortY;
+                        }
+                        float want = RefStyle(RefSearch(X, Y, s.shape, s.seed, static_cast<int>(m)), style);
+                        ASSERT_EQ(Bits(out[i]), Bits(want))
+                            << "style " << style << " distance " << static_cast<int>(m) << " at ("
+                            << i << ", " << j << ")" << (distorted ? " distorted" : "");
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Fields through every available path must match the plain path bit for bit.
+struct PathCase {
+    const char* name;
+    int width, height;
+    double x0, x1, y0, y1, scale;
+    bool distorted;
+};
+
+const PathCase kPathCases[] = {
+    // Many samples per cube: long runs sharing a home cube.
+    {"coarse", 300, 20, -8.0, 8.0, -3.0, 3.0, 1.0, false},
+    // Few samples per cube, whole-numbered positions on every fourth sample.
+    {"fine", 257, 19, -32.0, 32.0, 0.0, 4.5, 1.0, false},
+    // Odd widths leave every remainder after the vector blocks.
+    {"narrow", 13, 35, -1.0, 2.0, -5.0, -4.0, 2.5, false},
+    {"single column", 1, 9, 2.0, 2.0, -1.0, 1.0, 3.0, false},
+    {"distorted", 131, 21, -4.0, 4.0, -4.0, 4.0, 1.7, true},
+    // Every sample in a different cube: more cubes than the shared box holds.
+    {"sparse", 520, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, false},
+    {"sparse distorted", 67, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, true},
+    // Cube coordinates at the ends of the 32-bit range, where neighbours wrap.
+    {"range ends", 40, 4, 2147483600.0, 2147483690.0, -2147483690.0, -2147483600.0, 1.0, false},
+};
+
+TEST(CellularRows, VectorPathsMatchPlainBitForBit) {
+    for (const PathCase& pc : kPathCases) {
+        const auto heights = RandomHeights(pc.width * pc.height, 9);
+        const World world(pc.width, pc.height, pc.x0, pc.x1, pc.y0, pc.y1);
+        for (VectorPath path : AvailablePaths()) {
+            for (CellDistance m : kDistances) {
+                for (int style : {kCellF1, kCellF3, kCellF2MinusF1, kCellF1Cells, kCellF3Cells}) {
+                    CellularRowSetup s = MakeSetup(world, style, m, 77u + style);
+                    s.scale = pc.scale;
+                    const float* h = pc.distorted ? heights.data() : nullptr;
+                    std::vector<float> plain(pc.width * pc.height), fast(plain.size());
+                    CellularRows(s, 0, pc.height - 1, h, plain.data(), VectorPath::Plain);
+                    CellularRows(s, 0, pc.height - 1, h, fast.data(), path);
+                    for (size_t i = 0; i < plain.size(); ++i)
+                        ASSERT_EQ(Bits(fast[i]), Bits(plain[i]))
+                            << pc.name << ", " << VectorPathName(path) << ", style " << style
+                            << ", distance " << static_cast<int>(m) << ", sample " << i;
+                }
+            }
+        }
+    }
+}
+
+TEST(CellularRows, NaNHeightsGiveTheSameBitsOnEveryPath) {
+    const int W = 40, H = 3;
+    auto heights = RandomHeights(W * H, 4);
+    heights[5] = std::nanf("");
+    heights[W + 17] = std::nanf("");
+    const World world(W, H);
+    CellularRowSetup s = MakeSetup(world, kCellF4, CellDistance::Euclidean, 8u);
+    std::vector<float> plain(W * H), fast(W * H);
+    CellularRows(s, 0, H - 1, heights.data(), plain.data(), VectorPath::Plain);
+    // No feature point is found from a NaN position.
+    EXPECT_EQ(plain[5], static_cast<float>(999999.9));
+    for (VectorPath path : AvailablePaths()) {
+        CellularRows(s, 0, H - 1, heights.data(), fast.data(), path);
+        for (size_t i = 0; i < plain.size(); ++i)
+            ASSERT_EQ(Bits(fast[i]), Bits(plain[i])) << VectorPathName(path) << " sample " << i;
+    }
+}
+
+TEST(CellularRows, RowRangesComposeTheWholeField) {
+    // Bands split anywhere (as threads would) give the same field as one call.
+    const int W = 70, H = 41;
+    const World world(W, H);
+    CellularRowSetup s = MakeSetup(world, kCellF2MinusF1, CellDistance::Manhattan, 3u);
+    std::vector<float> whole(W * H), parts(W * H, -1.0f);
+    CellularRows(s, 0, H - 1, nullptr, whole.data());
+    const int cuts[] = {0, 1, 7, 23, 24, H};
+    for (size_t k = 0; k + 1 < std::size(cuts); ++k)
+        CellularRows(s, cuts[k], cuts[k + 1] - 1, nullptr, parts.data());
+    EXPECT_EQ(whole, parts);
+    // Rows outside the field are ignored; nothing is written.
+    std::vector<float> none(W * H, -1.0f);
+    CellularRows(s, H, H + 5, nullptr, none.data());
+    CellularRows(s, 5, 4, nullptr, none.data());
+    EXPECT_EQ(std::count(none.begin(), none.end(), -1.0f), W * H);
+}
+
+TEST(CellularRows, DifferencesAreNonNegativeAndCellsAreLevelsOf255) {
+    const int W = 96, H = 24;
+    const World world(W, H);
+    std::vector<float> out(W * H);
+    for (CellDistance m : kDistances) {
+        for (int style = kCellF2MinusF1; style <= kCellF4Cells; ++style) {
+            CellularRowSetup s = MakeSetup(world, style, m, 31u);
+            CellularRows(s, 0, H - 1, nullptr, out.data());
+            for (float v : out) {
+                ASSERT_GE(v, 0.0f) << "style " << style;
+                if (style >= kCellF1Cells) {
+                    const int level = static_cast<int>(std::lround(v * 255.0));
+                    ASSERT_TRUE(level >= 0 && level <= 255);
+                    ASSERT_EQ(v, static_cast<float>(level / 255.0)) << "style " << style;
+                }
+            }
+        }
+    }
+}
+
+TEST(CellularRows, SameWorldPositionsGiveSameValuesAtAnyResolution) {
+    // Sample (i, j) of the coarse grid lies at the world position of sample
+    // (2i, 2j) of the fine one.
+    const int coarse = 51, fine = 101;
+    const World coarseWorld(coarse, coarse), fineWorld(fine, fine);
+    std::vector<float> a(coarse * coarse), b(fine * fine);
+    for (CellDistance m : kDistances) {
+        for (int style : {kCellF1, kCellF3MinusF1, kCellF2Cells}) {
+            CellularRows(MakeSetup(coarseWorld, style, m, 999u), 0, coarse - 1, nullptr, a.data());
+            CellularRows(MakeSetup(fineWorld, style, m, 999u), 0, fine - 1, nullptr, b.data());
+            for (int j = 0; j < coarse; ++j)
+                for (int i = 0; i < coarse; ++i)
+                    ASSERT_EQ(Bits(a[j * coarse + i]), Bits(b[2 * j * fine + 2 * i]))
+                        << "style " << style << " at (" << i << ", " << j << ")";
+        }
+    }
+}
+
+TEST(CellularRows, SeedChangesThePattern) {
+    const int W = 64;
+    const World world(W, 2);
+    CellularRowSetup a = MakeSetup(world, kCellF1Cells, CellDistance::Euclidean, 1u);
+    CellularRowSetup b = a;
+    b.seed = 2u;
+    std::vector<float> ra(W * 2), rb(W * 2);
+    CellularRows(a, 0, 1, nullptr, ra.data());
+    CellularRows(b, 0, 1, nullptr, rb.data());
+    EXPECT_NE(ra, rb);
+}
+
+TEST(CellularRows, SingleSampleUsesTheLowCorner) {
+    const World world(1, 1);
+    CellularRowSetup s = MakeSetup(world, kCellF1, CellDistance::Manhattan, 5u);
+    float out = -1.0f;
+    CellularRows(s, 0, 0, nullptr, &out);
+    double X = (-3.25 - s.anchorX) * s.scale, Y = (-1.0 - s.anchorY) * s.scale;
+    EXPECT_EQ(Bits(out), Bits(RefStyle(RefSearch(X, Y, s.shape, 5u, 1), kCellF1)));
+}
+
+}  // namespace
+}  // namespace basekit
