@@ -21,6 +21,10 @@ class FileInput : public Orogen::Generator {
     FileInput();
     const char* GetTypeName() override { return "File Input"; }
     const char* GetDescription() override { return "Reads a height field or an image from a file"; }
+    // The packet is made once the file has been read.
+    bool PrepareOutputs(std::vector<Orogen::PacketRef>&, const Orogen::BuildContext&) override {
+        return false;
+    }
     bool Build(const Orogen::BuildContext& context) override;
     bool Save(std::ostream& out) override;
     bool Load(std::istream& in) override;

@@ -188,8 +188,8 @@ Host::Host(HostOptions options) {
     services = Orogen::HostServices{&network, &allocator, &seeds, &dialogs, &workers};
     Orogen::SetServices(&services);
     if (options.swapDirectory.empty()) {
-        network.SetSwapDirectory(MakeTemporaryFolder());
-        ownsSwapDirectory = true;
+        ownSwapFolder = MakeTemporaryFolder();
+        network.SetSwapDirectory(ownSwapFolder);
     } else {
         network.SetSwapDirectory(options.swapDirectory);
     }
@@ -200,9 +200,9 @@ Host::~Host() {
     types.clear();
     modules.clear();
     workers.Resize(0);
-    if (ownsSwapDirectory) {
+    if (!ownSwapFolder.empty()) {
         std::error_code ignored;
-        fs::remove_all(network.SwapDirectory(), ignored);
+        fs::remove_all(ownSwapFolder, ignored);
     }
     if (Orogen::Services() == &services) Orogen::SetServices(nullptr);
 }

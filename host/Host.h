@@ -147,7 +147,8 @@ class Host {
     WorkerThreadPool workers;
     HostNetworkService network;
     Orogen::HostServices services{};
-    bool ownsSwapDirectory = false;
+    // The temporary swap folder this host made, removed with it.
+    std::filesystem::path ownSwapFolder;
     std::vector<std::shared_ptr<Module>> modules;
     std::vector<DeviceType> types;
 };

@@ -473,6 +473,14 @@ BuildReport Network::Build(const BuildOptions& options) {
     results.reset();
     auto set = std::make_unique<Orogen::BuildResultSet>();
     building = set.get();
+    // Whatever happens, no device sees this set once the build is over.
+    struct EndOfBuild {
+        Network& network;
+        ~EndOfBuild() {
+            network.building = nullptr;
+            network.current = nullptr;
+        }
+    } endOfBuild{*this};
     for (const auto& node : nodes) node->status = BuildStatus::NotBuilt;
 
     Progress progress(*this, options);
@@ -516,25 +524,12 @@ BuildReport Network::Build(const BuildOptions& options) {
         }
 
         if (entry.status == BuildStatus::NotBuilt) {
-            // A height field or bitmap on a parameter link counts by its mean value.
-            for (Orogen::Port* port : device->paramPorts) {
-                Node* from = port->peer ? NodeOf(port->peer->owner) : nullptr;
-                uint32_t index, where;
-                if (!from || !Orogen::FindPort(from->device(), port->peer, index, where)) continue;
-                Orogen::DeviceResult& source = Orogen::doGetDevice(building, from->device());
-                if (index >= source.outputs.size() || !source.outputs[index]) continue;
-                Orogen::PacketRef packet = source.outputs[index];
-                if (packet->GetKind() == Orogen::kParameterPacket) continue;
-                if (packet->pagedOut) packet->PageIn();
-                Orogen::PacketRef value = HostPacket::Create(Orogen::kParameterPacket);
-                value->samples[0] = ParameterValueOf(*packet);
-                Orogen::PushInputs(building, {port}, &HandOver, &value);
-            }
-
             if (options.onDeviceStart) options.onDeviceStart(node.id, position, order.size());
             current = &node;
+            size_t logged = host.Network().LogLines().size();
             Clock::time_point start = Clock::now();
             try {
+                PushParameterValues(*device);
                 entry.processResult = device->Process(context);
                 switch (entry.processResult) {
                     case 1:
@@ -569,6 +564,10 @@ BuildReport Network::Build(const BuildOptions& options) {
             }
             entry.seconds = SecondsSince(start);
             current = nullptr;
+            // A framework error is caught inside the device; what it logged says more.
+            std::vector<std::string> log = host.Network().LogLines();
+            if (entry.processResult == Orogen::kProcessException && log.size() > logged)
+                entry.message = log.back();
 
             if (entry.status == BuildStatus::Failed && entry.message.empty()) {
                 if (auto* input = dynamic_cast<FileInput*>(device))
@@ -599,11 +598,27 @@ BuildReport Network::Build(const BuildOptions& options) {
         if (options.memoryBudget > 0) EnforceBudget(order, position + 1, options.memoryBudget);
     }
 
-    building = nullptr;
     results = std::move(set);
     report.cancelled = cancelRequested;
     report.seconds = SecondsSince(buildStart);
     return report;
+}
+
+void Network::PushParameterValues(Orogen::Device& device) {
+    // A height field or bitmap on a parameter link counts by its mean value.
+    for (Orogen::Port* port : device.paramPorts) {
+        Node* from = port->peer ? NodeOf(port->peer->owner) : nullptr;
+        uint32_t index, where;
+        if (!from || !Orogen::FindPort(from->device(), port->peer, index, where)) continue;
+        Orogen::DeviceResult& source = Orogen::doGetDevice(building, from->device());
+        if (index >= source.outputs.size() || !source.outputs[index]) continue;
+        Orogen::PacketRef packet = source.outputs[index];
+        if (packet->GetKind() == Orogen::kParameterPacket) continue;
+        if (packet->pagedOut) packet->PageIn();
+        Orogen::PacketRef value = HostPacket::Create(Orogen::kParameterPacket);
+        value->samples[0] = ParameterValueOf(*packet);
+        Orogen::PushInputs(building, {port}, &HandOver, &value);
+    }
 }
 
 void Network::EnforceBudget(const std::vector<Node*>& order, size_t done, uint64_t budget) {

@@ -177,6 +177,7 @@ class Network {
     void LinkPorts(Node& from, uint32_t output, Node& to, Orogen::Port* input);
     std::vector<Node*> Order() const;
     uint32_t DataTypeSize(uint32_t type) const;
+    void PushParameterValues(Orogen::Device& device);
     void EnforceBudget(const std::vector<Node*>& order, size_t done, uint64_t budget);
 
     Host& host;

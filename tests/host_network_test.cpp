@@ -378,6 +378,37 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
     EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
 }
 
+TEST_F(NetworkTest, AStoredOutputThatCannotComeBackFailsItsReader) {
+    auto network = MakeNetwork(64, 64);
+    network->AddDevice("ramp", "Test Ramp");
+    std::string previous = "ramp";
+    for (int i = 0; i < 4; ++i) {
+        std::string id = "add" + std::to_string(i);
+        network->AddDevice(id, "Test Add");
+        network->Connect(previous, 0, id, 0);
+        previous = id;
+    }
+    network->AddDevice("late", "Test Add");
+    network->Connect("ramp", 0, "late", 0);
+    BuildOptions options;
+    options.memoryBudget = 20000;
+    // Damage every swap file just before the last reader of the ramp runs.
+    options.onDeviceStart = [&](const std::string& id, size_t, size_t) {
+        if (id != "late") return;
+        for (const auto& entry : fs::directory_iterator(host->SwapDirectory()))
+            WriteBytes(entry.path(), "damaged");
+    };
+    BuildReport report = network->Build(options);
+    EXPECT_EQ(report.Count(BuildStatus::Built), 5u);
+    const DeviceReport* late = report.Find("late");
+    EXPECT_EQ(late->status, BuildStatus::Exception);
+    EXPECT_EQ(late->message,
+              "QXPacket::PageIn()   caught QXException The filename specified could not be "
+              "accessed.");
+    EXPECT_THROW(network->Output("ramp", 0), Orogen::FileAccessException);
+    EXPECT_FALSE(network->Output("late", 0));
+}
+
 TEST_F(NetworkTest, AFieldOnAParameterLinkCountsByItsMean) {
     auto network = MakeNetwork(9, 9);
     Orogen::Device& base = network->AddDevice("base", "Constant");

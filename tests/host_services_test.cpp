@@ -259,10 +259,20 @@ TEST(HostServices, ADefaultSwapFolderLivesAsLongAsItsHost) {
         WriteBytes(folder / "left.swap", "x");
     }
     EXPECT_FALSE(fs::exists(folder));
-    // A folder the caller names is the caller's.
-    TempDir dir;
-    { Host host(HostOptions{dir.path()}); }
+    // A folder the caller names is the caller's, also when set later.
+    TempDir dir, other;
+    {
+        Host host(HostOptions{dir.path()});
+        EXPECT_EQ(std::string(host.Network().GetSwapDirectory()), dir.path().string() + "/");
+    }
     EXPECT_TRUE(fs::is_directory(dir.path()));
+    {
+        Host host;
+        folder = host.SwapDirectory();
+        host.Network().SetSwapDirectory(other.path());
+    }
+    EXPECT_FALSE(fs::exists(folder));
+    EXPECT_TRUE(fs::is_directory(other.path()));
 }
 
 TEST(HostServices, OwnersAnswerPacketSizesAtTheWorldsResolution) {
