@@ -1,0 +1,170 @@
+// orogen devices: the catalogue, as a table or as JSON.
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "cli/Commands.h"
+#include "cli/Tool.h"
+
+namespace orogen {
+
+using basekit::host::DeviceHandle;
+using basekit::host::DeviceType;
+using json = nlohmann::ordered_json;
+
+namespace {
+
+const char* CategoryName(int32_t category) {
+    switch (category) {
+        case 1: return "Generator";
+        case 2: return "Output";
+        case 3: return "Combiner";
+        case 4: return "Filter";
+        case 5: return "Natural";
+        case 6: return "Selector";
+        case 7: return "Utility";
+        case 9: return "Converter";
+        case 17: return "Parameter";
+        default: return "Other";
+    }
+}
+
+// Appends `piece` to a '|'-separated list.
+void Join(std::string& text, const std::string& piece) {
+    if (!text.empty()) text += '|';
+    text += piece;
+}
+
+// Packet kind bits as words: "heightfield", "bitmap|heightfield", "any".
+std::string KindName(uint32_t kind) {
+    static const std::pair<uint32_t, const char*> kNames[] = {
+        {Orogen::kParameterPacket, "parameter"},
+        {Orogen::kHeightField, "heightfield"},
+        {Orogen::kBitmap, "bitmap"},
+        {Orogen::kCoordinateData, "coordinates"}};
+    std::string text;
+    uint32_t named = 0;
+    for (const auto& [bit, name] : kNames) {
+        named |= bit;
+        if (kind & bit) Join(text, name);
+    }
+    if (kind & ~named) Join(text, std::to_string(kind & ~named));
+    return text.empty() ? "any" : text;
+}
+
+const char* RoleName(uint32_t role) {
+    switch (role) {
+        case Orogen::kRoleOrdinary: return "ordinary";
+        case Orogen::kRoleOptional: return "optional";
+        case Orogen::kRoleSpecial: return "special";
+        default: return "other";
+    }
+}
+
+const char* ParamKindName(uint32_t kind) {
+    switch (kind) {
+        case Orogen::kParamInteger: return "integer";
+        case Orogen::kParamReal: return "real";
+        case Orogen::kParamBoolean: return "boolean";
+        case Orogen::kParamAction: return "action";
+        case Orogen::kParamChoice: return "choice";
+        case Orogen::kParamCustom: return "custom";
+        default: return "other";
+    }
+}
+
+json Number(const Orogen::ParamRecord& record, Orogen::ParamBound bound) {
+    return record.IsFloat() ? json(bound.f) : json(bound.i);
+}
+
+json Ports(const std::vector<Orogen::Port*>& ports) {
+    json list = json::array();
+    for (const Orogen::Port* port : ports)
+        list.push_back({{"name", port->name}, {"kind", KindName(port->kind)}, {"role", RoleName(port->role)}});
+    return list;
+}
+
+json Describe(const DeviceType& type) {
+    DeviceHandle device(type);
+    json item;
+    item["index"] = type.catalogueIndex >= 0 ? json(type.catalogueIndex) : json(nullptr);
+    item["tag"] = type.tag;
+    item["typeName"] = type.typeName;
+    item["category"] = type.descriptor.category;
+    item["categoryName"] = CategoryName(type.descriptor.category);
+    item["dataTypes"] = type.descriptor.dataTypes;
+    item["flag"] = type.descriptor.flag;
+    const char* description = device->GetDescription();
+    item["description"] = description ? description : "";
+    item["inputs"] = Ports(device->inputs);
+    item["outputs"] = Ports({device->outputs.begin(), device->outputs.end()});
+    json parameters = json::array();
+    for (const Orogen::ParamRecord& record : device->params.records) {
+        Orogen::ParamBound value;
+        value.i = record.value.i;
+        json labels = json::array();
+        for (const Orogen::ParamLabel& label : record.labels) labels.push_back(label.data());
+        parameters.push_back({{"name", record.name},
+                              {"kind", ParamKindName(record.kind)},
+                              {"value", Number(record, value)},
+                              {"minimum", Number(record, record.minimum)},
+                              {"maximum", Number(record, record.maximum)},
+                              {"options", record.options},
+                              {"flags", record.flags},
+                              {"labels", labels},
+                              {"description", record.description ? json(record.description) : json(nullptr)}});
+    }
+    item["parameters"] = parameters;
+    return item;
+}
+
+std::string Cell(const json& value) {
+    if (value.is_number_float()) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%g", value.get<double>());
+        return text;
+    }
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+void PrintTable(const json& catalogue) {
+    std::printf("%5s  %-4s  %-16s  %-10s  %2s  %3s  %s\n", "index", "tag", "type", "category", "in",
+                "out", "description");
+    for (const json& d : catalogue) {
+        std::string index = d["index"].is_null() ? "host" : d["index"].dump();
+        std::printf("%5s  %-4s  %-16s  %-10s  %2zu  %3zu  %s\n", index.c_str(),
+                    d["tag"].get<std::string>().c_str(), d["typeName"].get<std::string>().c_str(),
+                    d["categoryName"].get<std::string>().c_str(), d["inputs"].size(),
+                    d["outputs"].size(), d["description"].get<std::string>().c_str());
+        for (const json& p : d["parameters"]) {
+            std::string range = Cell(p["minimum"]) + ".." + Cell(p["maximum"]);
+            std::string value = Cell(p["value"]);
+            if (p["kind"] == "choice" && !p["labels"].empty()) {
+                std::string labels;
+                for (const json& label : p["labels"]) Join(labels, label.get<std::string>());
+                range = labels;
+                int64_t at = p["value"].get<int64_t>() - p["minimum"].get<int64_t>();
+                if (at >= 0 && static_cast<size_t>(at) < p["labels"].size())
+                    value = p["labels"][static_cast<size_t>(at)].get<std::string>();
+            }
+            std::printf("         - %-20s %-8s %-10s %-28s %s\n", p["name"].get<std::string>().c_str(),
+                        p["kind"].get<std::string>().c_str(), value.c_str(), range.c_str(),
+                        p["description"].is_null() ? "" : p["description"].get<std::string>().c_str());
+        }
+    }
+}
+
+}  // namespace
+
+int RunDevices(basekit::host::Host& host, bool asJson) {
+    json catalogue = json::array();
+    for (const DeviceType& type : host.Types()) catalogue.push_back(Describe(type));
+    if (asJson)
+        std::printf("%s\n", catalogue.dump(2).c_str());
+    else
+        PrintTable(catalogue);
+    return kExitOk;
+}
+
+}  // namespace orogen

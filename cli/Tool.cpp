@@ -1,0 +1,114 @@
+#include "cli/Tool.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "cli/ModuleLookup.h"
+
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace orogen {
+
+namespace fs = std::filesystem;
+using basekit::host::Host;
+using basekit::host::NetworkFileError;
+using basekit::host::Project;
+
+void LoadModule(Host& host, const std::optional<fs::path>& module) {
+    ModuleSearch search = FindModule(module, ExecutablePath());
+    if (!search.found) throw std::runtime_error(DescribeFailedSearch(search));
+    host.LoadModule(*search.found);  // ModuleError says what is wrong with the file
+}
+
+unsigned ParseFormats(const std::string& text) {
+    unsigned formats = 0;
+    std::stringstream list(text);
+    std::string item;
+    while (std::getline(list, item, ',')) {
+        if (item == "png")
+            formats |= kPng;
+        else if (item == "r32")
+            formats |= kR32;
+        else if (item == "exr")
+            formats |= kExr;
+        else
+            throw UsageError("--format: unknown format \"" + item + "\"; valid: png, r32, exr");
+    }
+    if (!formats) throw UsageError("--format: no format given; valid: png, r32, exr");
+    return formats;
+}
+
+std::pair<int32_t, int32_t> ParseResolution(const std::string& text) {
+    auto bad = [&]() {
+        return UsageError("--resolution: \"" + text + "\" is not WxH with positive sizes, e.g. 1025x1025");
+    };
+    size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) throw bad();
+    int32_t size[2];
+    const std::string parts[2] = {text.substr(0, x), text.substr(x + 1)};
+    for (int k = 0; k < 2; ++k) {
+        const std::string& part = parts[k];
+        auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), size[k]);
+        if (part.empty() || error != std::errc() || end != part.data() + part.size() || size[k] < 1)
+            throw bad();
+    }
+    if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > (uint64_t{1} << 31))
+        throw UsageError("--resolution: " + text + " is more than 2^31 points");
+    return {size[0], size[1]};
+}
+
+Project ReadProject(Host& host, const fs::path& file) {
+    try {
+        return basekit::host::LoadNetworkFile(host, file);
+    } catch (const NetworkFileError& e) {
+        // The file's own name is the place when it cannot be opened at all.
+        if (e.Place() == file.string()) throw UsageError(e.what());
+        throw UsageError(file.string() + ": " + e.what());
+    }
+}
+
+Project ReadProjectText(Host& host, const std::string& text, const std::string& label) {
+    try {
+        return basekit::host::ParseNetwork(host, text, fs::current_path());
+    } catch (const NetworkFileError& e) {
+        throw UsageError(label + ": " + e.what());
+    }
+}
+
+void WriteTextFile(const fs::path& path, const std::string& text) {
+#ifdef _WIN32
+    int pid = _getpid();
+#else
+    int pid = static_cast<int>(getpid());
+#endif
+    fs::path temporary = path;
+    temporary += ".tmp-" + std::to_string(pid);
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        if (out) {
+            out.write(text.data(), static_cast<std::streamsize>(text.size()));
+            out.close();
+        }
+        if (!out) {
+            std::error_code ignored;
+            fs::remove(temporary, ignored);
+            throw std::runtime_error("cannot write " + path.string());
+        }
+    }
+    std::error_code error;
+    fs::rename(temporary, path, error);
+    if (error) {
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        throw std::runtime_error("cannot write " + path.string() + ": " + error.message());
+    }
+}
+
+}  // namespace orogen

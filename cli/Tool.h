@@ -1,0 +1,63 @@
+// What the orogen commands share: exit codes, the host with its module,
+// options of a build, and the steps of a build from network to files.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/Host.h"
+#include "host/NetworkFile.h"
+
+namespace orogen {
+
+enum ExitCode : int {
+    kExitOk = 0,
+    kExitError = 1,         // the module, the disk, anything else
+    kExitUsage = 2,         // bad command line or network file; nothing written
+    kExitDeviceFailed = 3,  // a device failed and an export is missing
+    kExitInterrupted = 130,
+};
+
+// A bad command line or network file: one line, exit code 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Loads the module found by FindModule into `host`. Throws std::runtime_error
+// with one line saying where it looked, or why the module was refused.
+void LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
+
+enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
+
+struct BuildSettings {
+    std::filesystem::path outputDir = "out";
+    unsigned formats = kPng | kR32 | kExr;
+    std::optional<std::pair<int32_t, int32_t>> resolution;
+    uint32_t threads = 0;  // total, the calling thread included; 0: one per core
+    bool quiet = false;
+    bool preview = false;  // also DIR/preview.png of the first height field export
+};
+
+// "png,r32" -> formats; throws UsageError.
+unsigned ParseFormats(const std::string& text);
+// "1024x768" -> (1024, 768); throws UsageError.
+std::pair<int32_t, int32_t> ParseResolution(const std::string& text);
+
+// Reads a network file; errors become UsageError naming the file and place.
+basekit::host::Project ReadProject(basekit::host::Host& host, const std::filesystem::path& file);
+basekit::host::Project ReadProjectText(basekit::host::Host& host, const std::string& text,
+                                       const std::string& label);
+
+// Builds the project, writes its exports, the manifest and (when asked) the
+// preview into settings.outputDir. Returns the exit code.
+int BuildAndExport(basekit::host::Project& project, const BuildSettings& settings);
+
+// Writes `text` to `path` through a temporary file in the same folder.
+void WriteTextFile(const std::filesystem::path& path, const std::string& text);
+
+}  // namespace orogen

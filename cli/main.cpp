@@ -1,0 +1,140 @@
+// orogen: builds terrain networks with the BaseKit64 devices from the command line.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "DemoNetwork.h"
+#include "cli/Commands.h"
+#include "cli/Tool.h"
+#include "host/NetworkFile.h"
+
+namespace orogen {
+
+namespace fs = std::filesystem;
+
+std::string DemoNetworkText() {
+    return std::string(reinterpret_cast<const char*>(kDemoNetworkText), kDemoNetworkSize);
+}
+
+namespace {
+
+struct BuildFlags {
+    std::string outputDir = "out";
+    std::string formats = "png,r32,exr";
+    std::string resolution;
+    uint32_t threads = 0;
+    bool quiet = false;
+    bool preview = false;
+
+    BuildSettings Settings() const {
+        BuildSettings settings;
+        settings.outputDir = outputDir;
+        settings.formats = ParseFormats(formats);
+        if (!resolution.empty()) settings.resolution = ParseResolution(resolution);
+        settings.threads = threads;
+        settings.quiet = quiet;
+        settings.preview = preview;
+        return settings;
+    }
+};
+
+void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
+    command.add_option("-o,--output", flags.outputDir, "Folder for the files and manifest.json")
+        ->capture_default_str();
+    command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, exr")
+        ->capture_default_str();
+    command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
+    command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")
+        ->check(CLI::Range(1u, 4096u));
+    command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+}
+
+int Run(int argc, char** argv) {
+    CLI::App app{"orogen: builds terrain networks with the BaseKit64 devices.\n"
+                 "Without a command it builds the demo network into out/ with a preview picture."};
+    app.set_help_all_flag("--help-all", "Help for every command");
+    std::string modulePath;
+    app.add_option("--module", modulePath,
+                   "The device module (default: $BASEKIT64_MODULE, else beside the program)");
+
+    bool devicesJson = false;
+    CLI::App* devices = app.add_subcommand("devices", "List the device types and their parameters");
+    devices->add_flag("--json", devicesJson, "As JSON");
+
+    std::string buildFile;
+    BuildFlags buildFlags;
+    CLI::App* build = app.add_subcommand("build", "Build a network file and write its exports");
+    build->add_option("file", buildFile, "Network file (JSON)")->required();
+    AddBuildFlags(*build, buildFlags);
+    build->add_flag("--preview", buildFlags.preview, "Also write preview.png of the first height field");
+
+    std::string saveFile, saveOutput;
+    CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
+    save->add_option("file", saveFile, "Network file (JSON)")->required();
+    save->add_option("-o,--output", saveOutput, "The file to write")->required();
+
+    BuildFlags demoFlags;
+    demoFlags.preview = true;
+    bool demoPrint = false;
+    CLI::App* demo = app.add_subcommand("demo", "Build the demo network (what orogen does without a command)");
+    AddBuildFlags(*demo, demoFlags);
+    demo->add_flag("--print", demoPrint, "Print the demo network file instead of building it");
+
+    app.require_subcommand(0, 1);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "orogen: %s\nRun \"orogen --help\" for the commands and options.\n", e.what());
+        return kExitUsage;
+    }
+
+    try {
+        if (*demo && demoPrint) {
+            std::fputs(DemoNetworkText().c_str(), stdout);
+            return kExitOk;
+        }
+        // Options first: a bad command line is reported before anything is loaded.
+        BuildSettings settings;
+        if (*build) settings = buildFlags.Settings();
+        if (*demo || app.get_subcommands().empty()) settings = demoFlags.Settings();
+
+        basekit::host::Host host;
+        std::optional<fs::path> module;
+        if (!modulePath.empty()) module = fs::path(modulePath);
+        try {
+            LoadModule(host, module);
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "orogen: %s\n", e.what());
+            return kExitError;
+        }
+
+        if (*devices) return RunDevices(host, devicesJson);
+        if (*save) {
+            basekit::host::Project project = ReadProject(host, saveFile);
+            basekit::host::SaveNetworkFile(project, saveOutput);
+            return kExitOk;
+        }
+        basekit::host::Project project =
+            *build ? ReadProject(host, buildFile) : ReadProjectText(host, DemoNetworkText(), "demo network");
+        return BuildAndExport(project, settings);
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "orogen: %s\n", e.what());
+        return kExitUsage;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "orogen: %s\n", e.what());
+        return kExitError;
+    }
+}
+
+}  // namespace
+}  // namespace orogen
+
+int main(int argc, char** argv) { return orogen::Run(argc, argv); }

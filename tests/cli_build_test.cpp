@@ -1,0 +1,246 @@
+// orogen build: files read back and checked against the ramp and cone
+// formulas, the manifest, exit code 3 on a failed device, and save round trips.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli_support.h"
+#include "host/ImageIO.h"
+
+namespace orogen::testing {
+namespace {
+
+using basekit::host::Image;
+using json = nlohmann::json;
+
+// 17 x 9 samples over [-1, 3] x [0, 2]: 0.25 world units per sample.
+const char* const kGenerators = R"({
+  "world": {"extent": [-1, 0, 3, 2], "resolution": [17, 9]},
+  "devices": [
+    {"id": "ramp", "type": "Gradient", "anchor": [0.25, 0.5],
+     "params": {"Direction": 0, "Width": 1, "Tiling": "None"}},
+    {"id": "zigzag", "type": "GRAD", "anchor": [0, 0],
+     "params": {"Width": 0.5, "Tiling": "Linear"}},
+    {"id": "cone", "type": "Radial Grad", "anchor": [1, 1],
+     "params": {"Radius": 3, "Type": "Cone"}}
+  ],
+  "export": [
+    {"device": "ramp", "name": "ramp"},
+    {"device": "zigzag", "name": "zigzag"},
+    {"device": "cone", "name": "cone"}
+  ]
+})";
+
+double WorldX(int i) { return -1.0 + 4.0 * i / 16.0; }
+double WorldY(int j) { return 2.0 * j / 8.0; }
+double Clamp01(double v) { return v < 0 ? 0 : (v > 1 ? 1 : v); }
+
+// The three exports as the formulas give them.
+double Expected(const std::string& name, int i, int j) {
+    double x = WorldX(i), y = WorldY(j);
+    if (name == "ramp") return Clamp01(x - 0.25 + 0.5);
+    if (name == "zigzag") {
+        double t = x / 0.5 + 0.5;
+        double s = t - 2.0 * std::floor(t / 2.0);
+        return s > 1.0 ? 2.0 - s : s;
+    }
+    double d = std::hypot(x - 1.0, y - 1.0);  // cone of radius 1.5
+    return d < 1.5 ? 1.0 - d / 1.5 : 0.0;
+}
+
+TEST(CliBuild, ExportsMatchTheFormulasInEveryFormat) {
+    Scratch dir;
+    WriteText(dir / "net.json", kGenerators);
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "--threads", "2"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.err, "");  // no progress bar off a terminal
+    EXPECT_NE(run.out.find("built"), std::string::npos) << run.out;
+
+    for (const std::string name : {"ramp", "zigzag", "cone"}) {
+        SCOPED_TRACE(name);
+        Image raw = basekit::host::ReadR32(dir / "out" / (name + ".r32"), 17, 9, 1);
+        Image png = basekit::host::ReadPng(dir / "out" / (name + ".png"));
+        Image exr = basekit::host::ReadExr(dir / "out" / (name + ".exr"));
+        ASSERT_EQ(png.width, 17);
+        ASSERT_EQ(png.height, 9);
+        ASSERT_EQ(png.channels, 1);
+        ASSERT_EQ(exr.channels, 1);
+        ASSERT_EQ(exr.samples.size(), raw.samples.size());
+        for (int j = 0; j < 9; ++j) {
+            for (int i = 0; i < 17; ++i) {
+                size_t at = static_cast<size_t>(j) * 17 + i;
+                double want = Expected(name, i, j);
+                ASSERT_NEAR(raw.samples[at], want, 2e-6) << i << "," << j;
+                EXPECT_EQ(exr.samples[at], raw.samples[at]);  // EXR keeps floats exactly
+                EXPECT_NEAR(png.samples[at], raw.samples[at], 0.5 / 65535.0 + 1e-7);  // 16 bits
+            }
+        }
+    }
+}
+
+TEST(CliBuild, ManifestDescribesOutputsAndDevices) {
+    Scratch dir;
+    WriteText(dir / "net.json", kGenerators);
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "--format", "r32", "-q"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "");  // --quiet
+    EXPECT_EQ(Listing(dir / "out"),
+              (std::vector<std::string>{"cone.r32", "manifest.json", "ramp.r32", "zigzag.r32"}));
+
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    ASSERT_EQ(manifest["outputs"].size(), 3u);
+    for (const json& output : manifest["outputs"]) {
+        std::string name = output["name"];
+        SCOPED_TRACE(name);
+        EXPECT_EQ(output["device"], name);
+        EXPECT_EQ(output["output"], 0);
+        EXPECT_EQ(output["kind"], "heightfield");
+        EXPECT_EQ(output["width"], 17);
+        EXPECT_EQ(output["height"], 9);
+        EXPECT_EQ(output["mask"], false);
+        EXPECT_EQ(output["files"], json({{"r32", name + ".r32"}}));
+        double low = 2, high = -1;
+        for (int j = 0; j < 9; ++j)
+            for (int i = 0; i < 17; ++i) {
+                low = std::min(low, Expected(name, i, j));
+                high = std::max(high, Expected(name, i, j));
+            }
+        EXPECT_NEAR(output["min"].get<double>(), low, 2e-6);
+        EXPECT_NEAR(output["max"].get<double>(), high, 2e-6);
+    }
+    EXPECT_FALSE(manifest.contains("missing"));
+    ASSERT_EQ(manifest["devices"].size(), 3u);
+    const char* types[] = {"Gradient", "Gradient", "Radial Grad"};
+    for (size_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(manifest["devices"][k]["status"], "built");
+        EXPECT_EQ(manifest["devices"][k]["type"], types[k]);
+        EXPECT_GE(manifest["devices"][k]["seconds"].get<double>(), 0.0);
+    }
+}
+
+TEST(CliBuild, ResolutionOptionOverridesTheFile) {
+    Scratch dir;
+    WriteText(dir / "net.json", kGenerators);
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "--format", "exr", "--resolution", "33x5", "-q"},
+                              dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    Image ramp = basekit::host::ReadExr(dir / "out" / "ramp.exr");
+    EXPECT_EQ(ramp.width, 33);
+    EXPECT_EQ(ramp.height, 5);
+    // Same world, finer columns: 0.125 units apart.
+    for (int i = 0; i < 33; ++i) EXPECT_NEAR(ramp.samples[i], Clamp01(-1.0 + 0.125 * i + 0.25), 2e-6) << i;
+}
+
+TEST(CliBuild, BitmapsKeepThreeChannels) {
+    Scratch dir;
+    Image colours;
+    colours.width = 4;
+    colours.height = 3;
+    colours.channels = 3;
+    for (int k = 0; k < 36; ++k) colours.samples.push_back(static_cast<float>(k) / 35.0f);
+    basekit::host::WriteR32(dir / "colours.r32", colours);
+    WriteText(dir / "net.json", R"({
+      "world": {"resolution": [4, 3]},
+      "devices": [{"id": "picture", "type": "File Input", "file": "colours.r32", "kind": "bitmap"}]
+    })");
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    Image raw = basekit::host::ReadR32(dir / "out" / "picture.r32", 4, 3, 3);
+    EXPECT_EQ(raw.samples, colours.samples);
+    Image exr = basekit::host::ReadExr(dir / "out" / "picture.exr");
+    EXPECT_EQ(exr.channels, 3);
+    EXPECT_EQ(exr.samples, colours.samples);
+    Image png = basekit::host::ReadPng(dir / "out" / "picture.png");
+    ASSERT_EQ(png.channels, 3);
+    for (size_t k = 0; k < 36; ++k) EXPECT_NEAR(png.samples[k], colours.samples[k], 0.5 / 65535.0 + 1e-7);
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    EXPECT_EQ(manifest["outputs"][0]["kind"], "bitmap");
+    EXPECT_EQ(manifest["outputs"][0]["name"], "picture");
+}
+
+TEST(CliBuild, FailedDeviceGivesExitThreeAndKeepsThePreviousFiles) {
+    Scratch dir;
+    Image field;
+    field.width = 5;
+    field.height = 4;
+    for (int k = 0; k < 20; ++k) field.samples.push_back(static_cast<float>(k) / 19.0f);
+    basekit::host::WriteR32(dir / "input.r32", field);
+    WriteText(dir / "net.json", R"({
+      "world": {"resolution": [5, 4]},
+      "devices": [
+        {"id": "hill", "type": "Radial Grad"},
+        {"id": "scan", "type": "File Input", "file": "input.r32"}
+      ]
+    })");
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    std::string goodScan = ReadText(dir / "out" / "scan.r32");
+    std::string goodPng = ReadText(dir / "out" / "scan.png");
+    std::vector<std::string> goodListing = Listing(dir / "out");
+
+    // The input goes away: that device fails, the other still builds.
+    fs::remove(dir / "input.r32");
+    run = RunOrogen({"build", "net.json", "-o", "out", "-q"}, dir.path());
+    EXPECT_EQ(run.code, 3);
+    EXPECT_NE(run.err.find("\"scan\""), std::string::npos) << run.err;
+    EXPECT_EQ(ReadText(dir / "out" / "scan.r32"), goodScan);
+    EXPECT_EQ(ReadText(dir / "out" / "scan.png"), goodPng);
+    EXPECT_EQ(Listing(dir / "out"), goodListing);  // no temporary left behind
+
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    ASSERT_EQ(manifest["outputs"].size(), 1u);
+    EXPECT_EQ(manifest["outputs"][0]["name"], "hill");
+    ASSERT_EQ(manifest["missing"].size(), 1u);
+    EXPECT_EQ(manifest["missing"][0]["name"], "scan");
+    EXPECT_NE(manifest["missing"][0]["reason"].get<std::string>().find("input.r32"), std::string::npos);
+    EXPECT_EQ(manifest["devices"][0]["status"], "built");
+    EXPECT_EQ(manifest["devices"][1]["status"], "failed");
+    EXPECT_TRUE(manifest["devices"][1].contains("message"));
+}
+
+TEST(CliBuild, DisabledDeviceIsReportedAndItsExportMissing) {
+    Scratch dir;
+    WriteText(dir / "net.json", R"({
+      "world": {"resolution": [8, 8]},
+      "devices": [{"id": "off", "type": "Constant", "enabled": false}, {"id": "on", "type": "Constant"}]
+    })");
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q", "--format", "r32"}, dir.path());
+    EXPECT_EQ(run.code, 3);
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    EXPECT_EQ(manifest["devices"][0]["status"], "disabled");
+    EXPECT_EQ(manifest["missing"][0]["device"], "off");
+    EXPECT_TRUE(fs::exists(dir / "out" / "on.r32"));
+    EXPECT_FALSE(fs::exists(dir / "out" / "off.r32"));
+}
+
+TEST(CliSave, RoundTripBuildsTheSameBits) {
+    Scratch dir;
+    WriteText(dir / "net.json", kGenerators);
+    RunResult run = RunOrogen({"save", "net.json", "-o", "saved.json"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    json saved = json::parse(ReadText(dir / "saved.json"));
+    ASSERT_EQ(saved["devices"].size(), 3u);
+    for (const json& device : saved["devices"]) {
+        ASSERT_TRUE(device.contains("state"));
+        EXPECT_FALSE(device["state"].get<std::string>().empty());
+    }
+    // Saving the saved file again changes nothing.
+    run = RunOrogen({"save", "saved.json", "-o", "again.json"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(ReadText(dir / "again.json"), ReadText(dir / "saved.json"));
+
+    ASSERT_EQ(RunOrogen({"build", "net.json", "-o", "a", "--format", "r32", "-q"}, dir.path()).code, 0);
+    ASSERT_EQ(RunOrogen({"build", "saved.json", "-o", "b", "--format", "r32", "-q"}, dir.path()).code, 0);
+    for (const char* name : {"ramp.r32", "zigzag.r32", "cone.r32"}) {
+        std::string a = ReadText(dir / "a" / name);
+        EXPECT_FALSE(a.empty());
+        EXPECT_EQ(a, ReadText(dir / "b" / name)) << name;
+    }
+}
+
+}  // namespace
+}  // namespace orogen::testing
