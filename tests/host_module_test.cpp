@@ -1,6 +1,10 @@
 // Loading modules: the catalogue, refusals, several modules side by side, and
 // device lifetimes through the descriptors.
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 
 #include <set>
 #include <sstream>
@@ -135,10 +139,17 @@ TEST(HostModule, RefusesWrongVersionsAndMissingExports) {
 TEST(HostModule, FilesThatAreNoModuleGiveAClearError) {
     TempDir dir;
     WriteBytes(dir / "text.so", "not a library");
-    // A real library without the exports: the C++ runtime this test runs on.
+    // A real library without the exports: one the test already runs on.
+#ifdef _WIN32
+    wchar_t name[MAX_PATH];
+    ASSERT_NE(GetModuleFileNameW(GetModuleHandleW(L"kernel32.dll"), name, MAX_PATH), 0u);
+    const fs::path system = name;
+#else
     Dl_info info{};
     ASSERT_NE(dladdr(reinterpret_cast<void*>(&std::terminate), &info), 0);
-    const fs::path files[] = {dir / "missing.so", dir / "text.so", fs::path(info.dli_fname)};
+    const fs::path system = info.dli_fname;
+#endif
+    const fs::path files[] = {dir / "missing.so", dir / "text.so", system};
     Host host;
     for (const fs::path& file : files) {
         SCOPED_TRACE(file.string());

@@ -232,8 +232,9 @@ TEST(HostServices, NetworkServiceAnswersAndRecords) {
     EXPECT_EQ(service.LogLines(), (std::vector<std::string>{"one", ""}));
 
     // The swap directory is prefixed as is to a file name: it ends with a separator.
-    const std::pair<std::string, std::string> folders[] = {{"/tmp/swap", "/tmp/swap/"},
-                                                           {"/tmp/swap/", "/tmp/swap/"}};
+    const char separator = static_cast<char>(fs::path::preferred_separator);
+    const std::pair<std::string, std::string> folders[] = {
+        {"/tmp/swap", std::string("/tmp/swap") + separator}, {"/tmp/swap/", "/tmp/swap/"}};
     for (const auto& [given, text] : folders) {
         service.SetSwapDirectory(given);
         EXPECT_EQ(std::string(service.GetSwapDirectory()), text);
@@ -263,7 +264,7 @@ TEST(HostServices, ADefaultSwapFolderLivesAsLongAsItsHost) {
     TempDir dir, other;
     {
         Host host(HostOptions{dir.path()});
-        EXPECT_EQ(std::string(host.Network().GetSwapDirectory()), dir.path().string() + "/");
+        EXPECT_EQ(fs::path(host.Network().GetSwapDirectory()), dir.path() / "");
     }
     EXPECT_TRUE(fs::is_directory(dir.path()));
     {
