@@ -2,6 +2,8 @@
 // include and one row.
 #include "plugin/Catalogue.h"
 
+#include "devices/filters/GaussBlur.h"
+#include "devices/generators/CellularTex.h"
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/ConstantHeight.h"
 #include "devices/generators/GradGen.h"
@@ -35,9 +37,9 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 23 ChannelSplitter */ {nullptr, 9, 8, 0},
     /* 24 ChannelCombiner */ {nullptr, 9, 8, 0},
     /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
-    /* 26 GaussBlur       */ {nullptr, 4, 4, 0},
+    /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
     /* 27 Expander        */ {nullptr, 4, 4, 0},
-    /* 28 CellularTex     */ {nullptr, 1, 4, 0},
+    /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},
     /* 29 SnowLevel       */ {nullptr, 5, 4, 0},
     /* 30 CoastalErosion  */ {nullptr, 5, 4, 0},
     /* 31 CheckPoint      */ {nullptr, 7, 4, 0},

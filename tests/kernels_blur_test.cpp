@@ -11,19 +11,14 @@
 #include <random>
 #include <vector>
 
+#include "ReferenceKernels.h"
 #include "devices/filters/GaussBlur.h"
 #include "framework/CpuFeatures.h"
 
 namespace basekit {
 namespace {
 
-struct Field {
-    int w, h, c;
-    std::vector<float> v;
-    Field(int width, int height, int channels) : w(width), h(height), c(channels), v(width * height * channels) {}
-    float& at(int x, int y, int ch) { return v[(static_cast<size_t>(y) * w + x) * c + ch]; }
-    float at(int x, int y, int ch) const { return v[(static_cast<size_t>(y) * w + x) * c + ch]; }
-};
+using namespace reference;
 
 Field RandomField(int w, int h, int c, uint32_t seed) {
     Field f(w, h, c);
@@ -31,54 +26,6 @@ Field RandomField(int w, int h, int c, uint32_t seed) {
     std::uniform_real_distribution<float> u(0.0f, 1.0f);
     for (float& x : f.v) x = u(rng);
     return f;
-}
-
-// Direct convolution, one output at a time: clamp each coordinate, sum from
-// k = -R upwards.
-Field Reference(const Field& in, int type, int R, int pass, const std::vector<float>& w) {
-    Field out(in.w, in.h, in.c);
-    for (int y = 0; y < in.h; ++y) {
-        for (int x = 0; x < in.w; ++x) {
-            for (int ch = 0; ch < in.c; ++ch) {
-                float acc = 0.0f;
-                for (int k = -R; k <= R; ++k) {
-                    int sx = pass == 0 ? std::clamp(x + k, 0, in.w - 1) : x;
-                    int sy = pass == 1 ? std::clamp(y + k, 0, in.h - 1) : y;
-                    float s = in.at(sx, sy, ch);
-                    float term = type == kBlurUniform ? s : w[k + R] * s;
-                    acc = k == -R ? term : acc + term;
-                }
-                out.at(x, y, ch) = type == kBlurUniform ? acc * (1.0f / (2 * R + 1)) : acc;
-            }
-        }
-    }
-    return out;
-}
-
-// Motion reference: bilinear samples with truncated integer parts and
-// clamped neighbours, weighted by the fractions.
-Field MotionReference(const Field& in, int R, float cs, float sn, const std::vector<float>& w) {
-    Field out(in.w, in.h, in.c);
-    for (int y = 0; y < in.h; ++y) {
-        for (int x = 0; x < in.w; ++x) {
-            for (int ch = 0; ch < in.c; ++ch) {
-                float acc = 0.0f;
-                for (int k = -R; k <= R; ++k) {
-                    float fx = x + cs * k, fy = y + sn * k;
-                    int ix = static_cast<int>(fx), iy = static_cast<int>(fy);
-                    float tx = fx - ix, ty = fy - iy;
-                    int x0 = std::clamp(ix, 0, in.w - 1), x1 = std::clamp(ix + 1, 0, in.w - 1);
-                    int y0 = std::clamp(iy, 0, in.h - 1), y1 = std::clamp(iy + 1, 0, in.h - 1);
-                    float top = in.at(x0, y0, ch) * (1.0f - tx) + in.at(x1, y0, ch) * tx;
-                    float bottom = in.at(x0, y1, ch) * (1.0f - tx) + in.at(x1, y1, ch) * tx;
-                    float s = top * (1.0f - ty) + bottom * ty;
-                    acc = k == -R ? w[k + R] * s : acc + w[k + R] * s;
-                }
-                out.at(x, y, ch) = acc;
-            }
-        }
-    }
-    return out;
 }
 
 std::vector<VectorPath> AvailablePaths() {

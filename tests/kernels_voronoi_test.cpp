@@ -11,113 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "ReferenceKernels.h"
 #include "devices/generators/CellularTex.h"
 #include "framework/CpuFeatures.h"
 
 namespace basekit {
 namespace {
 
-// ---------------------------------------------------------------------------
-// Reference search: one cube at a time, exactly as described, no shortcuts.
-
-const char* const kRefCounts =
-    "4311124222510212204321213224225123222223242532225335213344230422"
-    "2132223331202112222532323221021121221342225424225432254333522222"
-    "3114213343243334514243123532131333231554224134153353432211111245"
-    "4542151123332523320211421321223255345524453222142334254242224532";
-
-uint32_t RefStep(uint32_t r) { return 1402024253u * r + 586950981u; }
-
-int RefFloor(double v) {
-    int t = static_cast<int>(v);  // test points stay well inside int range
-    if (v < 0 && v != static_cast<double>(t)) t -= 1;
-    return t;
-}
-
-double RefDistance(double x, double y, double z, int m) {
-    double ax = std::fabs(x), ay = std::fabs(y), az = std::fabs(z);
-    switch (m) {
-        case 0:
-            return x * x + y * y + z * z;
-        case 1:
-            return ax + ay + az;
-        case 2:
-            return std::max(ax, std::max(ay, az));
-        default:
-            if (ax >= ay && ax >= az) return ax + std::sqrt(y * y + z * z);
-            if (ay >= az) return ay + std::sqrt(x * x + z * z);
-            return az + std::sqrt(x * x + y * y);
-    }
-}
-
-void RefSearchCube(int cx, int cy, int cz, double X, double Y, double Z, uint32_t S, int m,
-                   CellularResult& r) {
-    uint32_t h = 702395077u * static_cast<uint32_t>(cx) + 915488749u * static_cast<uint32_t>(cy) +
-                 2120969693u * static_cast<uint32_t>(cz) + S;
-    int n = kRefCounts[h >> 24] - '0';
-    if (n < 1) return;
-    uint32_t rr = 1402024253u * h + 586950981u;
-    for (int i = 0; i < n; ++i) {
-        uint32_t id = rr;
-        double x = cx + (RefStep(rr) + 0.5) * 2.3283064365386963e-10 - X;
-        double y = cy + (RefStep(RefStep(rr)) + 0.5) * 2.3283064365386963e-10 - Y;
-        double z = cz + (RefStep(RefStep(RefStep(rr))) + 0.5) * 2.3283064365386963e-10 - Z;
-        rr = RefStep(RefStep(RefStep(RefStep(rr))));
-        double d = RefDistance(x, y, z, m);
-        if (d < r.f[3]) {
-            int k = 0;
-            while (!(d < r.f[k])) ++k;
-            for (int j = 3; j > k; --j) {
-                r.f[j] = r.f[j - 1];
-                r.id[j] = r.id[j - 1];
-            }
-            r.f[k] = d;
-            r.id[k] = id;
-        }
-    }
-}
-
-CellularResult RefSearch(double X, double Y, double Z, uint32_t S, int m) {
-    CellularResult r{{999999.9, 999999.9, 999999.9, 999999.9}, {0, 0, 0, 0}};
-    int ix = RefFloor(X), iy = RefFloor(Y), iz = RefFloor(Z);
-    RefSearchCube(ix, iy, iz, X, Y, Z, S, m, r);
-    double fx = X - ix, fy = Y - iy, fz = Z - iz;
-    double lo[3] = {fx * fx, fy * fy, fz * fz};
-    double hi[3] = {(1 - fx) * (1 - fx), (1 - fy) * (1 - fy), (1 - fz) * (1 - fz)};
-    // Neighbours in search order; per axis -1 low face, +1 high face, 0 none.
-    const int order[26][3] = {
-        {-1, 0, 0},   {0, -1, 0},  {0, 0, -1},  {1, 0, 0},   {0, 1, 0},   {0, 0, 1},
-        {-1, -1, 0},  {-1, 0, -1}, {0, -1, -1}, {1, 1, 0},   {1, 0, 1},   {0, 1, 1},
-        {-1, 1, 0},   {-1, 0, 1},  {0, -1, 1},  {1, -1, 0},  {1, 0, -1},  {0, 1, -1},
-        {-1, -1, -1}, {-1, -1, 1}, {-1, 1, -1}, {-1, 1, 1},  {1, -1, -1}, {1, -1, 1},
-        {1, 1, -1},   {1, 1, 1}};
-    for (const auto& o : order) {
-        double bound = 0;
-        bool first = true;
-        for (int a = 0; a < 3; ++a) {
-            if (o[a] == 0) continue;
-            double t = o[a] < 0 ? lo[a] : hi[a];
-            bound = first ? t : bound + t;
-            first = false;
-        }
-        if (r.f[3] > bound) RefSearchCube(ix + o[0], iy + o[1], iz + o[2], X, Y, Z, S, m, r);
-    }
-    return r;
-}
-
-float RefStyle(const CellularResult& r, int style) {
-    const double* F = r.f;
-    switch (style) {
-        case 0: case 1: case 2: case 3: return static_cast<float>(F[style]);
-        case 4: return static_cast<float>(F[1] - F[0]);
-        case 5: return static_cast<float>(F[2] - F[1]);
-        case 6: return static_cast<float>(F[2] - F[0]);
-        case 7: return static_cast<float>(F[3] - F[2]);
-        case 8: return static_cast<float>(F[3] - F[1]);
-        case 9: return static_cast<float>(F[3] - F[0]);
-        default: return static_cast<float>((r.id[style - 10] >> 24) / 255.0);
-    }
-}
+using namespace reference;
 
 // ---------------------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <utility>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,112 @@
 #include "framework/Terrain.h"
 
 namespace basekit {
+
+// ---------------------------------------------------------------------------
+// The device
+
+static const ParamSpec kParameters[] = {
+    {"Blur type", kParamChoice, 1, 0, 2, 0, "The type of blurring filter to use",
+     {"Uniform (fastest)", "Gaussian", "Motion Blur"}},
+    {"Blur radius", kParamInteger, 1, 0, 128, 0,
+     "How large the blur kernel is; this controls how strongly the terrain is effected"},
+    {"Scale-independant", kParamBoolean, 1, 0, 1, 0,
+     "Scale independence keeps the blur amount the same for both low and high resolution "
+     "terrains"},
+    {"Direction", kParamReal, 0.0, 0.0, 180.0, 0, "Direction of Motion Blur"},
+};
+
+GaussBlur::GaussBlur() {
+    SetIdentity("BLUR", &CreateDevice<GaussBlur>);
+    SetPortCount(this, 1, 1, kHeightField | kBitmap);
+    DeclareParameters(this, kParameters);
+}
+
+bool GaussBlur::Build(const BuildContext& context) {
+    PacketRef input = TakePrepared(context, 0);
+    if (!input) input = InputPacket(context, 0);
+    if (!input) return false;
+    const uint32_t kind = input->GetKind();
+    if (kind != kHeightField && kind != kBitmap) return false;
+
+    const int32_t type = ParamInt(this, "Blur type");
+    int32_t radius = ParamInt(this, "Blur radius");
+    if (ParamBool(this, "Scale-independant")) radius = ScaleIndependent(radius, input->grid);
+    if (radius <= 0) {
+        StoreOutput(context, input, 0);
+        return true;
+    }
+    // The width alone bounds the radius, also along y.
+    if (radius >= input->grid.width) radius = input->grid.width - 1;
+
+    BlurHelper helper(this, context, type, input, radius);
+    if (!helper.Run()) return false;
+    if (type == kBlurUniform || type == kBlurGaussian) {
+        helper.NextPass();
+        helper.pass = 1;
+        if (!helper.Run()) return false;
+    }
+    StoreOutput(context, helper.Result(), 0);
+    return true;
+}
+
+bool GaussBlur::Save(std::ostream& out) {
+    SaveHeader(out, 2);
+    return SaveBaseState(out);
+}
+
+bool GaussBlur::Load(std::istream& in) {
+    uint8_t version;
+    if (!LoadHeader(in, version) || !LoadBaseState(in)) return false;
+    if (version == 1) {
+        // Version 1 had four blur types; the old 2 is the box, the old 3 motion.
+        ParamValue* type = GetParameter(this, "Blur type");
+        if (type->i == 2) type->i = 0;
+        if (type->i == 3) type->i = 2;
+    }
+    return true;
+}
+
+BlurHelper::BlurHelper(Device* device, const BuildContext& context, int32_t type,
+                       const PacketRef& source, int32_t radius)
+    : ThreadHelperScanline(context.progress, device, 0, source->grid.height - 1),
+      source(source),
+      type(type),
+      kind(source->GetKind()),
+      kernel(GaussianKernel(radius)),
+      radius(radius) {
+    source->Duplicate(destination);
+    const float direction = ParamFloat(device, "Direction");
+    cosine = std::cos(direction * 0.017453292f);
+    sine = std::sin(direction * 0.017453292f);
+}
+
+void BlurHelper::NextPass() {
+    if (type != kBlurMotion) std::swap(source, destination);
+}
+
+bool BlurHelper::ProcessRows(int32_t first, int32_t last) {
+    if (kind != kHeightField && kind != kBitmap) return true;
+    const BlurPlane plane{source->samples, destination->samples, source->grid.width,
+                          source->grid.height, kind == kBitmap ? 3 : 1};
+    switch (type) {
+        case kBlurUniform:
+            BoxBlurRows(plane, radius, pass, first, last);
+            break;
+        case kBlurGaussian:
+            GaussianBlurRows(plane, kernel.data(), radius, pass, first, last);
+            break;
+        case kBlurMotion:
+            if (pass == 0) MotionBlurRows(plane, kernel.data(), radius, cosine, sine, first, last);
+            break;
+        default:
+            break;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// The row kernels
 
 std::vector<float> GaussianKernel(int32_t radius) {
     if (radius <= 0) return {1.0f};

@@ -1,11 +1,51 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <vector>
 
 #include "framework/CpuFeatures.h"
+#include "framework/Device.h"
+#include "framework/ThreadHelper.h"
 
 namespace basekit {
+
+// Blurs a height field or a bitmap with a box, a Gaussian or a Gaussian
+// along one direction.
+class GaussBlur : public Filter {
+public:
+    GaussBlur();
+    const char* GetTypeName() override { return "Blur"; }
+    const char* GetDescription() override { return "Applies a blur effect to the input"; }
+    bool Build(const BuildContext& context) override;
+    bool Save(std::ostream& out) override;
+    bool Load(std::istream& in) override;
+};
+
+// One build's blur: cuts the rows into jobs for the device's threads and runs
+// the row kernel of the packet kind and blur type on each. Box and Gaussian
+// run twice (NextPass between); motion blur once.
+class BlurHelper : public ThreadHelperScanline {
+public:
+    BlurHelper(Device* device, const BuildContext& context, int32_t type, const PacketRef& source,
+               int32_t radius);
+    bool ProcessRows(int32_t first, int32_t last) override;
+
+    // The second pass reads the first one's result and writes over the packet
+    // the first one read (box and Gaussian; nothing for motion blur).
+    void NextPass();
+    PacketRef Result() const { return destination; }
+
+    PacketRef source;
+    PacketRef destination;
+    int32_t type;
+    int32_t pass = 0;  // 0 along x, 1 along y
+    uint32_t kind;     // of the source: height field or bitmap
+    std::vector<float> kernel;
+    int32_t radius;
+    float cosine = 1.0f;
+    float sine = 0.0f;
+};
 
 // Choices of "Blur type".
 enum BlurType : int32_t { kBlurUniform = 0, kBlurGaussian = 1, kBlurMotion = 2 };

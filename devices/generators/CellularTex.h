@@ -1,10 +1,38 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 
 #include "framework/CpuFeatures.h"
+#include "framework/Device.h"
 
 namespace basekit {
+
+// Three-dimensional cellular noise: each sample shows a distance to, or the
+// cell of, one of its four nearest feature points. An optional input shifts
+// the sampling position by its height.
+class CellularTex : public Generator {
+public:
+    CellularTex();
+    const char* GetTypeName() override { return "Voronoi"; }
+    const char* GetDescription() override { return "Creates a Voronoi noise pattern"; }
+    const char* GetInputName(uint32_t index) override;
+    bool EditSettings() override;
+    bool Build(const BuildContext& context) override;
+    // The randomize operation: a fresh seed.
+    bool OptionQuery2() override { return Randomize(0); }
+    void CopyFrom(Device* other) override;
+    bool Save(std::ostream& out) override;
+    bool Load(std::istream& in) override;
+
+    // Stores `value` in "Random Seed" (0: one from the tick count) and tells
+    // the owner.
+    bool Randomize(int32_t value);
+
+private:
+    // One optional height-field input while distortion is on, none otherwise.
+    void DeclarePorts(bool distortion);
+};
 
 // How the cellular search measures the distance to a feature point, in the
 // order of the "Distance Function" choice.
