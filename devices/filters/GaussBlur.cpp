@@ -280,19 +280,58 @@ __attribute__((target("avx512f,avx2"))) void SumTapsAvx512(const Taps& taps, siz
     SumTapsAvx2(taps, j, end, out);
 }
 
+// Pass 0 on AVX-512 from a copy of the row padded with its clamped border
+// points and aligned to 64 bytes: tap t of outputs j..j+15 is pad[j + C t ..],
+// put together from two aligned loads by one permute rather than read by a
+// load that straddles cache lines. Every output is the same sum as above.
+__attribute__((target("avx512f,avx2"))) void SumPaddedRowAvx512(const Taps& taps,
+                                                                 const float* pad, size_t C,
+                                                                 size_t n, float* out) {
+    constexpr int kVectors = 8;
+    const bool box = taps.weights == nullptr;
+    const __m512 factor = _mm512_set1_ps(taps.factor);
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    size_t j = 0;
+    for (; j + 16 * kVectors <= n; j += 16 * kVectors) {
+        __m512 acc[kVectors] = {};
+        for (int32_t t = 0; t < taps.count; ++t) {
+            const size_t o = j + C * static_cast<size_t>(t);
+            const float* base = pad + (o & ~size_t{15});
+            const int shift = static_cast<int>(o & 15);
+            __m512 v[kVectors];
+            if (shift == 0) {
+                for (int a = 0; a < kVectors; ++a) v[a] = _mm512_load_ps(base + 16 * a);
+            } else {
+                const __m512i index = _mm512_add_epi32(lanes, _mm512_set1_epi32(shift));
+                __m512 lo = _mm512_load_ps(base);
+                for (int a = 0; a < kVectors; ++a) {
+                    const __m512 hi = _mm512_load_ps(base + 16 * (a + 1));
+                    v[a] = _mm512_permutex2var_ps(lo, index, hi);
+                    lo = hi;
+                }
+            }
+            if (box) {
+                for (int a = 0; a < kVectors; ++a) acc[a] = t == 0 ? v[a] : _mm512_add_ps(acc[a], v[a]);
+            } else {
+                const __m512 w = _mm512_set1_ps(taps.weights[t]);
+                for (int a = 0; a < kVectors; ++a) {
+                    const __m512 term = _mm512_mul_ps(w, v[a]);
+                    acc[a] = t == 0 ? term : _mm512_add_ps(acc[a], term);
+                }
+            }
+        }
+        for (int a = 0; a < kVectors; ++a)
+            _mm512_storeu_ps(out + j + 16 * a, box ? _mm512_mul_ps(acc[a], factor) : acc[a]);
+    }
+    // The rest as shifted rows of the padded copy.
+    std::vector<const float*> rows(static_cast<size_t>(taps.count));
+    for (int32_t t = 0; t < taps.count; ++t) rows[static_cast<size_t>(t)] = pad + C * static_cast<size_t>(t);
+    const Taps rest{rows.data(), taps.count, taps.weights, taps.factor};
+    SumTapsAvx2(rest, j, n, out);
+}
+
 void SumTaps(const Taps& taps, size_t first, size_t end, float* out, VectorPath path) {
     if (first >= end) return;
-    if (path != VectorPath::Plain && end - first >= 256) {
-        // Loads that straddle cache lines cost twice; in pass 1 every tap row
-        // usually shares the first one's alignment, so start the vectors on a
-        // 64-byte boundary of it.
-        const uintptr_t address = reinterpret_cast<uintptr_t>(taps.rows[0] + first);
-        const size_t lead = ((64 - (address & 63)) & 63) / sizeof(float);
-        if (address % sizeof(float) == 0 && lead > 0) {
-            SumTapsPlain(taps, first, first + lead, out);
-            first += lead;
-        }
-    }
     switch (path) {
         case VectorPath::Avx512:
             return SumTapsAvx512(taps, first, end, out);
@@ -304,8 +343,12 @@ void SumTaps(const Taps& taps, size_t first, size_t end, float* out, VectorPath 
 }
 
 // Pass 1 works through columns in strips so the 2R + 1 source rows of a strip
-// stay in cache from one output row to the next.
-constexpr size_t kStripFloats = 1024;
+// (about 1 MiB of them) stay in the second-level cache from one output row to
+// the next; wide strips keep the hardware prefetcher streaming.
+size_t StripFloats(int32_t taps) {
+    const size_t fit = (size_t{262144} / static_cast<size_t>(taps)) & ~size_t{127};
+    return std::clamp(fit, size_t{256}, size_t{4096});
+}
 
 void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t radius,
               int32_t pass, int32_t firstRow, int32_t lastRow, VectorPath path) {
@@ -324,6 +367,24 @@ void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t ra
         // Inner points x = R .. W-1-R read tap t at x + t - R, so the taps are
         // the row itself shifted by t points; the points within R of either
         // end clamp each tap on its own.
+        if (path == VectorPath::Avx512) {
+            // 64-byte aligned copy of a row with R clamped points either side,
+            // and room for the last permute's second load.
+            const size_t padded = rowFloats + 2 * static_cast<size_t>(radius) * C;
+            std::vector<float> storage(padded + 48);
+            float* pad = storage.data();
+            pad += ((64 - (reinterpret_cast<uintptr_t>(pad) & 63)) & 63) / sizeof(float);
+            for (int32_t y = firstRow; y <= lastRow; ++y) {
+                const float* src = p.source + static_cast<size_t>(y) * rowFloats;
+                const size_t side = static_cast<size_t>(radius) * C;
+                for (size_t e = 0; e < side; ++e) pad[e] = src[e % C];
+                std::copy(src, src + rowFloats, pad + side);
+                for (size_t e = 0; e < side; ++e) pad[side + rowFloats + e] = src[rowFloats - C + e % C];
+                SumPaddedRowAvx512(taps, pad, C, rowFloats,
+                                   p.destination + static_cast<size_t>(y) * rowFloats);
+            }
+            return;
+        }
         const bool inner = p.width > 2 * radius;
         for (int32_t y = firstRow; y <= lastRow; ++y) {
             const float* src = p.source + static_cast<size_t>(y) * rowFloats;
@@ -342,8 +403,16 @@ void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t ra
         return;
     }
 
-    for (size_t strip = 0; strip < rowFloats; strip += kStripFloats) {
-        const size_t end = std::min(strip + kStripFloats, rowFloats);
+    // Loads that straddle cache lines cost twice: the strips start where the
+    // source rows reach a 64-byte boundary (every row does at once when the
+    // row length is a multiple of 16 floats), the few points before go first.
+    const size_t stripFloats = StripFloats(count);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(p.source);
+    const size_t lead = path == VectorPath::Plain || address % sizeof(float) != 0
+                            ? 0
+                            : std::min(((64 - (address & 63)) & 63) / sizeof(float), rowFloats);
+    for (size_t strip = 0; strip < rowFloats;) {
+        const size_t end = strip < lead ? lead : std::min(strip + stripFloats, rowFloats);
         for (int32_t y = firstRow; y <= lastRow; ++y) {
             for (int32_t t = 0; t < count; ++t) {
                 const int32_t sy = std::clamp(y + t - radius, 0, p.height - 1);
@@ -351,6 +420,7 @@ void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t ra
             }
             SumTaps(taps, strip, end, p.destination + static_cast<size_t>(y) * rowFloats, path);
         }
+        strip = end;
     }
 }
 
