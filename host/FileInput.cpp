@@ -73,6 +73,11 @@ bool FileInput::Build(const Orogen::BuildContext& context) {
     }
 }
 
+FileInput* AsFileInput(Orogen::Device* device) {
+    if (!device || device->identity.create != &Orogen::CreateDevice<FileInput>) return nullptr;
+    return static_cast<FileInput*>(device);
+}
+
 bool FileInput::Save(std::ostream& out) {
     SaveHeader(out, kVersion);
     Orogen::StateWriter writer(out);

@@ -44,4 +44,8 @@ class FileInput : public Orogen::Generator {
     std::string lastError;
 };
 
+// The device as a File Input, or null. Told by its create pointer, so that
+// no type information has to cross into a module's objects.
+FileInput* AsFileInput(Orogen::Device* device);
+
 }  // namespace basekit::host

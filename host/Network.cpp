@@ -570,8 +570,7 @@ BuildReport Network::Build(const BuildOptions& options) {
                 entry.message = log.back();
 
             if (entry.status == BuildStatus::Failed && entry.message.empty()) {
-                if (auto* input = dynamic_cast<FileInput*>(device))
-                    entry.message = input->LastError();
+                if (FileInput* input = AsFileInput(device)) entry.message = input->LastError();
                 for (size_t i = 0; i < device->inputs.size() && entry.message.empty(); ++i) {
                     Orogen::Port* port = device->inputs[i];
                     if (port->role != Orogen::kRoleOrdinary) continue;

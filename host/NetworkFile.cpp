@@ -372,7 +372,7 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
 
     // A saved state brings the seed fetch of its own load.
     Orogen::Device& device = network.AddDevice(id, *type, !Member(value, "state"));
-    auto* fileInput = dynamic_cast<FileInput*>(&device);
+    FileInput* fileInput = AsFileInput(&device);
 
     if (const json* state = Member(value, "state")) {
         std::optional<std::string> bytes = DecodeBase64(String(*state, place + ".state"));
@@ -437,7 +437,11 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
                 Fail(place + ".params." + name, e.what());
             }
         }
-        device.SettingsChanged();
+        // Confirmed as a user confirms the settings dialog, so that devices
+        // whose ports follow their settings (Voronoi's distortion input)
+        // rebuild them before the links are read.
+        network.GetHost().Dialogs().Script(1);
+        device.EditSettings();
     }
 }
 
@@ -674,7 +678,7 @@ std::string NetworkToText(const Project& project, const fs::path& folder) {
         item["id"] = id;
         item["type"] = network.TypeOf(id).typeName;
         if (device.name[0]) item["name"] = std::string(device.name);
-        if (auto* input = dynamic_cast<FileInput*>(&device)) {
+        if (FileInput* input = AsFileInput(&device)) {
             fs::path file = input->File();
             if (!folder.empty() && file.is_absolute()) {
                 fs::path relative = file.lexically_relative(folder);
