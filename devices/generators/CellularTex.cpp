@@ -985,16 +985,25 @@ BASEKIT_AVX512 void SearchRunAvx512(const CubeBox& box, RunLanes& run, int sets,
             const __m512d X = _mm512_load_pd(run.x + 8 * s);
             __m512d f0 = _mm512_load_pd(run.f[0] + 8 * s), f1 = _mm512_load_pd(run.f[1] + 8 * s),
                     f2 = _mm512_load_pd(run.f[2] + 8 * s), f3 = _mm512_load_pd(run.f[3] + 8 * s);
-            if constexpr (kIds == 0) {
-                // Without identifiers, sorted insertion is a min/max network;
-                // the values are exactly those of the strict insertion.
+            if constexpr (kIds <= 1) {
+                // Sorted insertion of the distances alone is a min/max network;
+                // the values are exactly those of the strict insertion. The
+                // nearest identifier changes where d < f0 (strictly).
+                __m256i i0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(run.id32[0] + 8 * s));
                 for (int k = 0; k < points; ++k) {
                     const __m512d d = RowDistanceAvx512<M>(box, at0 + k, X);
+                    if constexpr (kIds == 1) {
+                        const __mmask8 c1 = _mm512_mask_cmp_pd_mask(m, d, f0, _CMP_LT_OQ);
+                        i0 = _mm256_mask_blend_epi32(
+                            c1, i0, _mm256_set1_epi32(static_cast<int32_t>(box.id[at0 + k])));
+                    }
                     f3 = _mm512_mask_min_pd(f3, m, f3, _mm512_maskz_max_pd(0xFF, f2, d));
                     f2 = _mm512_mask_min_pd(f2, m, f2, _mm512_maskz_max_pd(0xFF, f1, d));
                     f1 = _mm512_mask_min_pd(f1, m, f1, _mm512_maskz_max_pd(0xFF, f0, d));
                     f0 = _mm512_mask_min_pd(f0, m, f0, d);
                 }
+                if constexpr (kIds == 1)
+                    _mm256_store_si256(reinterpret_cast<__m256i*>(run.id32[0] + 8 * s), i0);
             } else {
                 auto* ids = run.id32;
                 __m256i i0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(ids[0] + 8 * s));
