@@ -149,7 +149,9 @@ int32_t Device::Process(const BuildContext& context) {
         BuildContext own = context;
         if (OptionQuery9() && PrepareOutputs(list, own)) own.prepared = &list;
         return Execute(own);
-    } catch (const QXException&) {
+    } catch (const QXException& e) {
+        // The host's log is the only place the reason can go.
+        if (Services() && Services()->network) Services()->network->LogMessage(e.what());
         return kProcessException;
     }
 }

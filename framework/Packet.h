@@ -61,8 +61,13 @@ public:
     // Brings the samples back from the swap file; see Packet.cpp.
     void PageIn();
 
-    // Samples per grid point: 3 for bitmaps, 1 otherwise.
-    int Channels() const { return GetKind() == kBitmap ? 3 : 1; }
+    // Floats per grid point: 3 for bitmaps (red, green, blue), 2 for
+    // coordinate data (x, y), 1 for height fields. A parameter packet is a
+    // 1x1 grid: samples[0] is its value.
+    int Channels() const {
+        uint32_t kind = GetKind();
+        return kind == kBitmap ? 3 : kind == kCoordinateData ? 2 : 1;
+    }
     // Grid points, as a 64-bit product; 0 when either side is 0 or negative.
     uint64_t PointCount() const;
 

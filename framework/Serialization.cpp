@@ -22,7 +22,11 @@ constexpr size_t kReadPiece = 1 << 16;
 void WriteRecord(StateWriter& w, const ParamRecord& record) {
     w.Bytes("P1", 2);
     w.U8(kRecordVersion);
-    w.Bytes(record.value.bytes, 4);
+    // An action's cell holds a callback: nothing a file should carry.
+    if (record.kind == kParamAction)
+        w.U32(0);
+    else
+        w.Bytes(record.value.bytes, 4);
     w.Bytes(&record.minimum, 4);
     w.Bytes(&record.maximum, 4);
     w.U32(record.kind);

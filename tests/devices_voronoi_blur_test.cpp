@@ -142,6 +142,8 @@ TEST_F(DeviceTest, VoronoiDistortionInputComesAndGoesWithItsSetting) {
     Device& voronoi = network->AddDevice("v", "Voronoi");
     network->AddDevice("ramp", "Test Ramp");
     GetParameter(&network->Get("ramp"), "Waves")->i = 1;
+    network->AddDevice("blur", "Blur");
+    network->Connect("v", 0, "blur", 0);
     EXPECT_TRUE(voronoi.inputs.empty());
 
     host->Dialogs().Script(1, [](Device& d) {
@@ -166,11 +168,15 @@ TEST_F(DeviceTest, VoronoiDistortionInputComesAndGoesWithItsSetting) {
     EXPECT_TRUE(SameBits(shifted, ExpectedVoronoi(voronoi, network->world, ramp.data())));
     EXPECT_FALSE(SameBits(shifted, unshifted));
 
-    // Switching it off disconnects and removes the input.
+    // Switching it off disconnects and removes the input; what the output
+    // feeds stays linked.
     host->Dialogs().Script(1, [](Device& d) { GetParameter(&d, "Distortion Enable")->i = 0; });
     ASSERT_TRUE(network->EditSettings("v"));
     EXPECT_TRUE(voronoi.inputs.empty());
-    EXPECT_TRUE(network->Links().empty());
+    const std::vector<Link> links = network->Links();
+    ASSERT_EQ(links.size(), 1u);
+    EXPECT_EQ(links[0].from, "v");
+    EXPECT_EQ(links[0].to, "blur");
     EXPECT_TRUE(SameBits(BuildBothWays(*network, "v"), unshifted));
 
     // A cancelled dialog changes nothing.

@@ -60,9 +60,16 @@ CellularTex::CellularTex() {
     SetRandomizeAction(this);
 }
 
+// The output and its links stay; only the distortion input comes and goes.
 void CellularTex::DeclarePorts(bool distortion) {
-    SetPortCount(this, distortion ? 1 : 0, 1, kHeightField);
-    if (distortion) inputs[0]->role = kRoleOptional;
+    if (outputs.empty()) SetPortCount(this, 0, 1, kHeightField);
+    if (distortion && inputs.empty()) {
+        AddPort(0, 0, kHeightField, 0xFFFFFFFFu);
+        inputs[0]->SetName("Distortion Map");
+        inputs[0]->role = kRoleOptional;
+    } else if (!distortion && !inputs.empty()) {
+        RemovePort(0, 0);
+    }
 }
 
 const char* CellularTex::GetInputName(uint32_t index) {
@@ -82,7 +89,6 @@ bool CellularTex::EditSettings() {
     if (distortion && inputs.empty()) {
         DeclarePorts(true);
     } else if (!distortion && !inputs.empty()) {
-        inputs[0]->Disconnect(nullptr);
         DeclarePorts(false);
     }
     SettingsChanged();
@@ -92,9 +98,7 @@ bool CellularTex::EditSettings() {
 void CellularTex::CopyFrom(Device* other) {
     Device::CopyFrom(other);
     if (!other || other == this) return;
-    SetPortCount(this, static_cast<uint32_t>(other->inputs.size()),
-                 static_cast<uint32_t>(other->outputs.size()), kHeightField);
-    if (!inputs.empty()) inputs[0]->role = kRoleOptional;
+    DeclarePorts(!other->inputs.empty());
 }
 
 bool CellularTex::Build(const BuildContext& context) {
