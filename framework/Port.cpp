@@ -230,7 +230,7 @@ void SetOutput(Device* device, const PacketRef& packet, uint32_t index,
                const BuildContext& context) {
     if (!packet) return;
     char slotName[64];
-    std::snprintf(slotName, sizeof slotName, "%s: slot %d", device->name,
+    std::snprintf(slotName, sizeof slotName, "%s: slot %d", device->GetName(),
                   static_cast<int>(index));
     SetPacketName(*packet, slotName);
     if (index >= device->outputs.size()) return;
