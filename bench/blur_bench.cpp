@@ -81,19 +81,25 @@ void BM_Blur(benchmark::State& state) {
     CountSamples(state, side);
 }
 
-// args: radius, side
+// args: radius, side, vector path
 void BM_MotionBlur(benchmark::State& state) {
     const int radius = static_cast<int>(state.range(0));
     const int side = static_cast<int>(state.range(1));
+    const auto path = static_cast<VectorPath>(state.range(2));
+    if (!basekit::PathAvailable(path)) {
+        state.SkipWithError("vector path not available on this CPU");
+        return;
+    }
     const std::vector<float> in = RandomField(side);
     std::vector<float> out(in.size());
     const std::vector<float> w = basekit::GaussianKernel(radius);
     const basekit::BlurPlane plane{in.data(), out.data(), side, side, 1};
     for (auto _ : state) {
-        basekit::MotionBlurRows(plane, w.data(), radius, 0.8660254f, 0.5f, 0, side - 1);
+        basekit::MotionBlurRows(plane, w.data(), radius, 0.8660254f, 0.5f, 0, side - 1, path);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
+    state.SetLabel(basekit::VectorPathName(path));
     CountSamples(state, side);
 }
 
@@ -114,7 +120,11 @@ void BlurArgs(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(BM_Blur)->Apply(BlurArgs)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_MotionBlur)->Args({16, 1024})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MotionBlur)
+    ->ArgNames({"R", "side", "path"})
+    ->Args({16, 1024, 0})
+    ->Args({16, 1024, static_cast<int>(basekit::BestVectorPath())})
+    ->Unit(benchmark::kMillisecond);
 
 #ifdef BASEKIT64_HAVE_OPENCV
 // args: type (0 cv::blur, 1 cv::GaussianBlur), radius, side, threads

@@ -437,27 +437,165 @@ void GaussianBlurRows(const BlurPlane& plane, const float* weights, int32_t radi
     BlurRows(plane, weights, 1.0f, radius, pass, firstRow, lastRow, path);
 }
 
+namespace {
+
+// What a row's tap k shares across the row: the x offset and the two source
+// rows with the y fraction of the bilinear sample, formed as the plain
+// per-sample code forms them.
+struct MotionTap {
+    float weight;
+    float dx;  // cosine * k
+    float ty, oneMinusTy;
+    const float* row0;
+    const float* row1;
+};
+
+void MotionTaps(const BlurPlane& p, const float* weights, int32_t radius, float cosine,
+                float sine, int32_t y, MotionTap* taps) {
+    const size_t rowFloats = static_cast<size_t>(p.width) * static_cast<size_t>(p.channels);
+    for (int32_t k = -radius; k <= radius; ++k) {
+        const float fk = static_cast<float>(k);
+        const float fy = static_cast<float>(y) + sine * fk;
+        const int32_t iy = static_cast<int32_t>(fy);
+        const float ty = fy - static_cast<float>(iy);
+        const int32_t y0 = std::clamp(iy, 0, p.height - 1);
+        const int32_t y1 = std::clamp(iy + 1, 0, p.height - 1);
+        taps[k + radius] = {weights[k + radius], cosine * fk, ty, 1.0f - ty,
+                            p.source + static_cast<size_t>(y0) * rowFloats,
+                            p.source + static_cast<size_t>(y1) * rowFloats};
+    }
+}
+
+void MotionRowPlain(const BlurPlane& p, const MotionTap* taps, int32_t count, float* dst) {
+    const size_t C = static_cast<size_t>(p.channels);
+    float acc[3] = {};
+    for (int32_t x = 0; x < p.width; ++x) {
+        for (int32_t t = 0; t < count; ++t) {
+            const MotionTap& tap = taps[t];
+            const float fx = static_cast<float>(x) + tap.dx;
+            const int32_t ix = static_cast<int32_t>(fx);
+            const float tx = fx - static_cast<float>(ix);
+            const size_t x0 = static_cast<size_t>(std::clamp(ix, 0, p.width - 1)) * C;
+            const size_t x1 = static_cast<size_t>(std::clamp(ix + 1, 0, p.width - 1)) * C;
+            for (size_t c = 0; c < C; ++c) {
+                const float top = tap.row0[x0 + c] * (1.0f - tx) + tap.row0[x1 + c] * tx;
+                const float bottom = tap.row1[x0 + c] * (1.0f - tx) + tap.row1[x1 + c] * tx;
+                const float term = tap.weight * (top * tap.oneMinusTy + bottom * tap.ty);
+                acc[c] = t == 0 ? term : acc[c] + term;
+            }
+        }
+        for (size_t c = 0; c < C; ++c) dst[static_cast<size_t>(x) * C + c] = acc[c];
+    }
+}
+
+// GCC 12's plain forms of these start from an undefined register and warn
+// that it may be used uninitialised; the zero-masked forms with every lane
+// set are the same instructions.
+#define BK_AVX512 __attribute__((target("avx512f,avx512dq,avx2"), always_inline)) inline
+BK_AVX512 __m512 ToFloat(__m512i a) { return _mm512_maskz_cvtepi32_ps(0xFFFF, a); }
+BK_AVX512 __m512i Truncate(__m512 a) { return _mm512_maskz_cvttps_epi32(0xFFFF, a); }
+BK_AVX512 __m512i Clamp(__m512i a, __m512i lo, __m512i hi) {
+    return _mm512_maskz_max_epi32(0xFFFF, _mm512_maskz_min_epi32(0xFFFF, a, hi), lo);
+}
+BK_AVX512 __m512 Gather(__m512i index, const float* base) {
+    return _mm512_mask_i32gather_ps(_mm512_setzero_ps(), 0xFFFF, index, base, 4);
+}
+
+// Sixteen neighbouring outputs at a time, each lane its own x through the
+// same taps in the same order. Where a tap's sixteen integer parts are
+// consecutive and no neighbour needs clamping (one channel), the neighbours
+// are two unaligned loads per source row; elsewhere they are gathered at the
+// clamped indices.
+__attribute__((target("avx512f,avx512dq,avx2"))) void MotionRowAvx512(const BlurPlane& p,
+                                                                      const MotionTap* taps,
+                                                                      int32_t count, float* dst) {
+    const int32_t C = p.channels;
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const __m512i last = _mm512_set1_epi32(p.width - 1);
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i one = _mm512_set1_epi32(1);
+    const __m512 onef = _mm512_set1_ps(1.0f);
+    for (int32_t x = 0; x < p.width; x += 16) {
+        const bool full = x + 16 <= p.width;
+        const __m512i xi = _mm512_add_epi32(_mm512_set1_epi32(x), lanes);
+        const __m512 xf = ToFloat(xi);
+        __m512 acc[3] = {_mm512_setzero_ps(), _mm512_setzero_ps(), _mm512_setzero_ps()};
+        for (int32_t t = 0; t < count; ++t) {
+            const MotionTap& tap = taps[t];
+            const __m512 fx = _mm512_add_ps(xf, _mm512_set1_ps(tap.dx));
+            const __m512i ix = Truncate(fx);
+            const __m512 tx = _mm512_sub_ps(fx, ToFloat(ix));
+            const __m512 omtx = _mm512_sub_ps(onef, tx);
+            const __m512 ty = _mm512_set1_ps(tap.ty);
+            const __m512 omty = _mm512_set1_ps(tap.oneMinusTy);
+            const __m512 w = _mm512_set1_ps(tap.weight);
+            if (C == 1 && full) {
+                const int32_t q = _mm512_cvtsi512_si32(ix) - x;
+                const __mmask16 consecutive =
+                    _mm512_cmpeq_epi32_mask(ix, _mm512_add_epi32(xi, _mm512_set1_epi32(q)));
+                if (consecutive == 0xFFFF && x + q >= 0 && x + q + 16 <= p.width - 1) {
+                    const float* a = tap.row0 + (x + q);
+                    const float* b = tap.row1 + (x + q);
+                    const __m512 top = _mm512_add_ps(_mm512_mul_ps(_mm512_loadu_ps(a), omtx),
+                                                     _mm512_mul_ps(_mm512_loadu_ps(a + 1), tx));
+                    const __m512 bottom = _mm512_add_ps(_mm512_mul_ps(_mm512_loadu_ps(b), omtx),
+                                                        _mm512_mul_ps(_mm512_loadu_ps(b + 1), tx));
+                    const __m512 term = _mm512_mul_ps(
+                        w, _mm512_add_ps(_mm512_mul_ps(top, omty), _mm512_mul_ps(bottom, ty)));
+                    acc[0] = t == 0 ? term : _mm512_add_ps(acc[0], term);
+                    continue;
+                }
+            }
+            const __m512i x0 = Clamp(ix, zero, last);
+            const __m512i x1 = Clamp(_mm512_add_epi32(ix, one), zero, last);
+            const __m512i i0 = _mm512_mullo_epi32(x0, _mm512_set1_epi32(C));
+            const __m512i i1 = _mm512_mullo_epi32(x1, _mm512_set1_epi32(C));
+            for (int32_t c = 0; c < C; ++c) {
+                const __m512i j0 = _mm512_add_epi32(i0, _mm512_set1_epi32(c));
+                const __m512i j1 = _mm512_add_epi32(i1, _mm512_set1_epi32(c));
+                const __m512 top =
+                    _mm512_add_ps(_mm512_mul_ps(Gather(j0, tap.row0), omtx),
+                                  _mm512_mul_ps(Gather(j1, tap.row0), tx));
+                const __m512 bottom =
+                    _mm512_add_ps(_mm512_mul_ps(Gather(j0, tap.row1), omtx),
+                                  _mm512_mul_ps(Gather(j1, tap.row1), tx));
+                const __m512 term = _mm512_mul_ps(
+                    w, _mm512_add_ps(_mm512_mul_ps(top, omty), _mm512_mul_ps(bottom, ty)));
+                acc[c] = t == 0 ? term : _mm512_add_ps(acc[c], term);
+            }
+        }
+        const int32_t n = std::min(16, p.width - x);
+        if (C == 1) {
+            _mm512_mask_storeu_ps(dst + x, static_cast<__mmask16>((1u << n) - 1), acc[0]);
+        } else {
+            alignas(64) float lanesOut[3][16];
+            for (int32_t c = 0; c < C; ++c) _mm512_store_ps(lanesOut[c], acc[c]);
+            for (int32_t i = 0; i < n; ++i)
+                for (int32_t c = 0; c < C; ++c)
+                    dst[static_cast<size_t>(x + i) * C + c] = lanesOut[c][i];
+        }
+    }
+}
+
+}  // namespace
+
 void MotionBlurRows(const BlurPlane& p, const float* weights, int32_t radius, float cosine,
-                    float sine, int32_t firstRow, int32_t lastRow) {
+                    float sine, int32_t firstRow, int32_t lastRow, VectorPath path) {
     if (p.width <= 0 || p.height <= 0 || radius < 0) return;
+    if (p.channels < 1 || p.channels > 3) return;
     firstRow = std::max(firstRow, 0);
     lastRow = std::min(lastRow, p.height - 1);
-    const size_t C = static_cast<size_t>(p.channels);
-    float acc[3], sample[3];
+    path = UsablePath(path);
+    const int32_t count = 2 * radius + 1;
+    const size_t rowFloats = static_cast<size_t>(p.width) * static_cast<size_t>(p.channels);
+    std::vector<MotionTap> taps(static_cast<size_t>(count));
     for (int32_t y = firstRow; y <= lastRow; ++y) {
-        float* dst = p.destination + static_cast<size_t>(y) * p.width * C;
-        for (int32_t x = 0; x < p.width; ++x) {
-            for (int32_t k = -radius; k <= radius; ++k) {
-                const float w = weights[k + radius];
-                const float fk = static_cast<float>(k);
-                Orogen::BilinearSample(p.source, p.width, p.height, p.channels,
-                               static_cast<float>(x) + cosine * fk,
-                               static_cast<float>(y) + sine * fk, sample);
-                for (size_t c = 0; c < C; ++c)
-                    acc[c] = k == -radius ? w * sample[c] : acc[c] + w * sample[c];
-            }
-            for (size_t c = 0; c < C; ++c) dst[static_cast<size_t>(x) * C + c] = acc[c];
-        }
+        MotionTaps(p, weights, radius, cosine, sine, y, taps.data());
+        float* dst = p.destination + static_cast<size_t>(y) * rowFloats;
+        if (path == VectorPath::Avx512)
+            MotionRowAvx512(p, taps.data(), count, dst);
+        else
+            MotionRowPlain(p, taps.data(), count, dst);
     }
 }
 

@@ -85,8 +85,11 @@ void GaussianBlurRows(const BlurPlane& plane, const float* weights, int32_t radi
 
 // Motion: one pass along (cosine, sine); output (x, y) is the sum of
 // weights[k + R] * the bilinear sample at (x + cosine * k, y + sine * k),
-// positions formed in single precision.
+// positions formed in single precision. The bilinear sample takes integer
+// parts by truncation toward zero and clamps the four neighbours into the
+// field. One or three channels.
 void MotionBlurRows(const BlurPlane& plane, const float* weights, int32_t radius, float cosine,
-                    float sine, int32_t firstRow, int32_t lastRow);
+                    float sine, int32_t firstRow, int32_t lastRow,
+                    VectorPath path = BestVectorPath());
 
 }  // namespace basekit
