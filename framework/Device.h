@@ -148,6 +148,15 @@ public:
     bool OptionQuery11() override { return true; }
     // One fresh packet per output, sized like the build.
     bool PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& context) override;
+
+protected:
+    // Projects from before the anchor was saved kept generators centred in
+    // the world: the fix-up a version-1 state gets.
+    void KeepCentred() {
+        mode = 1;
+        anchor[0] = 0.5f;
+        anchor[1] = 0.5f;
+    }
 };
 
 class Output : public Device {

@@ -30,6 +30,29 @@ void WaitUntilIdle(const std::atomic<int32_t>& threadCount,
     while (threadCount.load() > 0 || activeCount.load() >= 1) SleepMilliseconds(5);
 }
 
+// Called from a catch-all in a worker loop: a QXException marks the run
+// failed; any other exception is kept for the calling thread to re-throw.
+void CaptureFailure(std::atomic<bool>& failed, CriticalSection& lock,
+                    std::exception_ptr& foreignError) {
+    try {
+        throw;
+    } catch (const QXException&) {
+    } catch (...) {
+        CriticalSectionGuard guard(lock);
+        if (!foreignError) foreignError = std::current_exception();
+    }
+    failed = true;
+}
+
+// A worker leaves its loop. Other workers must not touch the helper after
+// the decrements: the caller may be gone. The calling thread waits for them.
+void LeaveWorker(std::atomic<int32_t>& threadCount, std::atomic<int32_t>& activeCount,
+                 bool isMain) {
+    activeCount.fetch_sub(1);
+    threadCount.fetch_sub(1);
+    if (isMain) WaitUntilIdle(threadCount, activeCount);
+}
+
 }  // namespace
 
 // ThreadHelper
@@ -90,17 +113,10 @@ bool ThreadHelper::RunWorker(bool isMain, bool mayStartMore) {
             }
             doneCount.fetch_add(1);
         }
-    } catch (const QXException&) {
-        failed = true;
     } catch (...) {
-        CriticalSectionGuard guard(lock);
-        if (!foreignError) foreignError = std::current_exception();
-        failed = true;
+        CaptureFailure(failed, lock, foreignError);
     }
-    // A worker must not touch the helper after these: the caller may be gone.
-    activeCount.fetch_sub(1);
-    threadCount.fetch_sub(1);
-    if (isMain) WaitForWorkers();
+    LeaveWorker(threadCount, activeCount, isMain);
     return !stoppedHere;
 }
 
@@ -200,17 +216,10 @@ bool DeviceThreadHelper::RunWorker(bool isMain, bool mayStartMore) {
             }
         }
         EndThread(data);
-    } catch (const QXException&) {
-        failed = true;
     } catch (...) {
-        CriticalSectionGuard guard(lock);
-        if (!foreignError) foreignError = std::current_exception();
-        failed = true;
+        CaptureFailure(failed, lock, foreignError);
     }
-    // A worker must not touch the helper after these: the caller may be gone.
-    activeCount.fetch_sub(1);
-    threadCount.fetch_sub(1);
-    if (isMain) WaitForWorkers();
+    LeaveWorker(threadCount, activeCount, isMain);
     return !cancelledHere;
 }
 

@@ -123,12 +123,7 @@ bool CircularGrad::Save(std::ostream& out) {
 bool CircularGrad::Load(std::istream& in) {
     uint8_t version;
     if (!LoadHeader(in, version) || !LoadBaseState(in)) return false;
-    if (version == 1) {
-        // Older projects kept their gradients centred in the world.
-        mode = 1;
-        anchor[0] = 0.5f;
-        anchor[1] = 0.5f;
-    }
+    if (version == 1) KeepCentred();
     return true;
 }
 
