@@ -87,12 +87,13 @@ struct Shape {
 // and columns, bitmaps.
 const Shape kShapes[] = {{1, 1, 1},   {1, 9, 1},  {9, 1, 1},   {7, 5, 1},  {37, 11, 1},
                          {130, 6, 1}, {257, 3, 1}, {1100, 2, 1}, {1, 6, 3}, {6, 1, 3},
-                         {29, 7, 3},  {140, 4, 3}};
+                         {29, 7, 3},  {140, 4, 3}, {75, 16, 1}, {41, 35, 1}, {300, 50, 1},
+                         {47, 33, 3}, {17, 290, 1}};
 
 TEST(BlurRows, MatchDirectConvolutionOnEveryPath) {
     for (const Shape& sh : kShapes) {
         const Field in = RandomField(sh.w, sh.h, sh.c, sh.w * 31 + sh.h);
-        for (int R : {0, 1, 2, 5, 16, 40}) {
+        for (int R : {0, 1, 2, 5, 8, 16, 40, 70}) {
             const std::vector<float> w = GaussianKernel(R);
             for (int type : {kBlurUniform, kBlurGaussian}) {
                 for (int pass : {0, 1}) {
@@ -112,7 +113,8 @@ TEST(BlurRows, MatchDirectConvolutionOnEveryPath) {
 }
 
 TEST(BlurRows, RowRangesWriteOnlyTheirRows) {
-    const Field in = RandomField(150, 23, 3, 7);
+    // Ranges shorter and longer than the 16-row groups and the row chunks.
+    const Field in = RandomField(150, 300, 3, 7);
     const std::vector<float> w = GaussianKernel(9);
     for (int pass : {0, 1}) {
         for (VectorPath path : AvailablePaths()) {
@@ -120,8 +122,8 @@ TEST(BlurRows, RowRangesWriteOnlyTheirRows) {
             Field parts(in.w, in.h, in.c);
             std::fill(parts.v.begin(), parts.v.end(), -1.0f);
             BlurPlane plane{in.v.data(), parts.v.data(), in.w, in.h, in.c};
-            const int cuts[] = {0, 5, 6, 17, 23};
-            for (int k = 0; k + 1 < 5; ++k) {
+            const int cuts[] = {0, 5, 6, 17, 23, 40, 299, 300};
+            for (int k = 0; k + 1 < 8; ++k) {
                 GaussianBlurRows(plane, w.data(), 9, pass, cuts[k], cuts[k + 1] - 1, path);
                 // Rows past this range are still untouched.
                 for (size_t i = static_cast<size_t>(cuts[k + 1]) * in.w * in.c; i < parts.v.size(); ++i)

@@ -342,6 +342,170 @@ void SumTaps(const Taps& taps, size_t first, size_t end, float* out, VectorPath 
     }
 }
 
+// The large-radius AVX-512 form of both passes: the taps of a block of
+// outputs are laid out as consecutive aligned vectors V[0], V[1], ... with
+// each lane its own output line, so output i of every lane is the sum over t
+// of V[i + stride * t], read from the first-level cache without shuffles or
+// loads across cache lines. Pass 0 gets there by transposing 16 rows at a
+// time, pass 1 by copying a strip of columns out of the source rows.
+
+// 16 x 16 transpose of r. The zero-masked forms with every lane set are the
+// plain instructions; GCC 12 warns about the undefined register its plain
+// forms start from.
+__attribute__((target("avx512f,avx2"), always_inline)) inline void Transpose16(__m512 r[16]) {
+    __m512 t[16];
+    for (int i = 0; i < 8; ++i) {
+        t[2 * i] = _mm512_maskz_unpacklo_ps(0xFFFF, r[2 * i], r[2 * i + 1]);
+        t[2 * i + 1] = _mm512_maskz_unpackhi_ps(0xFFFF, r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        r[4 * i + 0] = _mm512_shuffle_ps(t[4 * i], t[4 * i + 2], 0x44);
+        r[4 * i + 1] = _mm512_shuffle_ps(t[4 * i], t[4 * i + 2], 0xEE);
+        r[4 * i + 2] = _mm512_shuffle_ps(t[4 * i + 1], t[4 * i + 3], 0x44);
+        r[4 * i + 3] = _mm512_shuffle_ps(t[4 * i + 1], t[4 * i + 3], 0xEE);
+    }
+    for (int j = 0; j < 4; ++j) {
+        const __m512 abLo = _mm512_maskz_shuffle_f32x4(0xFFFF, r[j], r[4 + j], 0x44);
+        const __m512 abHi = _mm512_maskz_shuffle_f32x4(0xFFFF, r[j], r[4 + j], 0xEE);
+        const __m512 cdLo = _mm512_maskz_shuffle_f32x4(0xFFFF, r[8 + j], r[12 + j], 0x44);
+        const __m512 cdHi = _mm512_maskz_shuffle_f32x4(0xFFFF, r[8 + j], r[12 + j], 0xEE);
+        t[j] = _mm512_maskz_shuffle_f32x4(0xFFFF, abLo, cdLo, 0x88);
+        t[4 + j] = _mm512_maskz_shuffle_f32x4(0xFFFF, abLo, cdLo, 0xDD);
+        t[8 + j] = _mm512_maskz_shuffle_f32x4(0xFFFF, abHi, cdHi, 0x88);
+        t[12 + j] = _mm512_maskz_shuffle_f32x4(0xFFFF, abHi, cdHi, 0xDD);
+    }
+    for (int i = 0; i < 16; ++i) r[i] = t[i];
+}
+
+// acc[a] = the sum over t of V[a + stride * t] for a = 0..15, V 64-byte aligned.
+__attribute__((target("avx512f,avx2"), always_inline)) inline void SumBlock16(
+    const Taps& taps, const float* V, size_t stride, __m512 acc[16]) {
+    const size_t step = 16 * stride;
+    if (taps.weights == nullptr) {
+        for (int a = 0; a < 16; ++a) acc[a] = _mm512_load_ps(V + 16 * a);
+        const float* r = V;
+        for (int32_t t = 1; t < taps.count; ++t) {
+            r += step;
+            for (int a = 0; a < 16; ++a) acc[a] = _mm512_add_ps(acc[a], _mm512_load_ps(r + 16 * a));
+        }
+        const __m512 factor = _mm512_set1_ps(taps.factor);
+        for (int a = 0; a < 16; ++a) acc[a] = _mm512_mul_ps(acc[a], factor);
+    } else {
+        const __m512 w0 = _mm512_set1_ps(taps.weights[0]);
+        for (int a = 0; a < 16; ++a) acc[a] = _mm512_mul_ps(w0, _mm512_load_ps(V + 16 * a));
+        const float* r = V;
+        for (int32_t t = 1; t < taps.count; ++t) {
+            r += step;
+            const __m512 w = _mm512_set1_ps(taps.weights[t]);
+            for (int a = 0; a < 16; ++a)
+                acc[a] = _mm512_add_ps(acc[a], _mm512_mul_ps(w, _mm512_load_ps(r + 16 * a)));
+        }
+    }
+}
+
+// 64-byte aligned scratch of `vectors` zeroed 16-float vectors.
+struct VectorScratch {
+    std::vector<float> storage;
+    float* data = nullptr;
+    explicit VectorScratch(size_t vectors) : storage(vectors * 16 + 16) {
+        data = storage.data();
+        data += ((64 - (reinterpret_cast<uintptr_t>(data) & 63)) & 63) / sizeof(float);
+    }
+};
+
+// Pass 0 rows firstRow..lastRow, 16 rows at a time (a last group short of
+// 16 rows starts earlier and repeats some rows, or reads clamped rows it
+// does not write).
+__attribute__((target("avx512f,avx2"))) void PassRowsTransposedAvx512(
+    const BlurPlane& p, const Taps& taps, int32_t radius, int32_t firstRow, int32_t lastRow) {
+    const size_t C = static_cast<size_t>(p.channels);
+    const size_t n = static_cast<size_t>(p.width) * C;
+    const size_t side = static_cast<size_t>(radius) * C;
+    const size_t blocks = (n + 15) / 16;
+    // T[m] holds padded point-float m of the 16 rows; 16 spare vectors let
+    // the last block run whole.
+    VectorScratch scratch(blocks * 16 + 2 * side + 16);
+    float* T = scratch.data;
+    const float* src[16];
+    __m512 v[16];
+    for (int32_t g = firstRow; g <= lastRow; g += 16) {
+        const int32_t start = lastRow - firstRow >= 15 ? std::min(g, lastRow - 15) : g;
+        for (int r = 0; r < 16; ++r)
+            src[r] = p.source + static_cast<size_t>(std::min(start + r, p.height - 1)) * n;
+        for (size_t b = 0; b < blocks; ++b) {
+            const size_t e = 16 * b;
+            const size_t m = std::min<size_t>(16, n - e);
+            const __mmask16 mask = static_cast<__mmask16>((1u << m) - 1);
+            for (int r = 0; r < 16; ++r) v[r] = _mm512_maskz_loadu_ps(mask, src[r] + e);
+            Transpose16(v);
+            for (size_t q = 0; q < m; ++q) _mm512_store_ps(T + 16 * (side + e + q), v[q]);
+        }
+        for (size_t e = 0; e < side; ++e) {
+            _mm512_store_ps(T + 16 * e, _mm512_load_ps(T + 16 * (side + e % C)));
+            _mm512_store_ps(T + 16 * (side + n + e), _mm512_load_ps(T + 16 * (side + n - C + e % C)));
+        }
+        for (size_t b = 0; b < blocks; ++b) {
+            const size_t e = 16 * b;
+            SumBlock16(taps, T + 16 * e, C, v);
+            Transpose16(v);
+            const size_t m = std::min<size_t>(16, n - e);
+            const __mmask16 mask = static_cast<__mmask16>((1u << m) - 1);
+            for (int r = 0; r < 16; ++r) {
+                const int32_t y = start + r;
+                if (y < g || y > lastRow) continue;
+                _mm512_mask_storeu_ps(p.destination + static_cast<size_t>(y) * n + e, mask, v[r]);
+            }
+        }
+    }
+}
+
+// Pass 1 rows firstRow..lastRow: strips of up to 16 column vectors, rows
+// in chunks; each chunk's source rows (with R more on either side, clamped)
+// are copied once into one aligned column of vectors per column vector.
+__attribute__((target("avx512f,avx2"))) void PassColumnsCopiedAvx512(
+    const BlurPlane& p, const Taps& taps, int32_t radius, int32_t firstRow, int32_t lastRow) {
+    constexpr size_t kStrip = 16;
+    constexpr int32_t kChunkRows = 256;
+    const size_t n = static_cast<size_t>(p.width) * static_cast<size_t>(p.channels);
+    const int32_t chunk = std::min(kChunkRows, lastRow - firstRow + 1);
+    const size_t span = static_cast<size_t>(chunk) + 2 * static_cast<size_t>(radius);
+    const size_t column = ((static_cast<size_t>(chunk) + 15) & ~size_t{15}) + 2 * static_cast<size_t>(radius);
+    VectorScratch scratch(kStrip * column);
+    __m512 acc[16];
+    for (size_t e0 = 0; e0 < n; e0 += 16 * kStrip) {
+        const size_t vectors = std::min(kStrip, (n - e0 + 15) / 16);
+        const size_t lastFloats = n - e0 - 16 * (vectors - 1);
+        const __mmask16 lastMask = static_cast<__mmask16>((1u << std::min<size_t>(16, lastFloats)) - 1);
+        for (int32_t y0 = firstRow; y0 <= lastRow; y0 += chunk) {
+            const int32_t rows = std::min(chunk, lastRow - y0 + 1);
+            const size_t copied = static_cast<size_t>(rows) + (span - static_cast<size_t>(chunk));
+            for (size_t m = 0; m < copied; ++m) {
+                const int32_t sy = std::clamp(y0 - radius + static_cast<int32_t>(m), 0, p.height - 1);
+                const float* row = p.source + static_cast<size_t>(sy) * n + e0;
+                for (size_t q = 0; q + 1 < vectors; ++q)
+                    _mm512_store_ps(scratch.data + 16 * (q * column + m), _mm512_loadu_ps(row + 16 * q));
+                _mm512_store_ps(scratch.data + 16 * ((vectors - 1) * column + m),
+                                _mm512_maskz_loadu_ps(lastMask, row + 16 * (vectors - 1)));
+            }
+            for (size_t q = 0; q < vectors; ++q) {
+                const __mmask16 mask = q + 1 < vectors ? __mmask16{0xFFFF} : lastMask;
+                for (int32_t i = 0; i < rows; i += 16) {
+                    SumBlock16(taps, scratch.data + 16 * (q * column + static_cast<size_t>(i)), 1, acc);
+                    const int32_t m = std::min(16, rows - i);
+                    for (int32_t a = 0; a < m; ++a)
+                        _mm512_mask_storeu_ps(
+                            p.destination + static_cast<size_t>(y0 + i + a) * n + e0 + 16 * q, mask,
+                            acc[a]);
+                }
+            }
+        }
+    }
+}
+
+// Below this radius the shuffles of the transposes and the copies cost more
+// than the sums they speed up.
+constexpr int32_t kTransposeRadius = 8;
+
 // Pass 1 works through columns in strips so the 2R + 1 source rows of a strip
 // (about 1 MiB of them) stay in the second-level cache from one output row to
 // the next; wide strips keep the hardware prefetcher streaming.
@@ -362,6 +526,14 @@ void BlurRows(const BlurPlane& p, const float* weights, float factor, int32_t ra
     const size_t rowFloats = static_cast<size_t>(p.width) * C;
     std::vector<const float*> rows(static_cast<size_t>(count));
     const Taps taps{rows.data(), count, weights, factor};
+
+    if (path == VectorPath::Avx512 && radius >= kTransposeRadius) {
+        if (pass == 0)
+            PassRowsTransposedAvx512(p, taps, radius, firstRow, lastRow);
+        else
+            PassColumnsCopiedAvx512(p, taps, radius, firstRow, lastRow);
+        return;
+    }
 
     if (pass == 0) {
         // Inner points x = R .. W-1-R read tap t at x + t - R, so the taps are
