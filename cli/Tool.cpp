@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "cli/ModuleLookup.h"
+#include "host/ImageIO.h"
 
 #ifdef _WIN32
 #include <process.h>
@@ -36,6 +37,8 @@ unsigned ParseFormats(const std::string& text) {
             formats |= kPng;
         else if (item == "r32")
             formats |= kR32;
+        else if (item == "exr" && !basekit::host::CanUseExr())
+            throw UsageError("--format exr: this build of orogen has no EXR support");
         else if (item == "exr")
             formats |= kExr;
         else
@@ -43,6 +46,10 @@ unsigned ParseFormats(const std::string& text) {
     }
     if (!formats) throw UsageError("--format: no format given; valid: png, r32, exr");
     return formats;
+}
+
+std::string DefaultFormats() {
+    return basekit::host::CanUseExr() ? "png,r32,exr" : "png,r32";
 }
 
 std::pair<int32_t, int32_t> ParseResolution(const std::string& text) {

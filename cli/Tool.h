@@ -43,8 +43,11 @@ struct BuildSettings {
     bool preview = false;  // also DIR/preview.png of the first height field export
 };
 
-// "png,r32" -> formats; throws UsageError.
+// "png,r32" -> formats; throws UsageError, also for a format this build
+// cannot write.
 unsigned ParseFormats(const std::string& text);
+// Every format this build writes, as --format takes them.
+std::string DefaultFormats();
 // "1024x768" -> (1024, 768); throws UsageError.
 std::pair<int32_t, int32_t> ParseResolution(const std::string& text);
 

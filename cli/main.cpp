@@ -24,7 +24,7 @@ namespace {
 
 struct BuildFlags {
     std::string outputDir = "out";
-    std::string formats = "png,r32,exr";
+    std::string formats = DefaultFormats();
     std::string resolution;
     uint32_t threads = 0;
     bool quiet = false;

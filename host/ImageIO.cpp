@@ -1,14 +1,19 @@
 #include "host/ImageIO.h"
 
+#ifdef BASEKIT64_HAVE_OPENEXR
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStdIO.h>
+#endif
+#ifdef BASEKIT64_HAVE_LIBPNG
 #include <png.h>
+#endif
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cctype>
@@ -151,6 +156,133 @@ void WriteAtomically(const fs::path& path, const char* format, Writer&& write) {
     }
 }
 
+unsigned Quantize(float value, unsigned max) {
+    if (!(value > 0.0f)) return 0;  // also NaN
+    if (value >= 1.0f) return max;
+    return static_cast<unsigned>(std::lround(double(value) * max));  // the product is exact
+}
+
+// One row of PNG samples, big-endian as PNG stores them.
+void QuantizeRow(const float* in, size_t count, int bitDepth, uint8_t* out) {
+    for (size_t i = 0; i < count; ++i) {
+        if (bitDepth == 16) {
+            const unsigned v = Quantize(in[i], 65535);
+            out[2 * i] = uint8_t(v >> 8);
+            out[2 * i + 1] = uint8_t(v & 0xff);
+        } else {
+            out[i] = uint8_t(Quantize(in[i], 255));
+        }
+    }
+}
+
+const char* PngFormat(int bitDepth) {
+    return bitDepth == 16 ? "PNG16" : "PNG8";
+}
+
+// ---------------------------------------------------------------------------
+// PNG without libpng: the image data goes into stored deflate blocks, so no
+// compressor is needed and the bytes are fully determined by the samples.
+
+constexpr auto kCrcTable = [] {
+    std::array<uint32_t, 256> table{};
+    for (uint32_t n = 0; n < 256; ++n) {
+        uint32_t c = n;
+        for (int k = 0; k < 8; ++k) c = (c & 1) ? 0xedb88320u ^ (c >> 1) : c >> 1;
+        table[n] = c;
+    }
+    return table;
+}();
+
+uint32_t Crc32(uint32_t crc, const uint8_t* data, size_t n) {
+    crc = ~crc;
+    for (size_t i = 0; i < n; ++i) crc = kCrcTable[(crc ^ data[i]) & 0xff] ^ (crc >> 8);
+    return ~crc;
+}
+
+struct Adler32 {
+    uint32_t a = 1, b = 0;
+    void Add(const uint8_t* data, size_t n) {
+        while (n > 0) {
+            const size_t run = std::min<size_t>(n, 5552);  // no overflow before the modulo
+            for (size_t i = 0; i < run; ++i) {
+                a += data[i];
+                b += a;
+            }
+            a %= 65521;
+            b %= 65521;
+            data += run;
+            n -= run;
+        }
+    }
+    uint32_t Value() const { return (b << 16) | a; }
+};
+
+void PutBigEndian32(std::vector<uint8_t>& out, uint32_t v) {
+    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(uint8_t(v >> shift));
+}
+
+void PutChunk(std::FILE* file, const char* type, const std::vector<uint8_t>& data) {
+    std::vector<uint8_t> bytes;
+    bytes.reserve(data.size() + 12);
+    PutBigEndian32(bytes, uint32_t(data.size()));
+    bytes.insert(bytes.end(), type, type + 4);
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    PutBigEndian32(bytes, Crc32(0, bytes.data() + 4, bytes.size() - 4));
+    Put(file, bytes.data(), bytes.size());
+}
+
+void WriteStoredPngTo(std::FILE* file, const Image& image, int bitDepth) {
+    static const uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    Put(file, kSignature, sizeof kSignature);
+    std::vector<uint8_t> header;
+    PutBigEndian32(header, uint32_t(image.width));
+    PutBigEndian32(header, uint32_t(image.height));
+    header.push_back(uint8_t(bitDepth));
+    header.push_back(image.channels == 1 ? 0 : 2);  // grey or RGB
+    header.insert(header.end(), {0, 0, 0});         // deflate, filter set 0, not interlaced
+    PutChunk(file, "IHDR", header);
+
+    // Scanlines are a filter byte (0: none) and the samples; the zlib stream
+    // holds them in blocks of at most 65535 bytes and is cut into IDAT chunks.
+    constexpr size_t kMaxBlock = 65535, kIdatBytes = size_t{1} << 20;
+    const size_t rowSamples = size_t(image.width) * image.channels;
+    const size_t rowBytes = 1 + rowSamples * (bitDepth / 8);
+    const uint64_t total = uint64_t(rowBytes) * uint64_t(image.height);
+    uint64_t stored = 0;
+    Adler32 adler;
+    std::vector<uint8_t> row(rowBytes, 0), block, idat = {0x78, 0x01};  // zlib header
+    block.reserve(kMaxBlock);
+    idat.reserve(kIdatBytes + kMaxBlock + 9);
+    auto storeBlock = [&] {
+        const bool last = stored + block.size() == total;
+        const auto n = uint16_t(block.size()), inverse = uint16_t(~n);
+        idat.insert(idat.end(), {uint8_t(last ? 1 : 0), uint8_t(n & 0xff), uint8_t(n >> 8),
+                                 uint8_t(inverse & 0xff), uint8_t(inverse >> 8)});
+        idat.insert(idat.end(), block.begin(), block.end());
+        adler.Add(block.data(), block.size());
+        stored += block.size();
+        block.clear();
+        if (last) PutBigEndian32(idat, adler.Value());
+        if (idat.size() >= kIdatBytes || last) {
+            PutChunk(file, "IDAT", idat);
+            idat.clear();
+        }
+    };
+    for (int32_t y = 0; y < image.height; ++y) {
+        QuantizeRow(image.samples.data() + size_t(y) * rowSamples, rowSamples, bitDepth,
+                    row.data() + 1);
+        for (size_t done = 0; done < rowBytes;) {
+            const size_t take = std::min(rowBytes - done, kMaxBlock - block.size());
+            block.insert(block.end(), row.begin() + done, row.begin() + done + take);
+            done += take;
+            if (block.size() == kMaxBlock) storeBlock();
+        }
+    }
+    if (!block.empty()) storeBlock();
+    PutChunk(file, "IEND", {});
+}
+
+#ifdef BASEKIT64_HAVE_LIBPNG
 // ---------------------------------------------------------------------------
 // PNG through libpng's classic API. libpng reports errors by longjmp, so each
 // call that may fail runs inside a small function holding the setjmp and no
@@ -194,12 +326,6 @@ struct PngReadStruct {
     ~PngReadStruct() { png_destroy_read_struct(&png, &info, nullptr); }
 };
 
-unsigned Quantize(float value, unsigned max) {
-    if (!(value > 0.0f)) return 0;  // also NaN
-    if (value >= 1.0f) return max;
-    return static_cast<unsigned>(std::lround(double(value) * max));  // the product is exact
-}
-
 struct PngWriteJob {
     const float* samples;
     png_uint_32 width, height;
@@ -217,16 +343,7 @@ bool PngWrite(png_structp png, png_infop info, std::FILE* file, const PngWriteJo
     png_write_info(png, info);
     const size_t rowSamples = size_t(job.width) * job.channels;
     for (png_uint_32 y = 0; y < job.height; ++y) {
-        const float* in = job.samples + y * rowSamples;
-        for (size_t i = 0; i < rowSamples; ++i) {
-            if (job.bitDepth == 16) {
-                const unsigned v = Quantize(in[i], 65535);
-                job.row[2 * i] = png_byte(v >> 8);  // PNG is big-endian
-                job.row[2 * i + 1] = png_byte(v & 0xff);
-            } else {
-                job.row[i] = png_byte(Quantize(in[i], 255));
-            }
-        }
+        QuantizeRow(job.samples + y * rowSamples, rowSamples, job.bitDepth, job.row);
         png_write_row(png, job.row);
     }
     png_write_end(png, info);
@@ -234,7 +351,7 @@ bool PngWrite(png_structp png, png_infop info, std::FILE* file, const PngWriteJo
 }
 
 void WritePng(const fs::path& path, const Image& image, int bitDepth) {
-    const char* format = bitDepth == 16 ? "PNG16" : "PNG8";
+    const char* format = PngFormat(bitDepth);
     CheckImage(path, format, image);
     WriteAtomically(path, format, [&](std::FILE* file) {
         PngError error;
@@ -289,6 +406,19 @@ bool PngReadPixels(png_structp png, png_bytepp rows) {
     return true;
 }
 
+#else
+
+void WritePng(const fs::path& path, const Image& image, int bitDepth) {
+    WriteStoredPng(path, image, bitDepth);
+}
+
+#endif  // BASEKIT64_HAVE_LIBPNG
+
+#ifndef BASEKIT64_HAVE_OPENEXR
+std::string NoExr(const char* verb, const fs::path& path) {
+    return OnFile(verb, "EXR", path) + "this build of orogen has no EXR support";
+}
+#else
 // ---------------------------------------------------------------------------
 // OpenEXR.
 
@@ -306,8 +436,25 @@ std::vector<const char*> ExrChannelNames(int channels) {
     if (channels == 1) return {"Y"};
     return {"R", "G", "B"};
 }
+#endif  // BASEKIT64_HAVE_OPENEXR
 
 }  // namespace
+
+bool CanReadPng() {
+#ifdef BASEKIT64_HAVE_LIBPNG
+    return true;
+#else
+    return false;
+#endif
+}
+
+bool CanUseExr() {
+#ifdef BASEKIT64_HAVE_OPENEXR
+    return true;
+#else
+    return false;
+#endif
+}
 
 void WriteR32(const fs::path& path, const Image& image) {
     CheckImage(path, "r32", image);
@@ -334,7 +481,22 @@ void WritePng8(const fs::path& path, const Image& image) {
     WritePng(path, image, 8);
 }
 
+void WriteStoredPng(const fs::path& path, const Image& image, int bitDepth) {
+    if (bitDepth != 8 && bitDepth != 16) {
+        Fail(OnFile("write", "PNG", path) + "unsupported bit depth " + std::to_string(bitDepth) +
+             " (8 or 16)");
+    }
+    const char* format = PngFormat(bitDepth);
+    CheckImage(path, format, image);
+    WriteAtomically(path, format,
+                    [&](std::FILE* file) { WriteStoredPngTo(file, image, bitDepth); });
+}
+
 void WriteExr(const fs::path& path, const Image& image) {
+#ifndef BASEKIT64_HAVE_OPENEXR
+    static_cast<void>(image);
+    Fail(NoExr("write", path));
+#else
     CheckImage(path, "EXR", image);
     // OpenEXR swallows errors raised while it finishes a file in its
     // destructor, so encode in memory and write the bytes ourselves.
@@ -364,6 +526,7 @@ void WriteExr(const fs::path& path, const Image& image) {
     }
     WriteAtomically(path, "EXR",
                     [&](std::FILE* file) { Put(file, encoded.data(), encoded.size()); });
+#endif
 }
 
 Image ReadR32(const fs::path& path, int32_t width, int32_t height, int channels) {
@@ -410,6 +573,9 @@ Image ReadPng(const fs::path& path) {
     const std::string context = OnFile("read", "PNG", path);
     FilePtr file(OpenFile(path, false));
     if (!file) Fail(context + ErrnoText(errno));
+#ifndef BASEKIT64_HAVE_LIBPNG
+    Fail(context + "this build of orogen cannot read PNG files (it only writes them)");
+#else
 
     PngError error;
     PngReadStruct s;
@@ -444,9 +610,13 @@ Image ReadPng(const fs::path& path) {
                 : float(pixels[i]) / 255.0f;
     }
     return image;
+#endif
 }
 
 Image ReadExr(const fs::path& path) {
+#ifndef BASEKIT64_HAVE_OPENEXR
+    Fail(NoExr("read", path));
+#else
     try {
         Imf::InputFile file(ExrName(path).c_str());
         const Imf::Header& header = file.header();
@@ -486,6 +656,7 @@ Image ReadExr(const fs::path& path) {
     } catch (const std::exception& e) {
         Fail(OnFile("read", "EXR", path) + e.what());
     }
+#endif
 }
 
 Image ReadImage(const fs::path& path, int wantChannels) {

@@ -30,6 +30,13 @@ struct Image {
 // accepts.
 inline constexpr uint64_t kMaxImageSamples = uint64_t{1} << 30;
 
+// What this build can do. Without libpng, PNGs are written by the built-in
+// encoder (WriteStoredPng) and cannot be read; without OpenEXR, EXR files can
+// be neither read nor written. The functions that cannot work throw a
+// runtime_error saying so.
+bool CanReadPng();
+bool CanUseExr();
+
 // Raw float32, little-endian on every host, row-major, `channels` floats per
 // pixel; no header.
 void WriteR32(const std::filesystem::path& path, const Image& image);
@@ -41,6 +48,11 @@ void WritePng16(const std::filesystem::path& path, const Image& image);
 
 // 8-bit PNG preview, as WritePng16 but with round(v * 255).
 void WritePng8(const std::filesystem::path& path, const Image& image);
+
+// The same PNG as WritePng8 (bitDepth 8) or WritePng16 (bitDepth 16) give, but
+// with its image data in stored, uncompressed deflate blocks: the encoder of
+// builds without libpng, available in every build.
+void WriteStoredPng(const std::filesystem::path& path, const Image& image, int bitDepth);
 
 // OpenEXR with 32-bit FLOAT pixels and ZIP compression: one channel "Y" for a
 // height field, "R", "G", "B" for a bitmap. Values are stored bit-exactly.

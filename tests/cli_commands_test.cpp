@@ -98,6 +98,18 @@ TEST(CliDemo, NoArgumentsBuildsTheDemoWithAPreview) {
     json demo = json::parse(ReadText(fs::path(BASEKIT64_SOURCE_DIR) / "examples" / "demo.json"));
     EXPECT_EQ(manifest["outputs"].size(), demo["export"].size());
 
+    if (!basekit::host::CanReadPng()) {
+        // Its header at least: 8-bit RGB of the export's size.
+        const std::string png = ReadText(dir / "out" / "preview.png");
+        ASSERT_GT(png.size(), 26u);
+        const auto width = (unsigned(uint8_t(png[16])) << 24) | (unsigned(uint8_t(png[17])) << 16) |
+                           (unsigned(uint8_t(png[18])) << 8) | unsigned(uint8_t(png[19]));
+        EXPECT_EQ(png.substr(12, 4), "IHDR");
+        EXPECT_EQ(width, manifest["outputs"][0]["width"].get<unsigned>());
+        EXPECT_EQ(int(png[24]), 8);
+        EXPECT_EQ(int(png[25]), 2);
+        GTEST_SKIP() << "this build has no libpng: preview.png cannot be read back";
+    }
     basekit::host::Image preview = basekit::host::ReadPng(dir / "out" / "preview.png");
     EXPECT_EQ(preview.channels, 3);
     EXPECT_EQ(preview.width, manifest["outputs"][0]["width"].get<int>());

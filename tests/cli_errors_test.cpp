@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli_support.h"
+#include "host/ImageIO.h"
 
 namespace orogen::testing {
 namespace {
@@ -22,7 +23,7 @@ struct BadInput {
 const char* const kRadial = R"({"devices": [{"id": "hill", "type": "Radial Grad"}]})";
 
 std::vector<BadInput> Cases() {
-    return {
+    std::vector<BadInput> cases = {
         {"malformed JSON", "{\n  \"devices\": [\n    {\"id\": \"a\" \"type\": \"Gradient\"}\n  ]\n}",
          {"build", "net.json", "-o", "o"}, {"net.json", "line 3", "malformed JSON"}},
         {"not an object", "[1, 2]", {"build", "net.json", "-o", "o"}, {"net.json", "object"}},
@@ -88,6 +89,12 @@ std::vector<BadInput> Cases() {
         {"save of a bad file", R"({"devices": [{"id": "a", "type": "Nothing"}]})",
          {"save", "net.json", "-o", "o.json"}, {"devices[0].type", "Nothing"}},
     };
+    if (!basekit::host::CanUseExr()) {
+        cases.push_back({"EXR in a build without it", kRadial,
+                         {"build", "net.json", "-o", "o", "--format", "png,exr"},
+                         {"--format exr", "this build of orogen has no EXR support"}});
+    }
+    return cases;
 }
 
 TEST(CliErrors, BadInputIsRefusedWithOneLineAndNothingWritten) {

@@ -20,9 +20,18 @@ struct WriterCase {
     const char* extension;
 };
 
+void WriteStoredPng16(const fs::path& path, const Image& image) {
+    WriteStoredPng(path, image, 16);
+}
+void WriteStoredPng8(const fs::path& path, const Image& image) {
+    WriteStoredPng(path, image, 8);
+}
+
 const WriterCase kWriters[] = {{"R32", WriteR32, ".r32"},
                                {"Png16", WritePng16, ".png"},
                                {"Png8", WritePng8, ".png"},
+                               {"StoredPng16", WriteStoredPng16, ".png"},
+                               {"StoredPng8", WriteStoredPng8, ".png"},
                                {"Exr", WriteExr, ".exr"}};
 
 // Runs f, which must throw std::runtime_error; returns its message.
@@ -51,6 +60,9 @@ class WriteFailure : public ::testing::TestWithParam<WriterCase> {};
 
 TEST_P(WriteFailure, BadImageKeepsPreviousFile) {
     const WriterCase& w = GetParam();
+    if (w.write == WriteExr) {
+        NEED_EXR();
+    }
     TempDir dir;
     const fs::path path = dir / (std::string("good") + w.extension);
     w.write(path, MakeImage(4, 3, 3, Smooth));
@@ -100,6 +112,42 @@ INSTANTIATE_TEST_SUITE_P(AllWriters, WriteFailure, ::testing::ValuesIn(kWriters)
                          [](const ::testing::TestParamInfo<WriterCase>& info) {
                              return std::string(info.param.name);
                          });
+
+TEST(WriteFailure, StoredPngTakesOnlyDepths8And16) {
+    TempDir dir;
+    for (const int depth : {0, 1, 4, 12, 32}) {
+        const std::string message =
+            ErrorOf([&] { WriteStoredPng(dir / "p.png", MakeImage(2, 2, 1, Smooth), depth); });
+        EXPECT_TRUE(Contains(message, "bit depth " + std::to_string(depth))) << message;
+        EXPECT_TRUE(dir.List().empty());
+    }
+}
+
+// A build without libpng or OpenEXR says so for the file at hand and writes
+// nothing.
+TEST(MissingLibrary, ReadersAndWritersSaySo) {
+    if (CanUseExr() && CanReadPng()) GTEST_SKIP() << "this build has libpng and OpenEXR";
+    TempDir dir;
+    if (!CanUseExr()) {
+        const fs::path path = dir / "h.exr";
+        EXPECT_EQ(ErrorOf([&] { WriteExr(path, MakeImage(2, 2, 1, Smooth)); }),
+                  "cannot write EXR file '" + path.string() +
+                      "': this build of orogen has no EXR support");
+        EXPECT_TRUE(dir.List().empty());
+        EXPECT_EQ(ErrorOf([&] { ReadImage(path); }),
+                  "cannot read EXR file '" + path.string() +
+                      "': this build of orogen has no EXR support");
+    }
+    if (!CanReadPng()) {
+        const fs::path path = dir / "p.png";
+        WritePng16(path, MakeImage(2, 2, 1, Smooth));
+        const std::string expected = "cannot read PNG file '" + path.string() +
+                                     "': this build of orogen cannot read PNG files (it only "
+                                     "writes them)";
+        EXPECT_EQ(ErrorOf([&] { ReadPng(path); }), expected);
+        EXPECT_EQ(ErrorOf([&] { ReadImage(path, 1); }), expected);
+    }
+}
 
 TEST(ReadFailure, MissingFileNamesThePath) {
     TempDir dir;
@@ -171,9 +219,10 @@ void CheckDamaged(const fs::path& path, const std::string& good, const std::func
 }
 
 TEST(ReadFailure, TruncatedOrCorruptPng) {
+    NEED_PNG_READER();
     TempDir dir;
     const fs::path path = dir / "p.png";
-    for (const Writer write : {WritePng16, WritePng8}) {
+    for (const Writer write : {WritePng16, WritePng8, WriteStoredPng16, WriteStoredPng8}) {
         for (const int channels : {1, 3}) {
             write(path, MakeImage(5, 4, channels, Smooth));
             // Every byte of a PNG is covered by a CRC or checked otherwise.
@@ -186,6 +235,7 @@ TEST(ReadFailure, TruncatedOrCorruptPng) {
 }
 
 TEST(ReadFailure, TruncatedOrCorruptExr) {
+    NEED_EXR();
     TempDir dir;
     const fs::path path = dir / "e.exr";
     for (const int channels : {1, 3}) {
@@ -212,6 +262,7 @@ std::string PngChunk(const std::string& type, const std::string& data) {
 // A PNG header claiming a huge image is refused before the pixels are
 // allocated.
 TEST(ReadFailure, PngHugeDimensionsRefused) {
+    NEED_PNG_READER();
     // 100000 x 100000 16-bit RGB: 3e10 samples.
     const std::string header("\x00\x01\x86\xa0\x00\x01\x86\xa0\x10\x02\x00\x00\x00", 13);
     const std::string png = "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", "") +
@@ -236,6 +287,7 @@ TEST(ReadFailure, ReadImageRefusesUnknownTypesAndR32) {
 }
 
 TEST(ReadFailure, WrongContentForExtension) {
+    NEED_EXR();
     TempDir dir;
     WriteExr(dir / "e.exr", MakeImage(2, 2, 1, Smooth));
     fs::copy_file(dir / "e.exr", dir / "e.png");

@@ -1,9 +1,11 @@
 // Round trips through every writer and reader, exact layouts and values.
+#include <gtest/gtest.h>
+#ifdef BASEKIT64_HAVE_OPENEXR
 #include <ImfChannelList.h>
 #include <ImfCompression.h>
 #include <ImfHeader.h>
 #include <ImfInputFile.h>
-#include <gtest/gtest.h>
+#endif
 
 #include <bit>
 #include <cmath>
@@ -123,6 +125,12 @@ class RoundTrip : public ::testing::TestWithParam<RoundTripParam> {};
 TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
     const auto [format, shape, channels] = GetParam();
     const bool isPng = format == Format::Png16 || format == Format::Png8;
+    if (isPng) {
+        NEED_PNG_READER();
+    }
+    if (format == Format::Exr) {
+        NEED_EXR();
+    }
     const Image image = MakeImage(shape.width, shape.height, channels,
                                   [&](size_t i) { return isPng ? PngSample(i) : FloatSample(i); });
     TempDir dir;
@@ -196,6 +204,7 @@ TEST(ImageIO, Png16KnownValues) {
     EXPECT_EQ(bytes[24], 16);  // IHDR bit depth
     EXPECT_EQ(bytes[25], 0);   // IHDR colour type: grey
 
+    NEED_PNG_READER();
     const Image back = ReadPng(path);
     const unsigned expected[] = {0, 65535, 32768, 16384, 1, 0, 65535, 0, 65535, 0};
     ASSERT_EQ(back.samples.size(), 10u);
@@ -231,6 +240,7 @@ TEST(ImageIO, PngHeadersMatchDepthAndChannels) {
 }
 
 TEST(ImageIO, Png8KnownValues) {
+    NEED_PNG_READER();
     TempDir dir;
     const fs::path path = dir / "k8.png";
     WritePng8(path, Image{1, 2, 3, {0.0f, 1.0f, 0.5f, 0.2f, -3.0f, 7.0f}});
@@ -241,6 +251,9 @@ TEST(ImageIO, Png8KnownValues) {
 }
 
 TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
+#ifndef BASEKIT64_HAVE_OPENEXR
+    GTEST_SKIP() << "this build has no OpenEXR";
+#else
     TempDir dir;
     for (const int channels : {1, 3}) {
         const fs::path path = dir / "c.exr";
@@ -260,9 +273,11 @@ TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
             channels == 1 ? std::vector<std::string>{"Y"} : std::vector<std::string>{"B", "G", "R"};
         EXPECT_EQ(names, expected);
     }
+#endif
 }
 
 TEST(ImageIO, WriteReplacesAnExistingFile) {
+    NEED_EXR();
     TempDir dir;
     const fs::path path = dir / "h.exr";
     WriteExr(path, Image{1, 1, 1, {1.0f}});
@@ -274,6 +289,8 @@ TEST(ImageIO, WriteReplacesAnExistingFile) {
 }
 
 TEST(ImageIO, ReadImageConvertsChannels) {
+    NEED_PNG_READER();
+    NEED_EXR();
     TempDir dir;
     const fs::path greyPath = dir / "g.png", rgbPath = dir / "c.EXR";
     WritePng16(greyPath, Image{2, 1, 1, {0.0f, 0.5f}});

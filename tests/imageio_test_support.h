@@ -13,6 +13,13 @@
 
 #include "host/ImageIO.h"
 
+// Skip a test where this build lacks the library it needs.
+#define NEED_PNG_READER()                                                \
+    if (!::basekit::host::CanReadPng())                                  \
+    GTEST_SKIP() << "this build has no libpng: PNG files cannot be read"
+#define NEED_EXR() \
+    if (!::basekit::host::CanUseExr()) GTEST_SKIP() << "this build has no OpenEXR"
+
 namespace basekit::host::testing {
 
 namespace fs = std::filesystem;

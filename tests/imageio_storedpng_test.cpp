@@ -1,0 +1,192 @@
+// The uncompressed PNG encoder that builds without libpng write with, checked
+// where libpng and zlib exist: libpng reads back the exact values, every
+// chunk's CRC and the zlib stream's Adler-32 are right, and the stream is
+// made of stored blocks only.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "imageio_test_support.h"
+
+#ifdef BASEKIT64_HAVE_LIBPNG
+#include <zlib.h>  // comes with libpng
+#endif
+
+namespace basekit::host::testing {
+namespace {
+
+struct Case {
+    const char* name;
+    int32_t width, height;
+    int channels, bitDepth;
+};
+
+// Shapes that give one short block, exactly one and exactly two full blocks
+// of 65535 bytes (rows of 257 bytes), many blocks, and several IDAT chunks.
+const Case kCases[] = {
+    {"Grey8_1x1", 1, 1, 1, 8},         {"Rgb8_5x3", 5, 3, 3, 8},
+    {"Grey16_3x2", 3, 2, 1, 16},       {"Rgb16_4x7", 4, 7, 3, 16},
+    {"Grey16_OneFullBlock", 128, 255, 1, 16},
+    {"Grey16_TwoFullBlocks", 128, 510, 1, 16},
+    {"Rgb8_ManyBlocks", 300, 200, 3, 8},
+    {"Rgb16_SeveralChunks", 700, 300, 3, 16},
+};
+
+float Sample(size_t i) {
+    static const float special[] = {0.0f,  1.0f,  0.5f,
+                                    -0.25f, 1.75f, std::numeric_limits<float>::quiet_NaN(),
+                                    1.0f / 65535.0f, 0.5f / 255.0f, std::numeric_limits<float>::infinity()};
+    constexpr size_t n = sizeof special / sizeof special[0];
+    if (i < n) return special[i];
+    return 0.5f + 0.6f * std::sin(float(i) * 0.61f);  // spills a little beyond 0..1
+}
+
+// The stored level of v: clamped to 0..1, NaN as 0, rounded half away from 0.
+unsigned Level(float v, unsigned max) {
+    if (std::isnan(v) || v <= 0.0f) return 0;
+    if (v >= 1.0f) return max;
+    return unsigned(std::round(double(v) * max));
+}
+
+class StoredPng : public ::testing::TestWithParam<Case> {
+  protected:
+    void SetUp() override {
+        NEED_PNG_READER();
+        const Case& c = GetParam();
+        image = MakeImage(c.width, c.height, c.channels, Sample);
+        path = dir / "stored.png";
+        WriteStoredPng(path, image, c.bitDepth);
+    }
+
+    TempDir dir;
+    Image image;
+    fs::path path;
+};
+
+TEST_P(StoredPng, LibpngReadsTheExactLevels) {
+    const Case& c = GetParam();
+    const unsigned max = c.bitDepth == 16 ? 65535 : 255;
+    const Image back = ReadPng(path);
+    ASSERT_EQ(back.width, c.width);
+    ASSERT_EQ(back.height, c.height);
+    ASSERT_EQ(back.channels, c.channels);
+    ASSERT_EQ(back.samples.size(), image.samples.size());
+    for (size_t i = 0; i < image.samples.size(); ++i) {
+        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], max)) / float(max))
+            << "sample " << i << " = " << image.samples[i];
+    }
+    // The same pixels as libpng's own compressed file.
+    const fs::path compressed = dir / "libpng.png";
+    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
+    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
+    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
+}
+
+#ifdef BASEKIT64_HAVE_LIBPNG
+uint32_t BigEndian(const std::string& bytes, size_t at) {
+    return (uint32_t(uint8_t(bytes[at])) << 24) | (uint32_t(uint8_t(bytes[at + 1])) << 16) |
+           (uint32_t(uint8_t(bytes[at + 2])) << 8) | uint32_t(uint8_t(bytes[at + 3]));
+}
+
+TEST_P(StoredPng, ChunksAndStreamAreExact) {
+    const Case& c = GetParam();
+    const std::string file = ReadBytes(path);
+    ASSERT_EQ(file.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+
+    std::vector<std::string> types;
+    std::string header, stream;
+    size_t at = 8, idatChunks = 0;
+    while (at + 12 <= file.size()) {
+        const uint32_t length = BigEndian(file, at);
+        ASSERT_LE(at + 12 + length, file.size());
+        const std::string body = file.substr(at + 4, 4 + length);
+        const uLong crc = crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(body.data()),
+                                uInt(body.size()));
+        EXPECT_EQ(BigEndian(file, at + 8 + length), uint32_t(crc)) << "chunk " << body.substr(0, 4);
+        types.push_back(body.substr(0, 4));
+        if (types.back() == "IHDR") header = body.substr(4);
+        if (types.back() == "IDAT") {
+            stream += body.substr(4);
+            ++idatChunks;
+        }
+        at += 12 + length;
+    }
+    EXPECT_EQ(at, file.size());
+    ASSERT_GE(types.size(), 3u);
+    EXPECT_EQ(types.front(), "IHDR");
+    EXPECT_EQ(types.back(), "IEND");
+    EXPECT_EQ(types.size(), idatChunks + 2);  // nothing else, IDATs together
+
+    std::string ihdr;
+    for (const uint32_t v : {uint32_t(c.width), uint32_t(c.height)})
+        ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    ihdr += {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
+    EXPECT_EQ(header, ihdr);
+
+    // The scanlines: filter byte 0, then the levels, big-endian.
+    std::string raw;
+    const size_t rowSamples = size_t(c.width) * c.channels;
+    for (int32_t y = 0; y < c.height; ++y) {
+        raw += '\0';
+        for (size_t i = 0; i < rowSamples; ++i) {
+            const unsigned v = Level(image.samples[y * rowSamples + i], c.bitDepth == 16 ? 65535 : 255);
+            if (c.bitDepth == 16) raw += char(v >> 8);
+            raw += char(v & 0xff);
+        }
+    }
+
+    // zlib header, stored blocks of at most 65535 bytes with the last one
+    // marked, then the Adler-32 of the data.
+    ASSERT_GE(stream.size(), 2u);
+    EXPECT_EQ(uint8_t(stream[0]), 0x78);
+    EXPECT_EQ((uint8_t(stream[0]) * 256 + uint8_t(stream[1])) % 31, 0);
+    std::string data;
+    size_t p = 2, blocks = 0;
+    bool last = false;
+    while (!last) {
+        ASSERT_LE(p + 5, stream.size());
+        const uint8_t kind = uint8_t(stream[p]);
+        ASSERT_EQ(kind & 0x06, 0) << "block " << blocks << " is not stored";
+        last = (kind & 1) != 0;
+        const unsigned length = uint8_t(stream[p + 1]) | (unsigned(uint8_t(stream[p + 2])) << 8);
+        const unsigned inverse = uint8_t(stream[p + 3]) | (unsigned(uint8_t(stream[p + 4])) << 8);
+        ASSERT_EQ(length ^ 0xffffu, inverse);
+        ASSERT_LE(p + 5 + length, stream.size());
+        data += stream.substr(p + 5, length);
+        p += 5 + length;
+        ++blocks;
+        if (!last) {
+            EXPECT_EQ(length, 65535u) << "only the last block is short";
+        }
+    }
+    EXPECT_EQ(blocks, (raw.size() + 65534) / 65535);
+    EXPECT_TRUE(data == raw) << "the stored bytes are not the scanlines";
+    ASSERT_EQ(p + 4, stream.size());
+    const uLong adler = adler32(adler32(0, nullptr, 0), reinterpret_cast<const Bytef*>(raw.data()),
+                                uInt(raw.size()));
+    EXPECT_EQ(BigEndian(stream, p), uint32_t(adler));
+
+    // zlib itself agrees, its own checks included.
+    std::string inflated(raw.size(), '\0');
+    uLongf size = uLongf(inflated.size());
+    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(inflated.data()), &size,
+                         reinterpret_cast<const Bytef*>(stream.data()), uLong(stream.size())),
+              Z_OK);
+    EXPECT_EQ(size, raw.size());
+    EXPECT_TRUE(inflated == raw);
+
+    // Several IDAT chunks only for the largest, which holds over 1 MiB.
+    EXPECT_EQ(idatChunks > 1, raw.size() > (size_t{1} << 20)) << idatChunks << " IDAT chunks";
+}
+#endif
+
+INSTANTIATE_TEST_SUITE_P(Shapes, StoredPng, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<Case>& info) {
+                             return std::string(info.param.name);
+                         });
+
+}  // namespace
+}  // namespace basekit::host::testing
