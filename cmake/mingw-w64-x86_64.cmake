@@ -19,5 +19,8 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 
-# Test programs run under Wine.
+# Test programs run under Wine, which shows the build machine's files on
+# drive Z:; paths compiled into the tests get that prefix, so that they still
+# hold when a test changes to a folder on another drive.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh)
+set(BASEKIT64_TARGET_PATH_PREFIX Z:)

@@ -28,12 +28,20 @@ ModuleError::ModuleError(const fs::path& path, const std::string& reason)
 #ifdef _WIN32
 
 void* OpenLibrary(const fs::path& path, std::string& error) {
-    HMODULE library = ::LoadLibraryW(path.c_str());
+    // LoadLibrary wants backslashes, and no message box for a bad file.
+    fs::path native = path;
+    native.make_preferred();
+    DWORD previousMode = 0;
+    ::SetThreadErrorMode(SEM_FAILCRITICALERRORS, &previousMode);
+    HMODULE library = ::LoadLibraryW(native.c_str());
+    const DWORD code = ::GetLastError();
+    ::SetThreadErrorMode(previousMode, nullptr);
     if (!library) {
         char text[512] = {};
         ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                         ::GetLastError(), 0, text, sizeof text, nullptr);
+                         code, 0, text, sizeof text, nullptr);
         error = text;
+        if (error.empty()) error = "error " + std::to_string(code);
         while (!error.empty() && (error.back() == '\n' || error.back() == '\r')) error.pop_back();
     }
     return reinterpret_cast<void*>(library);

@@ -13,8 +13,12 @@
 #include <string>
 #include <vector>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 namespace orogen::testing {
 
@@ -77,6 +81,95 @@ struct RunResult {
     std::string err;
 };
 
+#ifdef _WIN32
+
+// One argument as CommandLineToArgvW splits it back: quoted, with the
+// backslashes before a quote doubled.
+inline std::wstring QuoteArgument(const std::wstring& text) {
+    std::wstring quoted = L"\"";
+    size_t backslashes = 0;
+    for (wchar_t c : text) {
+        if (c == L'\\') {
+            ++backslashes;
+            continue;
+        }
+        quoted.append(c == L'"' ? 2 * backslashes + 1 : backslashes, L'\\');
+        backslashes = 0;
+        quoted += c;
+    }
+    quoted.append(2 * backslashes, L'\\');
+    return quoted + L"\"";
+}
+
+// Runs orogen with `args` in `workDir`, with the variable `env` (NAME=value)
+// set for it alone.
+inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path& workDir,
+                           const std::string& env = "BASEKIT64_MODULE=") {
+    static int serial = 0;
+    const fs::path captured = fs::temp_directory_path() /
+                              ("orogen-run-" + std::to_string(GetCurrentProcessId()) + "-" +
+                               std::to_string(serial++));
+    const fs::path outPath = captured.string() + ".out", errPath = captured.string() + ".err";
+
+    std::wstring command = QuoteArgument(OrogenPath().make_preferred().wstring());
+    for (const std::string& arg : args) command += L" " + QuoteArgument(fs::path(arg).wstring());
+
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    auto open = [&](const fs::path& path, bool write) {
+        return CreateFileW(path.c_str(), write ? GENERIC_WRITE : GENERIC_READ,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                           write ? CREATE_ALWAYS : OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    HANDLE in = open("NUL", false), out = open(outPath, true), err = open(errPath, true);
+
+    // The child inherits this process's environment: set the variable around
+    // the start and put the old value back.
+    const size_t equals = env.find('=');
+    const std::wstring name = fs::path(env.substr(0, equals)).wstring();
+    const std::wstring value = fs::path(env.substr(equals + 1)).wstring();
+    std::vector<wchar_t> previous(32768);
+    const DWORD previousLength = GetEnvironmentVariableW(name.c_str(), previous.data(), 32768);
+    SetEnvironmentVariableW(name.c_str(), value.empty() ? nullptr : value.c_str());
+
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = in;
+    startup.hStdOutput = out;
+    startup.hStdError = err;
+    PROCESS_INFORMATION process{};
+    const bool started = CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                        workDir.c_str(), &startup, &process);
+    SetEnvironmentVariableW(name.c_str(), previousLength ? previous.data() : nullptr);
+    CloseHandle(in);
+    CloseHandle(out);
+    CloseHandle(err);
+
+    RunResult result;
+    if (started) {
+        WaitForSingleObject(process.hProcess, INFINITE);
+        DWORD code = 0;
+        if (GetExitCodeProcess(process.hProcess, &code)) result.code = int(code);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    } else {
+        ADD_FAILURE() << "cannot start " << OrogenPath().string() << ": error " << GetLastError();
+    }
+    // Text written in text mode ends its lines with CR LF here.
+    auto lines = [](std::string text) {
+        for (size_t at; (at = text.find("\r\n")) != std::string::npos;) text.erase(at, 1);
+        return text;
+    };
+    result.out = lines(ReadText(outPath));
+    result.err = lines(ReadText(errPath));
+    std::error_code ignored;
+    fs::remove(outPath, ignored);
+    fs::remove(errPath, ignored);
+    return result;
+}
+
+#else
+
 inline std::string Quote(const std::string& text) {
     std::string quoted = "'";
     for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -109,5 +202,7 @@ inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path&
     fs::remove(captured.string() + ".err");
     return result;
 }
+
+#endif
 
 }  // namespace orogen::testing
