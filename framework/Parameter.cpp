@@ -7,6 +7,7 @@
 
 #include "framework/Device.h"
 #include "framework/Exceptions.h"
+#include "framework/PortableMath.h"
 
 namespace Orogen {
 
@@ -108,7 +109,7 @@ int32_t FindParameter(const ParameterList& list, const char* name) {
 
 float FoldPacketValue(const ParamRecord& record, float x) {
     if (record.options & kParamExponential)
-        x = (std::pow(2.0f, (x - 0.5f) * 8.0f) - 0.0625f) / 15.9375f;
+        x = (static_cast<float>(Exp2((x - 0.5f) * 8.0f)) - 0.0625f) / 15.9375f;
     float low = record.IsFloat() ? record.minimum.f : static_cast<float>(record.minimum.i);
     float high = record.IsFloat() ? record.maximum.f : static_cast<float>(record.maximum.i);
     if (record.flags & kParamAbsolutePacket) {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "framework/PortableMath.h"
 #include "framework/Terrain.h"
 
 namespace basekit {
@@ -88,8 +89,8 @@ BlurHelper::BlurHelper(Device* device, const BuildContext& context, int32_t type
       radius(radius) {
     source->Duplicate(destination);
     const float direction = ParamFloat(device, "Direction");
-    cosine = std::cos(direction * 0.017453292f);
-    sine = std::sin(direction * 0.017453292f);
+    cosine = Orogen::Cos(direction * 0.017453292f);
+    sine = Orogen::Sin(direction * 0.017453292f);
 }
 
 void BlurHelper::NextPass() {
@@ -129,7 +130,7 @@ std::vector<float> GaussianKernel(int32_t radius) {
     double sum = 0.0;
     for (int32_t i = 0; i < n; ++i) {
         const double k = i - radius;
-        w[static_cast<size_t>(i)] = std::exp(-(k * k) * spread) * scale;
+        w[static_cast<size_t>(i)] = Orogen::Exp(-(k * k) * spread) * scale;
         sum += w[static_cast<size_t>(i)];
     }
     std::vector<float> weights(static_cast<size_t>(n));

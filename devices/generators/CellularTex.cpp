@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "framework/Platform.h"
+#include "framework/PortableMath.h"
 #include "framework/Terrain.h"
 
 namespace basekit {
@@ -117,8 +118,8 @@ bool CellularTex::Build(const BuildContext& context) {
     const bool distortion = ParamBool(this, "Distortion Enable");
     const float angle = ParamInt(this, "Distortion Direction") * 3.1415927f / 180.0f;
     const float amount = ParamFloat(this, "Distortion Amount");
-    setup.distortX = std::cos(angle) * amount;
-    setup.distortY = std::sin(angle) * amount;
+    setup.distortX = Orogen::Cos(angle) * amount;
+    setup.distortY = Orogen::Sin(angle) * amount;
     PacketRef input = distortion ? InputPacket(context, 0) : PacketRef();
     setup.seed = static_cast<uint32_t>(ParamInt(this, "Random Seed"));
     if (context.progress) context.progress->ReportPercent(this, 0);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "framework/PortableMath.h"
 #include "framework/Terrain.h"
 
 namespace basekit {
@@ -52,7 +53,7 @@ void FillRadial(const RadialSetup& s, float* out, const std::function<void(int32
                     break;
                 case kRadialGaussian:
                     if (writeGaussian) {
-                        float e = static_cast<float>(std::exp(static_cast<double>(-d2 * inverseSpread)));
+                        float e = static_cast<float>(Orogen::Exp(static_cast<double>(-d2 * inverseSpread)));
                         float v = e * r * norm / 1.1968267f;
                         // Flushes values too small to matter to zero.
                         v = v + 1e-10f;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "framework/PortableMath.h"
 #include "framework/Terrain.h"
 
 namespace basekit {
@@ -27,8 +28,8 @@ void GradientSlope(int32_t degrees, float rampWidth, int32_t width, int32_t heig
     // rule then cuts it.
     float k = rampWidth > 0.0f ? 1.0f / rampWidth
                                : static_cast<float>(std::min(width - 1, height - 1));
-    dx = std::cos(a);
-    dy = std::sin(a);
+    dx = Orogen::Cos(a);
+    dy = Orogen::Sin(a);
     float length = std::sqrt(dx * dx + dy * dy);
     if (length > 0.0f) {
         dx /= length;
