@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Windows x86-64 cross build with MinGW-w64; the test programs run under Wine.
-# Fails when the build, the module's export/import check or any test fails.
+# Fails when the build, the module's export/import check or any test fails,
+# or when orogen.exe and the Linux orogen write different bytes
+# (.ci/cross-platform.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -44,6 +46,20 @@ done < <(find "$build" -path "$WINEPREFIX" -prune -o -path "$build/CMakeFiles" -
 start=$SECONDS
 ctest --preset windows --no-tests=error || status=$?
 echo "windows: tests under Wine took $((SECONDS - start)) s"
+# Each program's GoogleTest counts, from the log ctest keeps.
+awk '/^[0-9]+\/[0-9]+ Testing: / {name = $3}
+     /^\[==========\] [0-9]+ tests? from .* ran/ {ran[name] = $2}
+     /^\[  PASSED  \] [0-9]+ test/ {passed[name] = $4}
+     /^\[  SKIPPED \] [0-9]+ test/ {skipped[name] = $4}
+     /^\[  FAILED  \] [0-9]+ test/ {failed[name] = $4}
+     END {for (n in ran) printf "windows: %-15s %4d tests: %d passed, %d skipped, %d failed\n",
+                                n, ran[n], passed[n], skipped[n], failed[n]}' \
+  "$build/Testing/Temporary/LastTest.log" | sort
+
+# Linux and Windows builds of the same networks give the same bytes.
+start=$SECONDS
+bash .ci/cross-platform.sh || status=1
+echo "windows: cross-platform comparison took $((SECONDS - start)) s"
 
 # Leave no wineserver behind.
 server=/usr/lib/wine/wineserver
