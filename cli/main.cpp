@@ -57,6 +57,8 @@ int Run(int argc, char** argv) {
     CLI::App app{"orogen: builds terrain networks with the BaseKit64 devices.\n"
                  "Without a command it builds the demo network into out/ with a preview picture."};
     app.set_help_all_flag("--help-all", "Help for every command");
+    // The same command line everywhere: on Windows "/x" stays an argument (a path).
+    app.allow_windows_style_options(false);
     std::string modulePath;
     app.add_option("--module", modulePath,
                    "The device module (default: $BASEKIT64_MODULE, else beside the program)");

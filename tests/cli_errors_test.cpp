@@ -71,6 +71,8 @@ std::vector<BadInput> Cases() {
         {"zero resolution", R"({"world": {"resolution": [0, 5]}, "devices": []})",
          {"build", "net.json", "-o", "o"}, {"world.resolution[0]"}},
         {"missing network file", nullptr, {"build", "absent.json", "-o", "o"}, {"absent.json", "cannot open"}},
+        {"missing file from the root", nullptr, {"build", "/basekit-none/net.json", "-o", "o"},
+         {"/basekit-none/net.json", "cannot open"}},
         {"output folder is a file", kRadial, {"build", "net.json", "-o", "net.json"},
          {"net.json", "not a folder"}},
         {"output folder under a file", kRadial, {"build", "net.json", "-o", "net.json/o"},
