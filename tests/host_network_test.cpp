@@ -287,6 +287,9 @@ std::unique_ptr<Network> ThreadedNetwork(Host& host) {
         if (!host.FindType(type)) continue;
         std::string id = type;
         Orogen::Device& device = network->AddDevice(id, type);
+        // Voronoi seeds itself from the clock: pin it so both networks match.
+        if (Orogen::FindParameter(device.params, "Random Seed") >= 0)
+            Orogen::GetParameter(&device, "Random Seed")->i = 1234;
         if (!device.inputs.empty()) network->Connect(previous, 0, id, 0);
         previous = id;
     }
