@@ -13,6 +13,7 @@ wine=$root/cmake/wine-run.sh
 export WINEPREFIX=${WINEPREFIX:-$windows/wine-prefix}
 
 # The Linux tool, configured if need be and brought up to date.
+./scripts/deps.sh
 if [ ! -f "$linux/CMakeCache.txt" ]; then
   cmake -S . -B "$linux" -DCMAKE_BUILD_TYPE=Release >/dev/null
 fi

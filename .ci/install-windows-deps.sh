@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs what the Windows cross build and its Wine test run need:
-# MinGW-w64 (posix threads), the 64-bit Wine loader and GoogleTest sources.
+# MinGW-w64 (posix threads), the 64-bit Wine loader, GoogleTest sources, the
+# header-only JSON and command-line libraries, and a native C++ compiler for
+# the build's own tools.
 # Quick no-op when everything is already there.
 set -euo pipefail
 
-packages=(g++-mingw-w64-x86-64-posix wine64 googletest cmake)
+packages=(g++-mingw-w64-x86-64-posix wine64 googletest cmake g++ nlohmann-json3-dev libcli11-dev)
 
 missing=()
 for p in "${packages[@]}"; do
