@@ -259,7 +259,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
         return kExitInterrupted;
     }
-    WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
+    basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
 
     if (!settings.quiet) {
         PrintSummary(network, report);

@@ -9,12 +9,6 @@
 #include "cli/ModuleLookup.h"
 #include "host/ImageIO.h"
 
-#ifdef _WIN32
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace orogen {
 
 namespace fs = std::filesystem;
@@ -89,33 +83,5 @@ Project ReadProjectText(Host& host, const std::string& text, const std::string& 
     }
 }
 
-void WriteTextFile(const fs::path& path, const std::string& text) {
-#ifdef _WIN32
-    int pid = _getpid();
-#else
-    int pid = static_cast<int>(getpid());
-#endif
-    fs::path temporary = path;
-    temporary += ".tmp-" + std::to_string(pid);
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        if (out) {
-            out.write(text.data(), static_cast<std::streamsize>(text.size()));
-            out.close();
-        }
-        if (!out) {
-            std::error_code ignored;
-            fs::remove(temporary, ignored);
-            throw std::runtime_error("cannot write " + path.string());
-        }
-    }
-    std::error_code error;
-    fs::rename(temporary, path, error);
-    if (error) {
-        std::error_code ignored;
-        fs::remove(temporary, ignored);
-        throw std::runtime_error("cannot write " + path.string() + ": " + error.message());
-    }
-}
 
 }  // namespace orogen

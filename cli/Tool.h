@@ -60,7 +60,4 @@ basekit::host::Project ReadProjectText(basekit::host::Host& host, const std::str
 // preview into settings.outputDir. Returns the exit code.
 int BuildAndExport(basekit::host::Project& project, const BuildSettings& settings);
 
-// Writes `text` to `path` through a temporary file in the same folder.
-void WriteTextFile(const std::filesystem::path& path, const std::string& text);
-
 }  // namespace orogen

@@ -456,6 +456,10 @@ bool CanUseExr() {
 #endif
 }
 
+void WriteTextFile(const fs::path& path, const std::string& text) {
+    WriteAtomically(path, "text", [&](std::FILE* file) { Put(file, text.data(), text.size()); });
+}
+
 void WriteR32(const fs::path& path, const Image& image) {
     CheckImage(path, "r32", image);
     WriteAtomically(path, "r32", [&](std::FILE* file) {

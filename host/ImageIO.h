@@ -39,6 +39,9 @@ bool CanUseExr();
 
 // Raw float32, little-endian on every host, row-major, `channels` floats per
 // pixel; no header.
+// Text (a manifest, a network file) with the same guarantee as the images.
+void WriteTextFile(const std::filesystem::path& path, const std::string& text);
+
 void WriteR32(const std::filesystem::path& path, const Image& image);
 
 // 16-bit PNG, grey for 1 channel and RGB for 3. Each value is clamped to 0..1

@@ -13,12 +13,7 @@
 
 #include "host/FileInput.h"
 #include "host/HostPacket.h"
-
-#ifdef _WIN32
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
+#include "host/ImageIO.h"
 
 namespace basekit::host {
 
@@ -32,7 +27,9 @@ NetworkFileError::NetworkFileError(const std::string& place, const std::string& 
 namespace {
 
 std::string Quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
+    std::string quoted(1, '"');
+    quoted.append(text);
+    return quoted += '"';
 }
 
 std::string QuotedList(const std::vector<std::string>& names) {
@@ -720,33 +717,7 @@ std::string NetworkToText(const Project& project, const fs::path& folder) {
 }
 
 void SaveNetworkFile(const Project& project, const fs::path& path) {
-    std::string text = NetworkToText(project, fs::absolute(path).parent_path());
-#ifdef _WIN32
-    int pid = _getpid();
-#else
-    int pid = static_cast<int>(getpid());
-#endif
-    fs::path temporary = path;
-    temporary += ".tmp-" + std::to_string(pid);
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        if (out) {
-            out.write(text.data(), static_cast<std::streamsize>(text.size()));
-            out.close();
-        }
-        if (!out) {
-            std::error_code ignored;
-            fs::remove(temporary, ignored);
-            throw std::runtime_error("cannot write " + path.string());
-        }
-    }
-    std::error_code error;
-    fs::rename(temporary, path, error);
-    if (error) {
-        std::error_code ignored;
-        fs::remove(temporary, ignored);
-        throw std::runtime_error("cannot write " + path.string() + ": " + error.message());
-    }
+    WriteTextFile(path, NetworkToText(project, fs::absolute(path).parent_path()));
 }
 
 }  // namespace basekit::host
