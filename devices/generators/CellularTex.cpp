@@ -522,6 +522,28 @@ BASEKIT_AVX512 inline __m256i StepAvx512(
                             _mm256_set1_epi32(static_cast<int32_t>(kStepAdd)));
 }
 
+// The four nearest distances and identifiers of eight lanes, back to results.
+BASEKIT_AVX512 inline void StoreLanesAvx512(__m512d f0, __m512d f1, __m512d f2, __m512d f3,
+                                            __m256i i0, __m256i i1, __m256i i2, __m256i i3,
+                                            CellularResult* out) {
+    alignas(64) double f[4][8];
+    alignas(32) uint32_t id[4][8];
+    _mm512_store_pd(f[0], f0);
+    _mm512_store_pd(f[1], f1);
+    _mm512_store_pd(f[2], f2);
+    _mm512_store_pd(f[3], f3);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(id[0]), i0);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(id[1]), i1);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(id[2]), i2);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(id[3]), i3);
+    for (int lane = 0; lane < 8; ++lane) {
+        for (int k = 0; k < 4; ++k) {
+            out[lane].f[k] = f[k][lane];
+            out[lane].id[k] = id[k][lane];
+        }
+    }
+}
+
 template <CellDistance M>
 BASEKIT_AVX512 inline __m512d DistanceAvx512(
     __m512d x, __m512d y, __m512d z) {
@@ -625,22 +647,7 @@ BASEKIT_AVX512 void SearchAvx512(
         }
     }
 
-    alignas(64) double f[4][8];
-    alignas(32) uint32_t id[4][8];
-    _mm512_store_pd(f[0], f0);
-    _mm512_store_pd(f[1], f1);
-    _mm512_store_pd(f[2], f2);
-    _mm512_store_pd(f[3], f3);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[0]), i0);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[1]), i1);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[2]), i2);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[3]), i3);
-    for (int lane = 0; lane < 8; ++lane) {
-        for (int k = 0; k < 4; ++k) {
-            out[lane].f[k] = f[k][lane];
-            out[lane].id[k] = id[k][lane];
-        }
-    }
+    StoreLanesAvx512(f0, f1, f2, f3, i0, i1, i2, i3, out);
 }
 
 // ---------------------------------------------------------------------------
@@ -830,22 +837,7 @@ BASEKIT_AVX512 void SearchBoxAvx512(const CubeBox& box, const double* xs, const 
         }
     }
 
-    alignas(64) double f[4][8];
-    alignas(32) uint32_t id[4][8];
-    _mm512_store_pd(f[0], f0);
-    _mm512_store_pd(f[1], f1);
-    _mm512_store_pd(f[2], f2);
-    _mm512_store_pd(f[3], f3);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[0]), i0);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[1]), i1);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[2]), i2);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(id[3]), i3);
-    for (int lane = 0; lane < 8; ++lane) {
-        for (int k = 0; k < 4; ++k) {
-            out[lane].f[k] = f[k][lane];
-            out[lane].id[k] = id[k][lane];
-        }
-    }
+    StoreLanesAvx512(f0, f1, f2, f3, i0, i1, i2, i3, out);
 }
 
 template <CellDistance M, int kIds>
