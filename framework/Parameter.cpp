@@ -170,25 +170,25 @@ ParamValue* GetParameter(Device* device, const char* name) {
     return &device->params.records[static_cast<size_t>(index)].value;
 }
 
-void DeclareParameters(Device* device, const ParamSpec* specs, size_t count) {
+void DeclareParameters(Device* device, const ParamSpec* table, size_t count) {
     for (size_t n = 0; n < count; ++n) {
-        const ParamSpec& spec = specs[n];
+        const ParamSpec& row = table[n];
         ParamRecord record;
-        record.SetName(spec.name);
-        record.kind = spec.kind;
-        record.options = spec.options;
-        if (spec.kind == kParamReal) {
-            record.value.f = static_cast<float>(spec.value);
-            record.minimum.f = static_cast<float>(spec.minimum);
-            record.maximum.f = static_cast<float>(spec.maximum);
+        record.SetName(row.name);
+        record.kind = row.kind;
+        record.options = row.options;
+        if (row.kind == kParamReal) {
+            record.value.f = static_cast<float>(row.value);
+            record.minimum.f = static_cast<float>(row.minimum);
+            record.maximum.f = static_cast<float>(row.maximum);
         } else {
-            record.value.i = static_cast<int32_t>(spec.value);
-            record.minimum.i = static_cast<int32_t>(spec.minimum);
-            record.maximum.i = static_cast<int32_t>(spec.maximum);
+            record.value.i = static_cast<int32_t>(row.value);
+            record.minimum.i = static_cast<int32_t>(row.minimum);
+            record.maximum.i = static_cast<int32_t>(row.maximum);
         }
-        for (const char* label : spec.labels) record.AddLabel(label);
-        AddParameter(device, record, spec.flags);
-        device->params.records.back().SetDescription(spec.description);
+        for (const char* label : row.labels) record.AddLabel(label);
+        AddParameter(device, record, row.flags);
+        device->params.records.back().SetDescription(row.description);
     }
 }
 

@@ -106,10 +106,10 @@ struct ParamSpec {
 };
 
 // Declares the parameters of a table in order, descriptions included.
-void DeclareParameters(Device* device, const ParamSpec* specs, size_t count);
+void DeclareParameters(Device* device, const ParamSpec* table, size_t count);
 template <size_t N>
-void DeclareParameters(Device* device, const ParamSpec (&specs)[N]) {
-    DeclareParameters(device, specs, N);
+void DeclareParameters(Device* device, const ParamSpec (&table)[N]) {
+    DeclareParameters(device, table, N);
 }
 
 // Typed reads for builds.

@@ -36,10 +36,10 @@ public:
     AddFilter() {
         SetIdentity("ADDF", &CreateDevice<AddFilter>);
         SetPortCount(this, 1, 1, kHeightField);
-        static const ParamSpec specs[] = {
+        static const ParamSpec table[] = {
             {"Amount", kParamReal, 0.25, 0.0, 1.0, 0, "Added to every sample"},
         };
-        DeclareParameters(this, specs);
+        DeclareParameters(this, table);
     }
     const char* GetTypeName() override { return "Add"; }
     const char* GetDescription() override { return "Adds a constant"; }

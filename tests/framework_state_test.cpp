@@ -44,12 +44,12 @@ protected:
     // A device with a real "Gain", a choice "Mode" (labels at minimum 1) and a
     // kind-3 "Action".
     static void Declare(Device* device) {
-        static const ParamSpec specs[] = {
+        static const ParamSpec table[] = {
             {"Gain", kParamReal, 0.5, 0.0, 2.0, 513, "How much"},
             {"Mode", kParamChoice, 1, 1, 2, 0, "Which", {"a", "b"}},
             {"Action", kParamAction, 0, 0, 0, 0, nullptr},
         };
-        DeclareParameters(device, specs);
+        DeclareParameters(device, table);
     }
 
     static bool Load(Device& device, const std::string& bytes) {
@@ -246,10 +246,10 @@ TEST_F(StateTest, FixedListQuirks) {
 
 TEST_F(StateTest, KeepOnLoadFlagKeepsTheConstructorValue) {
     PlainDevice device;
-    static const ParamSpec specs[] = {
+    static const ParamSpec table[] = {
         {"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, 2},
     };
-    DeclareParameters(&device, specs);
+    DeclareParameters(&device, table);
     Bytes records;
     records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
     ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));

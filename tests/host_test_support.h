@@ -84,11 +84,11 @@ class TestRamp : public Orogen::Generator {
     TestRamp() {
         SetIdentity("TRMP", &Orogen::CreateDevice<TestRamp>);
         Orogen::SetPortCount(this, 0, 1, Orogen::kHeightField);
-        static const Orogen::ParamSpec specs[] = {
+        static const Orogen::ParamSpec table[] = {
             {"Offset", Orogen::kParamReal, 0.0, 0.0, 1.0, 0, "Added to every sample"},
             {"Waves", Orogen::kParamBoolean, 0, 0, 1, 0, "Adds a ripple"},
         };
-        Orogen::DeclareParameters(this, specs);
+        Orogen::DeclareParameters(this, table);
     }
     const char* GetTypeName() override { return "Test Ramp"; }
     const char* GetDescription() override { return "A ramp for the host tests"; }
@@ -131,13 +131,13 @@ class TestAdd : public Orogen::Filter {
     TestAdd() {
         SetIdentity("TADD", &Orogen::CreateDevice<TestAdd>);
         Orogen::SetPortCount(this, 1, 1, Orogen::kHeightField);
-        static const Orogen::ParamSpec specs[] = {
+        static const Orogen::ParamSpec table[] = {
             {"Amount", Orogen::kParamReal, 0.1, -1.0, 1.0, 0, "Added to the input"},
             {"Report rows", Orogen::kParamBoolean, 0, 0, 1, 0, "Reports progress per row"},
             {"Mode", Orogen::kParamChoice, 0, 0, 2, 0, "How to add", {"Add", "Add twice", "Keep"}},
             {"Tint", Orogen::kParamInteger, 0, 0, 0xFFFFFF, 0, "A colour"},
         };
-        Orogen::DeclareParameters(this, specs);
+        Orogen::DeclareParameters(this, table);
     }
     const char* GetTypeName() override { return "Test Add"; }
     const char* GetDescription() override { return "Adds a constant for the host tests"; }
@@ -185,7 +185,7 @@ class TestFail : public Orogen::Generator {
     TestFail() {
         SetIdentity("TFAL", &Orogen::CreateDevice<TestFail>);
         Orogen::SetPortCount(this, 0, 1, Orogen::kHeightField);
-        static const Orogen::ParamSpec specs[] = {
+        static const Orogen::ParamSpec table[] = {
             {"How",
              Orogen::kParamChoice,
              0,
@@ -195,7 +195,7 @@ class TestFail : public Orogen::Generator {
              "How to fail",
              {"False", "Framework", "Standard"}},
         };
-        Orogen::DeclareParameters(this, specs);
+        Orogen::DeclareParameters(this, table);
     }
     const char* GetTypeName() override { return "Test Fail"; }
     const char* GetDescription() override { return "Never builds"; }

@@ -57,21 +57,21 @@ struct PngSpec {
 };
 
 // One scanline (filter byte 0 and the packed samples) of the given pixels.
-std::string Scanline(const PngSpec& spec, const std::vector<size_t>& pixels) {
-    const int spp = SamplesPerPixel(spec.colourType);
+std::string Scanline(const PngSpec& layout, const std::vector<size_t>& pixels) {
+    const int spp = SamplesPerPixel(layout.colourType);
     std::string line(1, '\0');
     unsigned bits = 0, used = 0;
     for (size_t p : pixels) {
         for (int s = 0; s < spp; ++s) {
-            const unsigned v = spec.samples[p * spp + s];
-            if (spec.bitDepth == 16) {
+            const unsigned v = layout.samples[p * spp + s];
+            if (layout.bitDepth == 16) {
                 line += char(v >> 8);
                 line += char(v & 0xff);
-            } else if (spec.bitDepth == 8) {
+            } else if (layout.bitDepth == 8) {
                 line += char(v);
             } else {
-                bits = (bits << spec.bitDepth) | v;
-                used += spec.bitDepth;
+                bits = (bits << layout.bitDepth) | v;
+                used += layout.bitDepth;
                 if (used == 8) {
                     line += char(bits);
                     bits = used = 0;
@@ -83,20 +83,20 @@ std::string Scanline(const PngSpec& spec, const std::vector<size_t>& pixels) {
     return line;
 }
 
-// A complete PNG file for `spec`, interlaced with Adam7 if asked.
-std::string MakePng(const PngSpec& spec) {
+// A complete PNG file for `layout`, interlaced with Adam7 if asked.
+std::string MakePng(const PngSpec& layout) {
     std::string raw;
     const int passes[7][4] = {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4},
                               {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}};
     const int whole[4] = {0, 0, 1, 1};
-    const int passCount = spec.interlaced ? 7 : 1;
+    const int passCount = layout.interlaced ? 7 : 1;
     for (int pass = 0; pass < passCount; ++pass) {
-        const int* p = spec.interlaced ? passes[pass] : whole;
-        for (int y = p[1]; y < spec.height; y += p[3]) {
+        const int* p = layout.interlaced ? passes[pass] : whole;
+        for (int y = p[1]; y < layout.height; y += p[3]) {
             std::vector<size_t> pixels;
-            for (int x = p[0]; x < spec.width; x += p[2])
-                pixels.push_back(size_t(y) * spec.width + x);
-            if (!pixels.empty()) raw += Scanline(spec, pixels);
+            for (int x = p[0]; x < layout.width; x += p[2])
+                pixels.push_back(size_t(y) * layout.width + x);
+            if (!pixels.empty()) raw += Scanline(layout, pixels);
         }
     }
     std::string packed(compressBound(uLong(raw.size())), '\0');
@@ -106,20 +106,20 @@ std::string MakePng(const PngSpec& spec) {
               Z_OK);
     packed.resize(packedSize);
 
-    std::string header = BigEndian32(uint32_t(spec.width)) + BigEndian32(uint32_t(spec.height));
-    header += char(spec.bitDepth);
-    header += char(spec.colourType);
+    std::string header = BigEndian32(uint32_t(layout.width)) + BigEndian32(uint32_t(layout.height));
+    header += char(layout.bitDepth);
+    header += char(layout.colourType);
     header += std::string(2, '\0');  // deflate, adaptive filtering
-    header += char(spec.interlaced ? 1 : 0);
+    header += char(layout.interlaced ? 1 : 0);
     std::string file = "\x89PNG\r\n\x1a\n" + Chunk("IHDR", header);
-    if (!spec.palette.empty()) file += Chunk("PLTE", spec.palette);
-    if (!spec.transparency.empty()) file += Chunk("tRNS", spec.transparency);
+    if (!layout.palette.empty()) file += Chunk("PLTE", layout.palette);
+    if (!layout.transparency.empty()) file += Chunk("tRNS", layout.transparency);
     return file + Chunk("IDAT", packed) + Chunk("IEND", "");
 }
 
 struct PngCase {
     const char* name;
-    PngSpec spec;
+    PngSpec layout;
     int channels;
     std::vector<float> expected;
 };
@@ -187,20 +187,20 @@ class PngVariants : public ::testing::TestWithParam<PngCase> {};
 TEST_P(PngVariants, ReadsExactValues) {
     PngCase c = GetParam();
     if (c.expected.empty()) {  // a pattern over the whole image
-        const size_t n = size_t(c.spec.width) * c.spec.height * SamplesPerPixel(c.spec.colourType);
-        const unsigned max = c.spec.bitDepth == 16 ? 65535 : 255;
+        const size_t n = size_t(c.layout.width) * c.layout.height * SamplesPerPixel(c.layout.colourType);
+        const unsigned max = c.layout.bitDepth == 16 ? 65535 : 255;
         for (size_t i = 0; i < n; ++i) {
             const unsigned v = unsigned(i * 7919 % (max + 1));
-            c.spec.samples.push_back(v);
+            c.layout.samples.push_back(v);
             c.expected.push_back(float(v) / float(max));
         }
     }
     TempDir dir;
     const fs::path path = dir / "in.png";
-    WriteBytes(path, MakePng(c.spec));
+    WriteBytes(path, MakePng(c.layout));
     const Image image = ReadPng(path);
-    EXPECT_EQ(image.width, c.spec.width);
-    EXPECT_EQ(image.height, c.spec.height);
+    EXPECT_EQ(image.width, c.layout.width);
+    EXPECT_EQ(image.height, c.layout.height);
     EXPECT_EQ(image.channels, c.channels);
     EXPECT_EQ(image.samples, c.expected);
 }
