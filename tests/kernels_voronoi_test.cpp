@@ -256,6 +256,8 @@ const PathCase kPathCases[] = {
     {"coarse", 300, 20, -8.0, 8.0, -3.0, 3.0, 1.0, false},
     // Few samples per cube, whole-numbered positions on every fourth sample.
     {"fine", 257, 19, -32.0, 32.0, 0.0, 4.5, 1.0, false},
+    // Eight or nine samples per cube: short runs searched alone and in pairs.
+    {"eight per cube", 203, 9, -12.0, 13.0, 0.5, 2.5, 1.0, false},
     // Odd widths leave every remainder after the vector blocks.
     {"narrow", 13, 35, -1.0, 2.0, -5.0, -4.0, 2.5, false},
     {"single column", 1, 9, 2.0, 2.0, -1.0, 1.0, 3.0, false},

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -915,6 +916,19 @@ struct RunLanes {
     alignas(64) uint64_t id64[4][kColumnBlock];  // AVX2 identifiers, one per 64-bit lane
 };
 
+// The points of a run's 27 cubes in search order, for runs of one set of
+// lanes: there a branch per cube (and a point loop of varying length per
+// cube) costs more than the work it saves.
+struct FlatPoints {
+    alignas(64) double bound[27][8];  // each lane's squared distance to each cube
+    // Box index, cube number and whether it is its cube's first point, for
+    // each point. Each cube writes 8 entries and the next starts where its
+    // points end, hence the spare room.
+    alignas(32) int32_t at[27 * kMaxPoints + 8];
+    uint8_t cube[27 * kMaxPoints + 8];
+    uint8_t fresh[27 * kMaxPoints + 8];
+};
+
 // The row terms of point `at` give the distance from x alone.
 template <CellDistance M>
 BASEKIT_AVX512 inline __m512d RowDistanceAvx512(const CubeBox& box, size_t at, __m512d X) {
@@ -929,6 +943,138 @@ BASEKIT_AVX512 inline __m512d RowDistanceAvx512(const CubeBox& box, size_t at, _
     } else {
         return DistanceAvx512<M>(x, b, c);
     }
+}
+
+// The flat list of a run's cubes for lanes whose x is X: each lane's bound
+// per cube, and each point's box index, cube and first-of-cube flag.
+// Returns the number of points.
+BASEKIT_AVX512 int FillFlatPoints(const CubeBox& box, FlatPoints& flat, __m512d X, double yv,
+                                  double zv, int32_t ix, int32_t iy, int32_t iz, int32_t home) {
+    const double fy = yv - static_cast<double>(iy), fz = zv - static_cast<double>(iz);
+    const double ty[3] = {fy * fy, 0.0, (1.0 - fy) * (1.0 - fy)};
+    const double tz[3] = {fz * fz, 0.0, (1.0 - fz) * (1.0 - fz)};
+    const __m512d fx = _mm512_sub_pd(X, _mm512_set1_pd(static_cast<double>(ix)));
+    const __m512d gx = _mm512_sub_pd(_mm512_set1_pd(1.0), fx);
+    const __m512d tx[3] = {_mm512_mul_pd(fx, fx), _mm512_setzero_pd(), _mm512_mul_pd(gx, gx)};
+    const __m256i step = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    int n = 0;
+    for (int c = 0; c < 27; ++c) {
+        const int32_t cube = home + box.delta[c];
+        const CubeOffset& o = kCubeOrder[c];
+        // The home cube is always searched: no fourth distance is below -inf.
+        const __m512d bound =
+            c == 0 ? _mm512_set1_pd(-INFINITY)
+                   : _mm512_add_pd(_mm512_add_pd(tx[o.dx + 1], _mm512_set1_pd(ty[o.dy + 1])),
+                                   _mm512_set1_pd(tz[o.dz + 1]));
+        _mm512_store_pd(flat.bound[c], bound);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(flat.at + n),
+                            _mm256_add_epi32(_mm256_set1_epi32(cube * kMaxPoints), step));
+        const uint64_t cubes = 0x0101010101010101ull * static_cast<uint64_t>(c);
+        const uint64_t fresh = 0xFF;
+        std::memcpy(flat.cube + n, &cubes, 8);
+        std::memcpy(flat.fresh + n, &fresh, 8);
+        n += box.count[cube];
+    }
+    return n;
+}
+
+// The search state of one set of lanes in a flat search.
+struct FlatLanes {
+    __m512d X, f0, f1, f2, f3;
+    __m512d start3;  // f3 as it stood at the current cube's first point
+    __m256i i0, i1, i2, i3;
+};
+
+// Point j of the flat list for one set of lanes. A lane takes a cube's points
+// when its fourth distance at the cube's first point is above its bound: the
+// decision the cube-by-cube search makes, without a branch per cube.
+template <CellDistance M, int kIds>
+BASEKIT_AVX512 inline void VisitFlatPoint(const CubeBox& box, const FlatPoints& flat, int j,
+                                          FlatLanes& s) {
+    const size_t at = static_cast<size_t>(flat.at[j]);
+    s.start3 = _mm512_mask_mov_pd(s.start3, flat.fresh[j], s.f3);
+    const __mmask8 m =
+        _mm512_cmp_pd_mask(s.start3, _mm512_load_pd(flat.bound[flat.cube[j]]), _CMP_GT_OQ);
+    const __m512d d = RowDistanceAvx512<M>(box, at, s.X);
+    if constexpr (kIds <= 1) {
+        if constexpr (kIds == 1) {
+            const __mmask8 c1 = _mm512_mask_cmp_pd_mask(m, d, s.f0, _CMP_LT_OQ);
+            s.i0 = _mm256_mask_blend_epi32(c1, s.i0,
+                                           _mm256_set1_epi32(static_cast<int32_t>(box.id[at])));
+        }
+        s.f3 = _mm512_mask_min_pd(s.f3, m, s.f3, _mm512_maskz_max_pd(0xFF, s.f2, d));
+        s.f2 = _mm512_mask_min_pd(s.f2, m, s.f2, _mm512_maskz_max_pd(0xFF, s.f1, d));
+        s.f1 = _mm512_mask_min_pd(s.f1, m, s.f1, _mm512_maskz_max_pd(0xFF, s.f0, d));
+        s.f0 = _mm512_mask_min_pd(s.f0, m, s.f0, d);
+    } else {
+        const __mmask8 c4 = _mm512_mask_cmp_pd_mask(m, d, s.f3, _CMP_LT_OQ);
+        const __mmask8 c3 = _mm512_mask_cmp_pd_mask(m, d, s.f2, _CMP_LT_OQ);
+        const __mmask8 c2 = _mm512_mask_cmp_pd_mask(m, d, s.f1, _CMP_LT_OQ);
+        const __mmask8 c1 = _mm512_mask_cmp_pd_mask(m, d, s.f0, _CMP_LT_OQ);
+        s.f3 = _mm512_mask_blend_pd(c4, s.f3, _mm512_mask_blend_pd(c3, d, s.f2));
+        s.f2 = _mm512_mask_blend_pd(c3, s.f2, _mm512_mask_blend_pd(c2, d, s.f1));
+        s.f1 = _mm512_mask_blend_pd(c2, s.f1, _mm512_mask_blend_pd(c1, d, s.f0));
+        s.f0 = _mm512_mask_blend_pd(c1, s.f0, d);
+        const __m256i idv = _mm256_set1_epi32(static_cast<int32_t>(box.id[at]));
+        if constexpr (kIds > 3)
+            s.i3 = _mm256_mask_blend_epi32(c4, s.i3, _mm256_mask_blend_epi32(c3, idv, s.i2));
+        if constexpr (kIds > 2)
+            s.i2 = _mm256_mask_blend_epi32(c3, s.i2, _mm256_mask_blend_epi32(c2, idv, s.i1));
+        if constexpr (kIds > 1)
+            s.i1 = _mm256_mask_blend_epi32(c2, s.i1, _mm256_mask_blend_epi32(c1, idv, s.i0));
+        s.i0 = _mm256_mask_blend_epi32(c1, s.i0, idv);
+    }
+}
+
+BASEKIT_AVX512 inline FlatLanes StartFlatLanes(const double* x) {
+    FlatLanes s;
+    s.X = _mm512_load_pd(x);
+    s.f0 = s.f1 = s.f2 = s.f3 = s.start3 = _mm512_set1_pd(kFar);
+    s.i0 = s.i1 = s.i2 = s.i3 = _mm256_setzero_si256();
+    return s;
+}
+
+BASEKIT_AVX512 inline void StoreFlatLanes(const FlatLanes& s, RunLanes& run, int lane0) {
+    _mm512_store_pd(run.f[0] + lane0, s.f0);
+    _mm512_store_pd(run.f[1] + lane0, s.f1);
+    _mm512_store_pd(run.f[2] + lane0, s.f2);
+    _mm512_store_pd(run.f[3] + lane0, s.f3);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(run.id32[0] + lane0), s.i0);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(run.id32[1] + lane0), s.i1);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(run.id32[2] + lane0), s.i2);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(run.id32[3] + lane0), s.i3);
+}
+
+// Two short runs of one row, lanes 0..7 and 8..15 of `run`, each with its own
+// home cube. They go through their flat lists side by side: one run alone is
+// a chain of dependent min/max steps, two keep the vector units busy.
+template <CellDistance M, int kIds>
+BASEKIT_AVX512 void SearchShortRunsAvx512(const CubeBox& box, RunLanes& run, FlatPoints flat[2],
+                                          double yv, double zv, const int32_t ix[2], int32_t iy,
+                                          int32_t iz, const int32_t home[2]) {
+    FlatLanes a = StartFlatLanes(run.x), b = StartFlatLanes(run.x + 8);
+    const int na = FillFlatPoints(box, flat[0], a.X, yv, zv, ix[0], iy, iz, home[0]);
+    const int nb = FillFlatPoints(box, flat[1], b.X, yv, zv, ix[1], iy, iz, home[1]);
+    const int both = na < nb ? na : nb;
+    for (int j = 0; j < both; ++j) {
+        VisitFlatPoint<M, kIds>(box, flat[0], j, a);
+        VisitFlatPoint<M, kIds>(box, flat[1], j, b);
+    }
+    for (int j = both; j < na; ++j) VisitFlatPoint<M, kIds>(box, flat[0], j, a);
+    for (int j = both; j < nb; ++j) VisitFlatPoint<M, kIds>(box, flat[1], j, b);
+    StoreFlatLanes(a, run, 0);
+    StoreFlatLanes(b, run, 8);
+}
+
+// One short run, lanes 0..7 of `run`.
+template <CellDistance M, int kIds>
+BASEKIT_AVX512 void SearchShortRunAvx512(const CubeBox& box, RunLanes& run, FlatPoints& flat,
+                                         double yv, double zv, int32_t ix, int32_t iy, int32_t iz,
+                                         int32_t home) {
+    FlatLanes a = StartFlatLanes(run.x);
+    const int n = FillFlatPoints(box, flat, a.X, yv, zv, ix, iy, iz, home);
+    for (int j = 0; j < n; ++j) VisitFlatPoint<M, kIds>(box, flat, j, a);
+    StoreFlatLanes(a, run, 0);
 }
 
 template <CellDistance M, int kIds>
@@ -1130,25 +1276,27 @@ struct Tile {
     int32_t homes[kColumnBlock];
     CellularResult results[kColumnBlock];
     RunLanes run;
+    FlatPoints flat[2];
     CubeBox box;
 };
 
-// The style's values of lanes 0 .. len-1 of a searched run, as
+// The style's values of lanes lane0 .. lane0+len-1 of a searched run, as
 // CellularStyleValue gives them, with the style chosen once for the run.
-void WriteRunStyle(const RunLanes& run, bool ids32, int style, int len, float* dst) {
+void WriteRunStyle(const RunLanes& run, bool ids32, int style, int lane0, int len, float* dst) {
     static constexpr int kMinuend[6] = {1, 2, 2, 3, 3, 3};
     static constexpr int kSubtrahend[6] = {0, 1, 0, 2, 1, 0};
     if (style >= kCellF1 && style <= kCellF4) {
-        const double* f = run.f[style];
+        const double* f = run.f[style] + lane0;
         for (int q = 0; q < len; ++q) dst[q] = static_cast<float>(f[q]);
     } else if (style >= kCellF2MinusF1 && style <= kCellF4MinusF1) {
-        const double* a = run.f[kMinuend[style - kCellF2MinusF1]];
-        const double* b = run.f[kSubtrahend[style - kCellF2MinusF1]];
+        const double* a = run.f[kMinuend[style - kCellF2MinusF1]] + lane0;
+        const double* b = run.f[kSubtrahend[style - kCellF2MinusF1]] + lane0;
         for (int q = 0; q < len; ++q) dst[q] = static_cast<float>(a[q] - b[q]);
     } else if (style >= kCellF1Cells && style <= kCellF4Cells) {
         const int k = style - kCellF1Cells;
         for (int q = 0; q < len; ++q) {
-            const uint32_t id = ids32 ? run.id32[k][q] : static_cast<uint32_t>(run.id64[k][q]);
+            const uint32_t id = ids32 ? run.id32[k][lane0 + q]
+                                      : static_cast<uint32_t>(run.id64[k][lane0 + q]);
             dst[q] = static_cast<float>((id >> 24) / 255.0);
         }
     } else {
@@ -1178,12 +1326,31 @@ void SearchTileRow(Tile& t, size_t at, int n, double z, int32_t iz, uint32_t see
             // Spare lanes repeat the last sample; their results are dropped.
             for (int q = 0; q < sets * width; ++q) t.run.x[q] = xs[i + (q < len ? q : len - 1)];
             const int32_t home = t.box.Index(ixs[i], iys[i], iz);
-            if (path == VectorPath::Avx512) {
+            if (path == VectorPath::Avx512 && sets == 1) {
+                // Pair it with the next run when that is short too.
+                int next = end + 1;
+                while (next < n && ixs[next] == ixs[end]) ++next;
+                if (end < n && next - end <= width) {
+                    const int len2 = next - end;
+                    for (int q = 0; q < width; ++q)
+                        t.run.x[width + q] = xs[end + (q < len2 ? q : len2 - 1)];
+                    const int32_t ix2[2] = {ixs[i], ixs[end]};
+                    const int32_t home2[2] = {home, t.box.Index(ixs[end], iys[end], iz)};
+                    SearchShortRunsAvx512<M, kIds>(t.box, t.run, t.flat, ys[0], z, ix2, iys[i], iz,
+                                                   home2);
+                    WriteRunStyle(t.run, true, style, 0, len, dst + i);
+                    WriteRunStyle(t.run, true, style, width, len2, dst + end);
+                    i = next;
+                    continue;
+                }
+                SearchShortRunAvx512<M, kIds>(t.box, t.run, t.flat[0], ys[0], z, ixs[i], iys[i],
+                                              iz, home);
+            } else if (path == VectorPath::Avx512) {
                 SearchRunAvx512<M, kIds>(t.box, t.run, sets, ys[0], z, ixs[i], iys[i], iz, home);
             } else {
                 SearchRunAvx2<M, kIds>(t.box, t.run, sets, ys[0], z, ixs[i], iys[i], iz, home);
             }
-            WriteRunStyle(t.run, path == VectorPath::Avx512, style, len, dst + i);
+            WriteRunStyle(t.run, path == VectorPath::Avx512, style, 0, len, dst + i);
             i = end;
         }
         return;
