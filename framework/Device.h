@@ -109,6 +109,14 @@ public:
     // Tag and version byte; Load fails without reading more on a wrong tag.
     void SaveHeader(std::ostream& out, uint8_t version);
     bool LoadHeader(std::istream& in, uint8_t& version);
+    // The whole state of a device with no fields of its own: header, then base.
+    bool SaveState(std::ostream& out, uint8_t version) {
+        SaveHeader(out, version);
+        return SaveBaseState(out);
+    }
+    bool LoadState(std::istream& in, uint8_t& version) {
+        return LoadHeader(in, version) && LoadBaseState(in);
+    }
     // The private copy of input `index` for this build.
     PacketRef InputPacket(const BuildContext& context, uint32_t index);
     // A packet PrepareOutputs left for slot `index`, or null.

@@ -19,12 +19,11 @@ public:
     int32_t GetCategory() override { return 0; }
     bool Build(const BuildContext&) override { return buildAnswer; }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
     bool buildAnswer = true;
 };
@@ -52,12 +51,11 @@ public:
         return true;
     }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
 };
 

@@ -39,12 +39,11 @@ class TestColors : public Orogen::Generator {
         return true;
     }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
 };
 

@@ -63,13 +63,12 @@ bool GaussBlur::Build(const BuildContext& context) {
 }
 
 bool GaussBlur::Save(std::ostream& out) {
-    SaveHeader(out, 2);
-    return SaveBaseState(out);
+    return SaveState(out, 2);
 }
 
 bool GaussBlur::Load(std::istream& in) {
     uint8_t version;
-    if (!LoadHeader(in, version) || !LoadBaseState(in)) return false;
+    if (!LoadState(in, version)) return false;
     if (version == 1) {
         // Version 1 had four blur types; the old 2 is the box, the old 3 motion.
         ParamValue* type = GetParameter(this, "Blur type");

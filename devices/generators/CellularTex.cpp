@@ -160,13 +160,12 @@ bool CellularTex::Build(const BuildContext& context) {
 }
 
 bool CellularTex::Save(std::ostream& out) {
-    SaveHeader(out, 2);
-    return SaveBaseState(out);
+    return SaveState(out, 2);
 }
 
 bool CellularTex::Load(std::istream& in) {
     uint8_t version;
-    if (!LoadHeader(in, version) || !LoadBaseState(in)) return false;
+    if (!LoadState(in, version)) return false;
     if (version < 2) {
         // Older files kept "Scale" in units 256 times smaller.
         ParamRecord& scale =

@@ -29,13 +29,12 @@ bool ConstantHeight::Build(const BuildContext& context) {
 }
 
 bool ConstantHeight::Save(std::ostream& out) {
-    SaveHeader(out, 1);
-    return SaveBaseState(out);
+    return SaveState(out, 1);
 }
 
 bool ConstantHeight::Load(std::istream& in) {
     uint8_t version;
-    return LoadHeader(in, version) && LoadBaseState(in);
+    return LoadState(in, version);
 }
 
 }  // namespace basekit

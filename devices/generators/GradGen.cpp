@@ -114,13 +114,12 @@ bool GradGen::Build(const BuildContext& context) {
 }
 
 bool GradGen::Save(std::ostream& out) {
-    SaveHeader(out, 2);
-    return SaveBaseState(out);
+    return SaveState(out, 2);
 }
 
 bool GradGen::Load(std::istream& in) {
     uint8_t version;
-    if (!LoadHeader(in, version) || !LoadBaseState(in)) return false;
+    if (!LoadState(in, version)) return false;
     if (version == 1) KeepCentred();
     return true;
 }
