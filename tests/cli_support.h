@@ -20,31 +20,13 @@
 #include <unistd.h>
 #endif
 
+#include "TempDir.h"
+
 namespace orogen::testing {
 
 namespace fs = std::filesystem;
 
-class Scratch {
-public:
-    Scratch() {
-        std::random_device random;
-        for (;;) {
-            path_ = fs::temp_directory_path() / ("orogen-test-" + std::to_string(random()));
-            if (fs::create_directory(path_)) break;
-        }
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-    const fs::path& path() const { return path_; }
-    fs::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    fs::path path_;
-};
+using Scratch = basekit::testing::TempDir;
 
 inline std::string ReadText(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);

@@ -22,34 +22,13 @@
 #include "host/HostPacket.h"
 #include "host/Network.h"
 
+#include "TempDir.h"
+
 namespace basekit::host::testing {
 
 namespace fs = std::filesystem;
 
-class TempDir {
-  public:
-    TempDir() {
-        std::random_device random;
-        for (;;) {
-            path_ = fs::temp_directory_path() / ("basekit-host-" + std::to_string(random()));
-            if (fs::create_directory(path_)) break;
-        }
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const fs::path& path() const { return path_; }
-    fs::path operator/(const std::string& name) const { return path_ / name; }
-    size_t Count() const {
-        return static_cast<size_t>(std::distance(fs::directory_iterator(path_), {}));
-    }
-
-  private:
-    fs::path path_;
-};
+using basekit::testing::TempDir;
 
 inline std::string ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -115,12 +94,11 @@ class TestRamp : public Orogen::Generator {
         return true;
     }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
 };
 
@@ -169,12 +147,11 @@ class TestAdd : public Orogen::Filter {
         return true;
     }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
 };
 
@@ -206,12 +183,11 @@ class TestFail : public Orogen::Generator {
         return false;
     }
     bool Save(std::ostream& out) override {
-        SaveHeader(out, 1);
-        return SaveBaseState(out);
+        return SaveState(out, 1);
     }
     bool Load(std::istream& in) override {
         uint8_t version;
-        return LoadHeader(in, version) && LoadBaseState(in);
+        return LoadState(in, version);
     }
 };
 

@@ -20,44 +20,13 @@
 #define NEED_EXR() \
     if (!::basekit::host::CanUseExr()) GTEST_SKIP() << "this build has no OpenEXR"
 
+#include "TempDir.h"
+
 namespace basekit::host::testing {
 
 namespace fs = std::filesystem;
 
-// A fresh folder for one test, removed with everything in it afterwards.
-class TempDir {
-  public:
-    TempDir() {
-        std::random_device random;
-        const fs::path base = fs::temp_directory_path();
-        for (;;) {  // another process may pick the same name: try again
-            path_ = base / ("basekit-imageio-" + std::to_string(random()));
-            if (fs::create_directory(path_)) break;
-        }
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const fs::path& path() const { return path_; }
-    fs::path operator/(const std::string& name) const { return path_ / name; }
-
-    // The names in the folder, sorted.
-    std::vector<std::string> List() const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(path_)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-  private:
-    fs::path path_;
-};
+using basekit::testing::TempDir;
 
 inline std::string ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
