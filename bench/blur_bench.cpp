@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "devices/filters/GaussBlur.h"
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 
 #ifdef BASEKIT64_HAVE_OPENCV
 #include <opencv2/core.hpp>

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "devices/generators/CellularTex.h"
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 
 namespace {
 

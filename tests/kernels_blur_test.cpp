@@ -13,7 +13,7 @@
 
 #include "ReferenceKernels.h"
 #include "devices/filters/GaussBlur.h"
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 namespace {

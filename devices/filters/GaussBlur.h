@@ -4,7 +4,7 @@
 #include <iosfwd>
 #include <vector>
 
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 #include "framework/Device.h"
 #include "framework/ThreadHelper.h"
 

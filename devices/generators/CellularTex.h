@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <iosfwd>
 
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 #include "framework/Device.h"
 
 namespace basekit {

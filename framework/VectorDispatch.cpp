@@ -1,4 +1,4 @@
-#include "framework/CpuFeatures.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
