@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "framework/Fields.h"
+
 namespace Orogen {
 
 namespace {
@@ -18,6 +20,12 @@ Port* NewSpecialPort(Device* device, const char* name, uint32_t kind) {
 }  // namespace
 
 void DestroyDevice(Device* device) { delete device; }
+
+GlobalSettings HostGlobals() {
+    GlobalSettings settings;
+    if (Services() && Services()->network) Services()->network->GetGlobalSettings(settings);
+    return settings;
+}
 
 Device::Device() : params(this) {
     std::memset(&identity, 0, sizeof identity);
@@ -81,34 +89,6 @@ PacketRef& Device::GetInputPacket(PacketRef& out, uint32_t index) {
     out = results ? Orogen::GetInputPacket(this, index, results) : PacketRef();
     return out;
 }
-
-namespace {
-
-// Converts between height fields and bitmaps: grey to three equal channels,
-// colour to the mean of its channels.
-PacketRef ConvertPacket(const PacketRef& packet, uint32_t kind) {
-    uint32_t have = packet->GetKind();
-    bool toBitmap = kind == kBitmap && have == kHeightField;
-    bool toField = kind == kHeightField && have == kBitmap;
-    if (!toBitmap && !toField) return packet;
-    PacketRef converted = NewPacket(kind, packet->grid);
-    uint64_t points = packet->PointCount();
-    const float* in = packet->samples;
-    float* out = converted->samples;
-    if (!in || !out) return converted;
-    for (uint64_t i = 0; i < points; ++i) {
-        if (toBitmap) {
-            out[3 * i] = out[3 * i + 1] = out[3 * i + 2] = in[i];
-        } else {
-            out[i] = (in[3 * i] + in[3 * i + 1] + in[3 * i + 2]) / 3.0f;
-        }
-    }
-    converted->maskFlag = packet->maskFlag;
-    std::memcpy(converted->name, packet->name, sizeof converted->name);
-    return converted;
-}
-
-}  // namespace
 
 PacketRef& Device::GetInputPacketAs(PacketRef& out, uint32_t index, uint32_t kind) {
     GetInputPacket(out, index);

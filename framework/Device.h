@@ -77,7 +77,9 @@ public:
     virtual void NotifyHook6() {}
     virtual void NotifyHook7() {}
     virtual void NotifyHook8() {}                                  // 37
-    virtual bool OptionQuery3() { return false; }                  // 38
+    // The global-dependency query: whether the device depends on the host's
+    // global settings of `globals` (kGlobalLightDirection, kGlobalWaterLevel).
+    virtual bool OptionQuery3(uint32_t /*globals*/) { return false; }  // 38
     virtual bool OptionQuery4() { return false; }                  // 39
     virtual bool OptionQuery5() { return true; }                   // 40
     virtual bool OptionQuery6() { return false; }                  // 41
@@ -140,7 +142,17 @@ public:
     float anchor[2] = {0.5f, 0.5f};
     uint32_t mode = 0;
     int32_t seed = 0;
+    // Not part of the host's field list, so kept behind it: the parameters'
+    // enabling rules, the same for every device of a class.
+    std::vector<EnablingRule> enablingRules;
 };
+
+// Bits of the global-dependency query.
+constexpr uint32_t kGlobalLightDirection = 2;
+constexpr uint32_t kGlobalWaterLevel = 4;
+
+// The host's global settings of the project being built.
+GlobalSettings HostGlobals();
 
 // Process results besides Execute's 1 (built), 0 (failed) and -1 (unusable).
 constexpr int32_t kProcessDisabled = -2;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "framework/Exceptions.h"
-#include "framework/ThreadHelper.h"
+#include "framework/Rows.h"
 
 namespace Orogen {
 
@@ -128,27 +128,13 @@ float* PacketVisitor::Row(int32_t index, int32_t y) const {
                                  static_cast<uint64_t>(packet->Channels());
 }
 
-namespace {
-
-class VisitorScanline : public ThreadHelperScanline {
-public:
-    VisitorScanline(BuildProgress* progress, void* context, int32_t rows,
-                    const std::function<bool(int32_t, int32_t)>& work)
-        : ThreadHelperScanline(progress, context, 0, rows - 1), work(work) {}
-
-    bool ProcessRows(int32_t first, int32_t last) override { return work(first, last); }
-
-private:
-    const std::function<bool(int32_t, int32_t)>& work;
-};
-
-}  // namespace
-
 bool PacketVisitor::Visit(BuildProgress* progress, void* progressContext,
                           const std::function<bool(int32_t, int32_t)>& rows) {
     if (width <= 0 || height <= 0) return true;
-    VisitorScanline helper(progress, progressContext, height, rows);
-    return helper.Run() && helper.droppedCount.load() == 0;
+    BuildContext context;
+    context.progress = progress;
+    // The context reported with is the visiting device.
+    return RunRows(context, static_cast<Device*>(progressContext), 0, height - 1, rows);
 }
 
 }  // namespace Orogen

@@ -116,9 +116,9 @@ public:
     int32_t Width() const { return width; }
     int32_t Height() const { return height; }
 
-    // Calls `rows(firstRow, lastRow)` (inclusive) over all rows, on the
-    // calling thread and the host's workers. False when a call answered false,
-    // an item failed or the build was cancelled.
+    // Calls `rows(firstRow, lastRow)` (inclusive) over all rows through
+    // RunRows; `progressContext` is the visiting device. False when a call
+    // answered false, an item failed or the build was cancelled.
     bool Visit(BuildProgress* progress, void* progressContext,
                const std::function<bool(int32_t, int32_t)>& rows);
 

@@ -189,7 +189,24 @@ void DeclareParameters(Device* device, const ParamSpec* table, size_t count) {
         for (const char* label : row.labels) record.AddLabel(label);
         AddParameter(device, record, row.flags);
         device->params.records.back().SetDescription(row.description);
+        if (row.enabledWhen.controller)
+            device->enablingRules.push_back(
+                {row.name, row.enabledWhen.controller, row.enabledWhen.value});
     }
+}
+
+bool ParameterEnabled(const Device* device, const char* name) {
+    for (const EnablingRule& rule : device->enablingRules) {
+        if (!name || std::strcmp(rule.parameter, name) != 0) continue;
+        int32_t at = FindParameter(device->params, rule.controller);
+        if (at < 0) continue;
+        const ParamRecord& controller = device->params.records[static_cast<size_t>(at)];
+        const bool holds = controller.IsFloat()
+                               ? controller.value.f == static_cast<float>(rule.value)
+                               : controller.value.i == rule.value;
+        if (!holds) return false;
+    }
+    return true;
 }
 
 float ParamFloat(Device* device, const char* name) {

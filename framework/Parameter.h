@@ -92,6 +92,25 @@ ParamValue* GetParameter(Device* device, const char* name);
 // port does; returns the new value (not yet stored).
 float FoldPacketValue(const ParamRecord& record, float x);
 
+// A parameter that is active only while another one, its controller, holds
+// a value; the host's settings dialog greys it out otherwise. Every rule of a
+// parameter must hold.
+struct EnablingRule {
+    const char* parameter;
+    const char* controller;
+    int32_t value;
+};
+
+// The controller and value of a parameter table row's rule; none by default.
+struct EnabledWhen {
+    const char* controller = nullptr;
+    int32_t value = 0;
+};
+
+// Whether `name` is active: its rules hold for the values the device holds
+// now. A name without rules is always active.
+bool ParameterEnabled(const Device* device, const char* name);
+
 // One row of a device's parameter table.
 struct ParamSpec {
     const char* name;
@@ -103,9 +122,11 @@ struct ParamSpec {
     const char* description;
     std::vector<const char*> labels = {};
     uint32_t flags = 0;
+    EnabledWhen enabledWhen = {};
 };
 
-// Declares the parameters of a table in order, descriptions included.
+// Declares the parameters of a table in order, descriptions and enabling
+// rules included.
 void DeclareParameters(Device* device, const ParamSpec* table, size_t count);
 template <size_t N>
 void DeclareParameters(Device* device, const ParamSpec (&table)[N]) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "framework/Neighbourhood.h"
+
 namespace Orogen {
 
 double SamplesPerUnit(const Grid& grid) {
@@ -16,27 +18,8 @@ int32_t ScaleIndependent(int32_t samples, const Grid& grid) {
 
 void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, float& gx,
                  float& gy) {
-    const int32_t w = grid.width;
-    const int32_t h = grid.height;
-    const float density = static_cast<float>(SamplesPerUnit(grid));
-    const float vertical = static_cast<float>(grid.verticalScale);
-    auto at = [&](int32_t cx, int32_t cy) { return heights[static_cast<int64_t>(cy) * w + cx]; };
-    if (w < 2)
-        gx = 0.0f;
-    else if (x == 0)
-        gx = (at(1, y) - at(0, y)) * density * vertical;
-    else if (x == w - 1)
-        gx = (at(w - 1, y) - at(w - 2, y)) * density * vertical;
-    else
-        gx = (at(x + 1, y) - at(x - 1, y)) * density * vertical * 0.5f;
-    if (h < 2)
-        gy = 0.0f;
-    else if (y == 0)
-        gy = (at(x, 1) - at(x, 0)) * density * vertical;
-    else if (y == h - 1)
-        gy = (at(x, h - 1) - at(x, h - 2)) * density * vertical;
-    else
-        gy = (at(x, y + 1) - at(x, y - 1)) * density * vertical * 0.5f;
+    SlopeScale(grid).Slope(WindowAt(heights, grid.width, grid.height, x, y, EdgeRule::OneSided),
+                           gx, gy);
 }
 
 void SlopeNormal(float gx, float gy, float normal[3]) {

@@ -29,7 +29,9 @@ double SamplesPerUnit(const Grid& grid);
 int32_t ScaleIndependent(int32_t samples, const Grid& grid);
 
 // Slope of a height field at (x, y) in world units per world unit: central
-// differences inside, one-sided at the edges.
+// differences inside, one-sided at the edges. One sample's face of
+// ForEachWindow and SlopeScale (framework/Neighbourhood.h), which whole
+// fields should use.
 void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, float& gx,
                  float& gy);
 

@@ -25,11 +25,11 @@ static const ParamSpec kParameters[] = {
     {"Scale-independant", kParamBoolean, 1, 0, 1, 0,
      "Scale independence keeps the blur amount the same for both low and high resolution "
      "terrains"},
-    {"Direction", kParamReal, 0.0, 0.0, 180.0, 0, "Direction of Motion Blur"},
+    {"Direction", kParamReal, 0.0, 0.0, 180.0, 0, "Direction of Motion Blur", {}, 0,
+     {"Blur type", kBlurMotion}},
 };
 
 GaussBlur::GaussBlur() {
-    SetIdentity("BLUR", &CreateDevice<GaussBlur>);
     SetPortCount(this, 1, 1, kHeightField | kBitmap);
     DeclareParameters(this, kParameters);
 }
@@ -62,13 +62,7 @@ bool GaussBlur::Build(const BuildContext& context) {
     return true;
 }
 
-bool GaussBlur::Save(std::ostream& out) {
-    return SaveState(out, 2);
-}
-
-bool GaussBlur::Load(std::istream& in) {
-    uint8_t version;
-    if (!LoadState(in, version)) return false;
+bool GaussBlur::AfterLoad(uint8_t version) {
     if (version == 1) {
         // Version 1 had four blur types; the old 2 is the box, the old 3 motion.
         ParamValue* type = GetParameter(this, "Blur type");
@@ -80,24 +74,36 @@ bool GaussBlur::Load(std::istream& in) {
 
 BlurHelper::BlurHelper(Device* device, const BuildContext& context, int32_t type,
                        const PacketRef& source, int32_t radius)
-    : ThreadHelperScanline(context.progress, device, 0, source->grid.height - 1),
-      source(source),
+    : source(source),
       type(type),
       kind(source->GetKind()),
       kernel(GaussianKernel(radius)),
-      radius(radius) {
+      radius(radius),
+      lastRow(source->grid.height - 1),
+      device(device),
+      context(context) {
     source->Duplicate(destination);
     const float direction = ParamFloat(device, "Direction");
     cosine = Orogen::Cos(direction * 0.017453292f);
     sine = Orogen::Sin(direction * 0.017453292f);
 }
 
+bool BlurHelper::Run() {
+    return RunRows(
+        context, device, firstRow, lastRow,
+        [this](int32_t first, int32_t last) {
+            ProcessRows(first, last);
+            return true;
+        },
+        jobs);
+}
+
 void BlurHelper::NextPass() {
     if (type != kBlurMotion) std::swap(source, destination);
 }
 
-bool BlurHelper::ProcessRows(int32_t first, int32_t last) {
-    if (kind != kHeightField && kind != kBitmap) return true;
+void BlurHelper::ProcessRows(int32_t first, int32_t last) {
+    if (kind != kHeightField && kind != kBitmap) return;
     const BlurPlane plane{source->samples, destination->samples, source->grid.width,
                           source->grid.height, kind == kBitmap ? 3 : 1};
     switch (type) {
@@ -113,7 +119,6 @@ bool BlurHelper::ProcessRows(int32_t first, int32_t last) {
         default:
             break;
     }
-    return true;
 }
 
 // ---------------------------------------------------------------------------

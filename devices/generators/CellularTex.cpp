@@ -55,7 +55,6 @@ int32_t TickSeed() { return static_cast<int32_t>(GetTickCount() & 0x7FFF); }
 }  // namespace
 
 CellularTex::CellularTex() {
-    SetIdentity("CELL", &CreateDevice<CellularTex>);
     DeclarePorts(false);
     DeclareParameters(this, kParameters);
     GetParameter(this, "Random Seed")->i = TickSeed();
@@ -123,7 +122,7 @@ bool CellularTex::Build(const BuildContext& context) {
     setup.distortY = Orogen::Sin(angle) * amount;
     PacketRef input = distortion ? InputPacket(context, 0) : PacketRef();
     setup.seed = static_cast<uint32_t>(ParamInt(this, "Random Seed"));
-    if (context.progress) context.progress->ReportPercent(this, 0);
+    ReportPercent(context, this, 0);
 
     PacketVisitor visitor(field.get());
     visitor.Add(input && input->GetKind() == kHeightField ? input.get() : nullptr);
@@ -154,18 +153,12 @@ bool CellularTex::Build(const BuildContext& context) {
     if (!done) return false;
 
     ClampHeights(field.get());
-    if (context.progress) context.progress->ReportPercent(this, 100);
+    ReportPercent(context, this, 100);
     StoreOutput(context, field, 0);
     return true;
 }
 
-bool CellularTex::Save(std::ostream& out) {
-    return SaveState(out, 2);
-}
-
-bool CellularTex::Load(std::istream& in) {
-    uint8_t version;
-    if (!LoadState(in, version)) return false;
+bool CellularTex::AfterLoad(uint8_t version) {
     if (version < 2) {
         // Older files kept "Scale" in units 256 times smaller.
         ParamRecord& scale =

@@ -16,7 +16,6 @@ static const ParamSpec kParameters[] = {
 };
 
 CircularGrad::CircularGrad() {
-    SetIdentity("CGRD", &CreateDevice<CircularGrad>);
     SetPortCount(this, 0, 1, kHeightField);
     DeclareParameters(this, kParameters);
 }
@@ -105,24 +104,13 @@ bool CircularGrad::Build(const BuildContext& context) {
     setup.rowY = rowY.data();
     setup.anchorX = anchor[0];
     setup.anchorY = anchor[1];
-    BuildProgress* progress = context.progress;
-    if (progress) {
-        FillRadial(setup, field->samples,
-                   [&](int32_t percent) { progress->ReportPercent(this, percent); });
-    } else {
-        FillRadial(setup, field->samples);
-    }
+    FillRadial(setup, field->samples,
+               [&](int32_t percent) { ReportPercent(context, this, percent); });
     StoreOutput(context, field, 0);
     return true;
 }
 
-bool CircularGrad::Save(std::ostream& out) {
-    return SaveState(out, 2);
-}
-
-bool CircularGrad::Load(std::istream& in) {
-    uint8_t version;
-    if (!LoadState(in, version)) return false;
+bool CircularGrad::AfterLoad(uint8_t version) {
     if (version == 1) KeepCentred();
     return true;
 }

@@ -3,19 +3,17 @@
 #include <cstdint>
 #include <functional>
 
-#include "framework/Device.h"
+#include "framework/DeviceOf.h"
 
 namespace basekit {
 
 // A bump of one of five shapes centred on the device's anchor.
-class CircularGrad : public Generator {
+class CircularGrad : public DeviceOf<CircularGrad, Generator> {
 public:
+    static constexpr DeviceInfo kInfo{"CGRD", "Radial Grad", "Creates a radial gradient", 2};
     CircularGrad();
-    const char* GetTypeName() override { return "Radial Grad"; }
-    const char* GetDescription() override { return "Creates a radial gradient"; }
     bool Build(const BuildContext& context) override;
-    bool Save(std::ostream& out) override;
-    bool Load(std::istream& in) override;
+    bool AfterLoad(uint8_t version);
 };
 
 // Choices of "Type".

@@ -9,7 +9,6 @@ static const ParamSpec kParameters[] = {
 };
 
 ConstantHeight::ConstantHeight() {
-    SetIdentity("CHGT", &CreateDevice<ConstantHeight>);
     SetPortCount(this, 0, 1, kHeightField);
     DeclareParameters(this, kParameters);
 }
@@ -19,22 +18,19 @@ void FillConstant(float* samples, uint64_t count, float height) {
 }
 
 bool ConstantHeight::Build(const BuildContext& context) {
-    float height = ParamFloat(this, "Height");
+    const float height = ParamFloat(this, "Height");
     PacketRef field = TakePrepared(context, 0);
     if (!field) field = NewHeightField(context.grid);
     // The range already bounds the value: no clamping.
-    FillConstant(field->samples, field->PointCount(), height);
+    const uint64_t width = RowFloats(*field);
+    float* samples = field->samples;
+    if (!RunRows(context, this, 0, field->grid.height - 1, [&](int32_t first, int32_t last) {
+            FillConstant(samples + first * width, (last - first + 1) * width, height);
+            return true;
+        }))
+        return false;
     StoreOutput(context, field, 0);
     return true;
-}
-
-bool ConstantHeight::Save(std::ostream& out) {
-    return SaveState(out, 1);
-}
-
-bool ConstantHeight::Load(std::istream& in) {
-    uint8_t version;
-    return LoadState(in, version);
 }
 
 }  // namespace basekit

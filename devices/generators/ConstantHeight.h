@@ -1,19 +1,17 @@
 #pragma once
 
-#include "framework/Device.h"
+#include "framework/DeviceOf.h"
 
 namespace basekit {
 
 // A flat plain at a given height.
-class ConstantHeight : public Generator {
+class ConstantHeight : public DeviceOf<ConstantHeight, Generator> {
 public:
+    static constexpr DeviceInfo kInfo{"CHGT", "Constant", "Creates a simple plain at a given height",
+                                      1};
     ConstantHeight();
-    const char* GetTypeName() override { return "Constant"; }
-    const char* GetDescription() override { return "Creates a simple plain at a given height"; }
     bool OptionQuery10() override { return false; }
     bool Build(const BuildContext& context) override;
-    bool Save(std::ostream& out) override;
-    bool Load(std::istream& in) override;
 };
 
 // Fills `count` samples with `height`.

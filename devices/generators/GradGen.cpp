@@ -16,7 +16,6 @@ static const ParamSpec kParameters[] = {
 };
 
 GradGen::GradGen() {
-    SetIdentity("GRAD", &CreateDevice<GradGen>);
     SetPortCount(this, 0, 1, kHeightField);
     DeclareParameters(this, kParameters);
 }
@@ -56,7 +55,7 @@ double TileGradient(double t, int32_t tiling) {
     }
 }
 
-void FillGradient(const GradientSetup& s, float* out, const std::function<void(int32_t)>& rowDone) {
+void FillGradientRows(const GradientSetup& s, int32_t firstRow, int32_t lastRow, float* out) {
     if (s.width <= 0 || s.height <= 0) return;
     float dx, dy;
     GradientSlope(s.direction, s.rampWidth, s.width, s.height, dx, dy);
@@ -73,7 +72,7 @@ void FillGradient(const GradientSetup& s, float* out, const std::function<void(i
     for (int32_t i = 0; i < s.width; ++i)
         us[static_cast<size_t>(i)] = s.width > 1 ? static_cast<double>(i) / (s.width - 1) : 0.0;
 
-    for (int32_t j = 0; j < s.height; ++j) {
+    for (int32_t j = firstRow; j <= lastRow; ++j) {
         const double v = s.height > 1 ? static_cast<double>(j) / (s.height - 1) : 0.0;
         const double atLeft = c00 * (1.0 - v) + c01 * v;
         const double atRight = c10 * (1.0 - v) + c11 * v;
@@ -83,7 +82,14 @@ void FillGradient(const GradientSetup& s, float* out, const std::function<void(i
             const double t = (1.0 - u) * atLeft + u * atRight;
             row[i] = static_cast<float>(TileGradient(t, s.tiling));
         }
-        if (rowDone) rowDone(j);
+    }
+}
+
+void FillGradient(const GradientSetup& s, float* out, const std::function<void(int32_t)>& rowDone) {
+    if (!rowDone) return FillGradientRows(s, 0, s.height - 1, out);
+    for (int32_t j = 0; j < s.height; ++j) {
+        FillGradientRows(s, j, j, out);
+        rowDone(j);
     }
 }
 
@@ -102,24 +108,20 @@ bool GradGen::Build(const BuildContext& context) {
     setup.bottom = WorldY(context, setup.height - 1);
     setup.anchorX = anchor[0];
     setup.anchorY = anchor[1];
-    BuildProgress* progress = context.progress;
-    if (progress) {
-        FillGradient(setup, field->samples,
-                     [&](int32_t row) { progress->ReportRow(this, row, setup.height); });
-    } else {
-        FillGradient(setup, field->samples);
-    }
+    float* samples = field->samples;
+    if (!RunRows(
+            context, this, 0, setup.height - 1,
+            [&](int32_t first, int32_t last) {
+                FillGradientRows(setup, first, last, samples);
+                return true;
+            },
+            kRowPieces, RowProgress::Rows))
+        return false;
     StoreOutput(context, field, 0);
     return true;
 }
 
-bool GradGen::Save(std::ostream& out) {
-    return SaveState(out, 2);
-}
-
-bool GradGen::Load(std::istream& in) {
-    uint8_t version;
-    if (!LoadState(in, version)) return false;
+bool GradGen::AfterLoad(uint8_t version) {
     if (version == 1) KeepCentred();
     return true;
 }

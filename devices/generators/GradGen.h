@@ -3,21 +3,18 @@
 #include <cstdint>
 #include <functional>
 
-#include "framework/Device.h"
+#include "framework/DeviceOf.h"
 
 namespace basekit {
 
 // A straight ramp across the world in a chosen direction.
-class GradGen : public Generator {
+class GradGen : public DeviceOf<GradGen, Generator> {
 public:
+    static constexpr DeviceInfo kInfo{"GRAD", "Gradient",
+                                      "Creates a uniform gradient in a given direction", 2};
     GradGen();
-    const char* GetTypeName() override { return "Gradient"; }
-    const char* GetDescription() override {
-        return "Creates a uniform gradient in a given direction";
-    }
     bool Build(const BuildContext& context) override;
-    bool Save(std::ostream& out) override;
-    bool Load(std::istream& in) override;
+    bool AfterLoad(uint8_t version);
 };
 
 // Choices of "Tiling".
@@ -43,7 +40,10 @@ void GradientSlope(int32_t degrees, float rampWidth, int32_t width, int32_t heig
 // Folds a ramp value by the tiling rule; unknown rules leave it unchanged.
 double TileGradient(double t, int32_t tiling);
 
-// Fills width * height samples in rows, calling `rowDone(j)` after row j.
+// Fills rows firstRow..lastRow of a width * height field.
+void FillGradientRows(const GradientSetup& setup, int32_t firstRow, int32_t lastRow, float* out);
+
+// Fills every row, calling `rowDone(j)` after row j.
 void FillGradient(const GradientSetup& setup, float* out,
                   const std::function<void(int32_t)>& rowDone = {});
 
