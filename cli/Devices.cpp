@@ -85,6 +85,37 @@ json Ports(const std::vector<Orogen::Port*>& ports) {
     return list;
 }
 
+// Which host globals the device depends on with its default settings.
+json Globals(Orogen::Device& device) {
+    json list = json::array();
+    if (device.OptionQuery3(Orogen::kGlobalLightDirection)) list.push_back("light direction");
+    if (device.OptionQuery3(Orogen::kGlobalWaterLevel)) list.push_back("water level");
+    return list;
+}
+
+// The device's answers to the host's queries. Query 2 is an action on some
+// devices (randomize) and query 3 the global dependency: neither is asked here.
+json Answers(Orogen::Device& device) {
+    char colour[16];
+    std::snprintf(colour, sizeof colour, "0x%06X", static_cast<unsigned>(device.GetColor()));
+    bool (Orogen::Device::*const queries[])() = {
+        &Orogen::Device::OptionQuery1,  &Orogen::Device::OptionQuery4,
+        &Orogen::Device::OptionQuery5,  &Orogen::Device::OptionQuery6,
+        &Orogen::Device::OptionQuery7,  &Orogen::Device::OptionQuery8,
+        &Orogen::Device::OptionQuery9,  &Orogen::Device::OptionQuery10,
+        &Orogen::Device::OptionQuery11, &Orogen::Device::OptionQuery12};
+    const int numbers[] = {1, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+    json options = json::object();
+    for (size_t i = 0; i < std::size(numbers); ++i)
+        options[std::to_string(numbers[i])] = (device.*queries[i])();
+    return {{"color", colour},
+            {"displayMode", device.GetDisplayMode()},
+            {"nodeWidth", device.GetNodeWidth()},
+            {"nodeHeight", device.GetNodeHeight()},
+            {"optionQueries", options},
+            {"globals", Globals(device)}};
+}
+
 json Describe(const DeviceType& type) {
     DeviceHandle device(type);
     json item;
@@ -107,17 +138,24 @@ json Describe(const DeviceType& type) {
         json current = record.kind == Orogen::kParamAction ? json(nullptr) : Number(record, value);
         json labels = json::array();
         for (const Orogen::ParamLabel& label : record.labels) labels.push_back(label.data());
-        parameters.push_back({{"name", record.name},
-                              {"kind", ParamKindName(record.kind)},
-                              {"value", current},
-                              {"minimum", Number(record, record.minimum)},
-                              {"maximum", Number(record, record.maximum)},
-                              {"options", record.options},
-                              {"flags", record.flags},
-                              {"labels", labels},
-                              {"description", record.description ? json(record.description) : json(nullptr)}});
+        json parameter = {{"name", record.name},
+                          {"kind", ParamKindName(record.kind)},
+                          {"value", current},
+                          {"minimum", Number(record, record.minimum)},
+                          {"maximum", Number(record, record.maximum)},
+                          {"options", record.options},
+                          {"flags", record.flags},
+                          {"labels", labels},
+                          {"description", record.description ? json(record.description) : json(nullptr)}};
+        json rules = json::array();
+        for (const Orogen::EnablingRule& rule : device->enablingRules)
+            if (std::string(rule.parameter) == record.name)
+                rules.push_back({{"parameter", rule.controller}, {"value", rule.value}});
+        if (!rules.empty()) parameter["enabledWhen"] = rules;
+        parameters.push_back(std::move(parameter));
     }
     item["parameters"] = parameters;
+    item["answers"] = Answers(*device.get());
     return item;
 }
 
@@ -128,6 +166,19 @@ std::string Cell(const json& value) {
         return text;
     }
     return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+// A rule's value as the controlling parameter shows it: a label or a switch.
+std::string ValueText(const json& parameters, const json& rule) {
+    for (const json& p : parameters) {
+        if (p["name"] != rule["parameter"]) continue;
+        const int64_t value = rule["value"].get<int64_t>();
+        if (p["kind"] == "boolean") return value ? "true" : "false";
+        const int64_t at = value - (p["minimum"].is_number_integer() ? p["minimum"].get<int64_t>() : 0);
+        if (p["kind"] == "choice" && at >= 0 && static_cast<size_t>(at) < p["labels"].size())
+            return "\"" + p["labels"][static_cast<size_t>(at)].get<std::string>() + "\"";
+    }
+    return rule["value"].dump();
 }
 
 void PrintTable(const json& catalogue) {
@@ -156,9 +207,14 @@ void PrintTable(const json& catalogue) {
                 if (at >= 0 && static_cast<size_t>(at) < p["labels"].size())
                     value = p["labels"][static_cast<size_t>(at)].get<std::string>();
             }
+            std::string description = p["description"].is_null() ? "" : p["description"].get<std::string>();
+            if (p.contains("enabledWhen"))
+                for (const json& rule : p["enabledWhen"])
+                    description += " (active while \"" + rule["parameter"].get<std::string>() +
+                                   "\" is " + ValueText(d["parameters"], rule) + ")";
             std::printf("         - %-20s %-8s %-10s %-28s %s\n", p["name"].get<std::string>().c_str(),
                         p["kind"].get<std::string>().c_str(), value.c_str(), range.c_str(),
-                        p["description"].is_null() ? "" : p["description"].get<std::string>().c_str());
+                        description.c_str());
         }
     }
 }

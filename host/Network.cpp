@@ -698,6 +698,13 @@ Image Network::OutputImage(std::string_view id, uint32_t index) const {
     return image;
 }
 
+std::vector<std::string> Network::GlobalUsers(uint32_t globals) const {
+    std::vector<std::string> ids;
+    for (const auto& node : nodes)
+        if (node->device()->OptionQuery3(globals)) ids.push_back(node->id);
+    return ids;
+}
+
 bool Network::EditSettings(std::string_view id) {
     return NodeOf(id).device()->EditSettings();
 }

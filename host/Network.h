@@ -156,6 +156,11 @@ class Network {
     Image OutputImage(std::string_view id, uint32_t index) const;
     const Orogen::BuildResultSet* Results() const { return results.get(); }
 
+    // Ids of the devices that depend, with their settings now, on one of the
+    // host's global settings of `globals` (Orogen::kGlobalLightDirection,
+    // Orogen::kGlobalWaterLevel): what a change of those settings rebuilds.
+    std::vector<std::string> GlobalUsers(uint32_t globals) const;
+
     // Opens the device's settings through the host's dialog service.
     bool EditSettings(std::string_view id);
 

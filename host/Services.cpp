@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "framework/Device.h"
 #include "host/HostPacket.h"
 
 namespace basekit::host {
@@ -101,6 +102,11 @@ void SeedSource::Restore(const State& saved) {
 
 int32_t ScriptedDialogs::EditDevice(Orogen::Device* device) {
     edited.push_back(device);
+    std::vector<std::string> off;
+    if (device)
+        for (const Orogen::ParamRecord& record : device->params.records)
+            if (!Orogen::ParameterEnabled(device, record.name)) off.push_back(record.name);
+    greyed.push_back(std::move(off));
     if (script.empty()) return 0;
     Answer next = std::move(script.front());
     script.pop_front();

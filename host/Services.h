@@ -89,6 +89,9 @@ class ScriptedDialogs final : public Orogen::DialogService {
         intptr_t b;
     };
     std::vector<Orogen::Device*> edited;
+    // For each dialog, the parameters it showed greyed out by their enabling
+    // rules, as they stood when it opened.
+    std::vector<std::vector<std::string>> greyed;
     std::vector<ViewCall> views;
 
   private:
