@@ -4,7 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "framework/Terrain.h"
+#include "framework/Neighbourhood.h"
 
 namespace orogen {
 
@@ -67,6 +67,7 @@ basekit::host::Image RenderPreview(const basekit::host::Image& heights, const Or
     const float landSpan = water < 1.0f ? 1.0f - water : 1.0f;
     // Flat ground keeps its tint; slopes facing away darken, facing towards brighten a little.
     const float flat = std::max(l[2], 0.05f);
+    const Orogen::SlopeScale slopes(g);
 
     for (int32_t y = 0; y < heights.height; ++y) {
         for (int32_t x = 0; x < heights.width; ++x) {
@@ -81,7 +82,9 @@ basekit::host::Image RenderPreview(const basekit::host::Image& heights, const Or
                 LandColour((h - water) / landSpan, rgb);
                 float gx = 0.0f, gy = 0.0f;
                 if (heights.width > 1 && heights.height > 1)
-                    Orogen::HeightSlope(heights.samples.data(), g, x, y, gx, gy);
+                    slopes.Slope(Orogen::WindowAt(heights.samples.data(), heights.width,
+                                                  heights.height, x, y, Orogen::EdgeRule::OneSided),
+                                 gx, gy);
                 float nx = -gx, ny = -gy, nz = 1.0f;
                 float n = std::sqrt(nx * nx + ny * ny + nz * nz);
                 float lambert = std::max(0.0f, (nx * l[0] + ny * l[1] + nz * l[2]) / n);

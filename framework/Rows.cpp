@@ -26,17 +26,28 @@ public:
     }
 
     void ReportProgress() override {
-        if (mode != RowProgress::Rows) return DeviceThreadHelper::ReportProgress();
-        if (progressSink &&
-            !progressSink->ReportRow(device, firstRow + rowsDone - 1, lastRow - firstRow + 1))
-            cancelled = true;
+        const int64_t rows = static_cast<int64_t>(lastRow) - firstRow + 1;
+        switch (mode) {
+            case RowProgress::Rows:
+                if (progressSink &&
+                    !progressSink->ReportRow(device, firstRow + rowsDone - 1,
+                                             static_cast<int32_t>(rows)))
+                    cancelled = true;
+                break;
+            case RowProgress::Percent:
+                if (progressSink)
+                    progressSink->ReportPercent(device, static_cast<int32_t>(100 * rowsDone / rows));
+                break;
+            default:
+                DeviceThreadHelper::ReportProgress();
+        }
     }
 
 private:
     Device* device;
     RowProgress mode;
     const std::function<bool(int32_t, int32_t)>& work;
-    int32_t rowsDone = 0;
+    int64_t rowsDone = 0;
 };
 
 }  // namespace

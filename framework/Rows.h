@@ -18,7 +18,8 @@ enum class RowProgress {
     Pieces,  // ReportItems(device, pieces done, pieces)
     Rows,    // ReportRow(device, the last row of those done, rows), as a row loop reports
              // the index of the row it just finished
-    None,    // nothing: one pass of several, whose caller reports between passes
+    Percent,  // ReportPercent(device, share of the rows done), ending with 100
+    None,     // nothing: one pass of several, whose caller reports between passes
 };
 
 // The pieces most row work is cut into: enough to keep 16 threads busy.

@@ -44,4 +44,9 @@ struct RadialSetup {
 void FillRadial(const RadialSetup& setup, float* out,
                 const std::function<void(int32_t)>& percentDone = {});
 
+// The same for columns firstColumn..lastColumn alone, each clamped as it is
+// written: bands of columns may be filled on different threads.
+void FillRadialColumns(const RadialSetup& setup, int32_t firstColumn, int32_t lastColumn,
+                       float* out);
+
 }  // namespace basekit
