@@ -246,6 +246,11 @@ bool Generator::PrepareOutputs(std::vector<PacketRef>& list, const BuildContext&
     return true;
 }
 
+PacketRef Generator::FreshField(const BuildContext& context, uint32_t index) {
+    PacketRef field = TakePrepared(context, index);
+    return field ? field : NewHeightField(context.grid);
+}
+
 bool Selector::PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& context) {
     for (size_t i = 0; i < list.size() && i < outputs.size(); ++i)
         list[i] = FreshPacketFor(outputs[i], context);

@@ -170,6 +170,10 @@ public:
     bool PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& context) override;
 
 protected:
+    // The packet PrepareOutputs made for output `index`, or a new height field
+    // of the build's size.
+    PacketRef FreshField(const BuildContext& context, uint32_t index = 0);
+
     // Projects from before the anchor was saved kept generators centred in
     // the world: the fix-up a version-1 state gets.
     void KeepCentred() {

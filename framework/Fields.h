@@ -40,7 +40,6 @@ bool MapSamples(const BuildContext& context, Device* device, QXPacket& packet, S
         float* end = samples + (static_cast<uint64_t>(last) + 1) * rowFloats;
         for (float* s = samples + static_cast<uint64_t>(first) * rowFloats; s < end; ++s)
             *s = f(*s);
-        return true;
     });
 }
 
@@ -58,7 +57,6 @@ bool ZipSamples(const BuildContext& context, Device* device, QXPacket& a, const 
         const uint64_t begin = static_cast<uint64_t>(first) * rowFloats;
         const uint64_t end = (static_cast<uint64_t>(last) + 1) * rowFloats;
         for (uint64_t i = begin; i < end; ++i) out[i] = f(out[i], in[i]);
-        return true;
     });
 }
 

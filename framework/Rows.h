@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <type_traits>
 
 #include "framework/Port.h"
 
@@ -33,6 +34,21 @@ bool RunRows(const BuildContext& context, Device* device, int32_t first, int32_t
              const std::function<bool(int32_t, int32_t)>& work, uint32_t pieces = kRowPieces,
              RowProgress progress = RowProgress::Pieces);
 
+// The same for pieces that always succeed: `work(firstRow, lastRow)` returns nothing.
+template <class PieceFunction>
+    requires std::is_void_v<std::invoke_result_t<PieceFunction&, int32_t, int32_t>>
+bool RunRows(const BuildContext& context, Device* device, int32_t first, int32_t last,
+             PieceFunction work, uint32_t pieces = kRowPieces,
+             RowProgress progress = RowProgress::Pieces) {
+    return RunRows(
+        context, device, first, last,
+        std::function<bool(int32_t, int32_t)>([&](int32_t from, int32_t to) {
+            work(from, to);
+            return true;
+        }),
+        pieces, progress);
+}
+
 // The same, one row at a time: `row(y)`.
 template <class RowFunction>
 bool ForEachRow(const BuildContext& context, Device* device, int32_t first, int32_t last,
@@ -42,7 +58,6 @@ bool ForEachRow(const BuildContext& context, Device* device, int32_t first, int3
         context, device, first, last,
         [&](int32_t from, int32_t to) {
             for (int32_t y = from; y <= to; ++y) row(y);
-            return true;
         },
         pieces, progress);
 }

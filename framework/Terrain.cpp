@@ -7,6 +7,18 @@
 
 namespace Orogen {
 
+std::vector<double> ColumnPositions(const BuildContext& context, int32_t width) {
+    std::vector<double> positions(static_cast<size_t>(std::max(width, 0)));
+    for (int32_t i = 0; i < width; ++i) positions[static_cast<size_t>(i)] = WorldX(context, i);
+    return positions;
+}
+
+std::vector<double> RowPositions(const BuildContext& context, int32_t height) {
+    std::vector<double> positions(static_cast<size_t>(std::max(height, 0)));
+    for (int32_t j = 0; j < height; ++j) positions[static_cast<size_t>(j)] = WorldY(context, j);
+    return positions;
+}
+
 double SamplesPerUnit(const Grid& grid) {
     double extent = grid.x1 - grid.x0;
     return extent > 0.0 ? grid.width / extent : 0.0;

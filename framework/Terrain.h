@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "framework/HostServices.h"
 #include "framework/Port.h"
@@ -20,6 +21,11 @@ inline double WorldY(const BuildContext& context, int32_t j) {
     if (context.coordinateMode == 2) return t;
     return context.grid.y0 + t * (context.grid.y1 - context.grid.y0);
 }
+
+// World positions of columns 0..width-1 and rows 0..height-1 (empty for a
+// size below 1).
+std::vector<double> ColumnPositions(const BuildContext& context, int32_t width);
+std::vector<double> RowPositions(const BuildContext& context, int32_t height);
 
 // Samples per world unit along x; 0 when the extent is not positive.
 double SamplesPerUnit(const Grid& grid);

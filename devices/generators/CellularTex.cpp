@@ -103,8 +103,7 @@ void CellularTex::CopyFrom(Device* other) {
 }
 
 bool CellularTex::Build(const BuildContext& context) {
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = NewHeightField(context.grid);
+    PacketRef field = FreshField(context);
     if (!field || !field->samples || field->PointCount() == 0)
         throw QXException("Instantiated with empty packet");
 
@@ -128,10 +127,8 @@ bool CellularTex::Build(const BuildContext& context) {
     visitor.Add(input && input->GetKind() == kHeightField ? input.get() : nullptr);
     setup.width = visitor.Width();
     setup.height = visitor.Height();
-    std::vector<double> worldX(static_cast<size_t>(setup.width));
-    std::vector<double> worldY(static_cast<size_t>(setup.height));
-    for (int32_t i = 0; i < setup.width; ++i) worldX[static_cast<size_t>(i)] = WorldX(context, i);
-    for (int32_t j = 0; j < setup.height; ++j) worldY[static_cast<size_t>(j)] = WorldY(context, j);
+    const std::vector<double> worldX = ColumnPositions(context, setup.width);
+    const std::vector<double> worldY = RowPositions(context, setup.height);
     setup.worldX = worldX.data();
     setup.worldY = worldY.data();
 

@@ -122,14 +122,11 @@ bool CircularGrad::Build(const BuildContext& context) {
     RadialSetup setup;
     setup.radius = ParamFloat(this, "Radius");
     setup.shape = ParamInt(this, "Type");
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = NewHeightField(context.grid);
+    PacketRef field = FreshField(context);
     setup.width = field->grid.width;
     setup.height = field->grid.height;
-    std::vector<double> columnX(static_cast<size_t>(std::max(setup.width, 0)));
-    std::vector<double> rowY(static_cast<size_t>(std::max(setup.height, 0)));
-    for (int32_t i = 0; i < setup.width; ++i) columnX[static_cast<size_t>(i)] = WorldX(context, i);
-    for (int32_t j = 0; j < setup.height; ++j) rowY[static_cast<size_t>(j)] = WorldY(context, j);
+    const std::vector<double> columnX = ColumnPositions(context, setup.width);
+    const std::vector<double> rowY = RowPositions(context, setup.height);
     setup.columnX = columnX.data();
     setup.rowY = rowY.data();
     setup.anchorX = anchor[0];
@@ -138,10 +135,7 @@ bool CircularGrad::Build(const BuildContext& context) {
     float* samples = field->samples;
     if (!RunRows(
             context, this, 0, setup.width - 1,
-            [&](int32_t first, int32_t last) {
-                FillRadialColumns(setup, first, last, samples);
-                return true;
-            },
+            [&](int32_t first, int32_t last) { FillRadialColumns(setup, first, last, samples); },
             kRowPieces, RowProgress::Percent))
         return false;
     StoreOutput(context, field, 0);

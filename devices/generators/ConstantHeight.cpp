@@ -19,14 +19,12 @@ void FillConstant(float* samples, uint64_t count, float height) {
 
 bool ConstantHeight::Build(const BuildContext& context) {
     const float height = ParamFloat(this, "Height");
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = NewHeightField(context.grid);
+    PacketRef field = FreshField(context);
     // The range already bounds the value: no clamping.
     const uint64_t width = RowFloats(*field);
     float* samples = field->samples;
     if (!RunRows(context, this, 0, field->grid.height - 1, [&](int32_t first, int32_t last) {
             FillConstant(samples + first * width, (last - first + 1) * width, height);
-            return true;
         }))
         return false;
     StoreOutput(context, field, 0);

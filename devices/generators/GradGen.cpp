@@ -98,8 +98,7 @@ bool GradGen::Build(const BuildContext& context) {
     setup.direction = ParamInt(this, "Direction");
     setup.rampWidth = ParamFloat(this, "Width");
     setup.tiling = ParamInt(this, "Tiling");
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = NewHeightField(context.grid);
+    PacketRef field = FreshField(context);
     setup.width = field->grid.width;
     setup.height = field->grid.height;
     setup.left = WorldX(context, 0);
@@ -111,10 +110,7 @@ bool GradGen::Build(const BuildContext& context) {
     float* samples = field->samples;
     if (!RunRows(
             context, this, 0, setup.height - 1,
-            [&](int32_t first, int32_t last) {
-                FillGradientRows(setup, first, last, samples);
-                return true;
-            },
+            [&](int32_t first, int32_t last) { FillGradientRows(setup, first, last, samples); },
             kRowPieces, RowProgress::Rows))
         return false;
     StoreOutput(context, field, 0);
