@@ -38,7 +38,7 @@ std::vector<float> GaussianKernel(int32_t radius) {
 
 namespace {
 
-float SumPlain(const Taps& taps, size_t j) {
+inline float SumPlain(const Taps& taps, size_t j) {
     if (taps.weights == nullptr) {
         float acc = taps.rows[0][j];
         for (int32_t t = 1; t < taps.count; ++t) acc = acc + taps.rows[t][j];
@@ -66,10 +66,15 @@ float EdgeSum(const Taps& taps, const float* row, int32_t width, size_t C, int32
     return acc;
 }
 
+void SumRangePlain(const Taps& taps, size_t first, size_t end, float* out) {
+    for (size_t j = first; j < end; ++j) out[j] = SumPlain(taps, j);
+}
+
 }  // namespace
 
+// The vector paths' tails.
 void blur::SumTapsPlain(const Taps& taps, size_t first, size_t end, float* out) {
-    for (size_t j = first; j < end; ++j) out[j] = SumPlain(taps, j);
+    SumRangePlain(taps, first, end, out);
 }
 
 namespace {
@@ -82,7 +87,7 @@ void SumTaps(const Taps& taps, size_t first, size_t end, float* out, VectorPath 
         case VectorPath::Avx2:
             return SumTapsAvx2(taps, first, end, out);
         case VectorPath::Plain:
-            return SumTapsPlain(taps, first, end, out);
+            return SumRangePlain(taps, first, end, out);
     }
 }
 
