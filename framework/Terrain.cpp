@@ -43,21 +43,15 @@ void SlopeNormal(float gx, float gy, float normal[3]) {
 
 void BilinearSample(const float* samples, int32_t width, int32_t height, int channels, float fx,
                     float fy, float* out) {
-    int32_t ix = static_cast<int32_t>(fx);
-    int32_t iy = static_cast<int32_t>(fy);
-    float tx = fx - static_cast<float>(ix);
-    float ty = fy - static_cast<float>(iy);
-    int32_t x0 = std::clamp(ix, 0, width - 1);
-    int32_t x1 = std::clamp(ix + 1, 0, width - 1);
-    int32_t y0 = std::clamp(iy, 0, height - 1);
-    int32_t y1 = std::clamp(iy + 1, 0, height - 1);
-    auto at = [&](int32_t x, int32_t y, int c) {
-        return samples[(static_cast<int64_t>(y) * width + x) * channels + c];
+    const BilinearTap x = BilinearAxis(fx, width);
+    const BilinearTap y = BilinearAxis(fy, height);
+    auto at = [&](int32_t px, int32_t py, int c) {
+        return samples[(static_cast<int64_t>(py) * width + px) * channels + c];
     };
     for (int c = 0; c < channels; ++c) {
-        float top = at(x0, y0, c) * (1.0f - tx) + at(x1, y0, c) * tx;
-        float bottom = at(x0, y1, c) * (1.0f - tx) + at(x1, y1, c) * tx;
-        out[c] = top * (1.0f - ty) + bottom * ty;
+        const float top = BilinearMix(at(x.i0, y.i0, c), at(x.i1, y.i0, c), x);
+        const float bottom = BilinearMix(at(x.i0, y.i1, c), at(x.i1, y.i1, c), x);
+        out[c] = BilinearMix(top, bottom, y);
     }
 }
 

@@ -2,6 +2,7 @@
 // sample density, scale independence, slopes and bilinear samples.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -43,6 +44,26 @@ void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, f
 
 // Unit normal (gx, gy, 1) / |(gx, gy, 1)|.
 void SlopeNormal(float gx, float gy, float normal[3]);
+
+// One axis of a bilinear sample at f over 0 .. size-1: the integer part by
+// truncation toward zero, its two neighbours clamped into the range, and
+// their weights. Kernels that share an axis across many samples keep this.
+struct BilinearTap {
+    int32_t i0, i1;   // neighbours, clamped
+    float t;          // weight of i1
+    float oneMinusT;  // weight of i0
+};
+
+inline BilinearTap BilinearAxis(float f, int32_t size) {
+    const int32_t i = static_cast<int32_t>(f);
+    const float t = f - static_cast<float>(i);
+    return {std::clamp(i, 0, size - 1), std::clamp(i + 1, 0, size - 1), t, 1.0f - t};
+}
+
+// a and b (the values at i0 and i1) weighted along the axis.
+inline float BilinearMix(float a, float b, const BilinearTap& axis) {
+    return a * axis.oneMinusT + b * axis.t;
+}
 
 // Bilinear sample at (fx, fy): integer parts by truncation toward zero, the
 // four neighbours clamped into the field. `channels` floats per point;

@@ -11,6 +11,7 @@
 
 #include "devices/filters/GaussBlur.h"
 #include "devices/generators/CellularTex.h"
+#include "framework/Terrain.h"
 
 namespace basekit::reference {
 
@@ -147,27 +148,19 @@ inline Field Reference(const Field& in, int type, int R, int pass, const std::ve
     return out;
 }
 
-// Motion reference: bilinear samples with truncated integer parts and
-// clamped neighbours, weighted by the fractions.
+// Motion blur as defined: output (x, y) sums, from k = -R upwards, w[k + R]
+// times the framework's bilinear sample at (x + cs k, y + sn k).
 inline Field MotionReference(const Field& in, int R, float cs, float sn, const std::vector<float>& w) {
     Field out(in.w, in.h, in.c);
     for (int y = 0; y < in.h; ++y) {
         for (int x = 0; x < in.w; ++x) {
-            for (int ch = 0; ch < in.c; ++ch) {
-                float acc = 0.0f;
-                for (int k = -R; k <= R; ++k) {
-                    float fx = x + cs * k, fy = y + sn * k;
-                    int ix = static_cast<int>(fx), iy = static_cast<int>(fy);
-                    float tx = fx - ix, ty = fy - iy;
-                    int x0 = std::clamp(ix, 0, in.w - 1), x1 = std::clamp(ix + 1, 0, in.w - 1);
-                    int y0 = std::clamp(iy, 0, in.h - 1), y1 = std::clamp(iy + 1, 0, in.h - 1);
-                    float top = in.at(x0, y0, ch) * (1.0f - tx) + in.at(x1, y0, ch) * tx;
-                    float bottom = in.at(x0, y1, ch) * (1.0f - tx) + in.at(x1, y1, ch) * tx;
-                    float s = top * (1.0f - ty) + bottom * ty;
-                    acc = k == -R ? w[k + R] * s : acc + w[k + R] * s;
-                }
-                out.at(x, y, ch) = acc;
+            float acc[3], s[3];
+            for (int k = -R; k <= R; ++k) {
+                Orogen::BilinearSample(in.v.data(), in.w, in.h, in.c, x + cs * k, y + sn * k, s);
+                for (int ch = 0; ch < in.c; ++ch)
+                    acc[ch] = k == -R ? w[k + R] * s[ch] : acc[ch] + w[k + R] * s[ch];
             }
+            for (int ch = 0; ch < in.c; ++ch) out.at(x, y, ch) = acc[ch];
         }
     }
     return out;

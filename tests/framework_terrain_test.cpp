@@ -78,6 +78,24 @@ TEST(Terrain, BilinearSampleHitsSamplesAndClampsOutside) {
     BilinearSample(rgb, 2, 1, 3, 0.5f, 0.0f, colour);
     EXPECT_EQ(colour[0], 0.5f);
     EXPECT_EQ(colour[2], 1.5f);
+    // One axis: neighbours clamped on their own, the fraction kept unclamped.
+    const struct {
+        float f;
+        int32_t size, i0, i1;
+        float t;
+    } axes[] = {{2.25f, 4, 2, 3, 0.25f},
+                {3.5f, 4, 3, 3, 0.5f},
+                {-0.5f, 4, 0, 1, -0.5f},
+                {-1.75f, 4, 0, 0, -0.75f},
+                {9.0f, 4, 3, 3, 0.0f}};
+    for (const auto& a : axes) {
+        const BilinearTap tap = BilinearAxis(a.f, a.size);
+        EXPECT_EQ(tap.i0, a.i0) << a.f;
+        EXPECT_EQ(tap.i1, a.i1) << a.f;
+        EXPECT_EQ(tap.t, a.t) << a.f;
+        EXPECT_EQ(tap.oneMinusT, 1.0f - a.t) << a.f;
+    }
+    EXPECT_EQ(BilinearMix(2.0f, 6.0f, BilinearAxis(0.25f, 2)), 3.0f);
 }
 
 }  // namespace
