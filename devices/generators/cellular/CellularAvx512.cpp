@@ -155,8 +155,8 @@ struct FlatLanes {
     __m512d start3;  // f[3] as it stood at the current cube's first point
 };
 
-FlatLanes StartFlatLanes(const double* x) {
-    return {StartNearest<L>(), _mm512_load_pd(x), _mm512_set1_pd(kFar)};
+FlatLanes StartFlatLanes(__m512d X) {
+    return {StartNearest<L>(), X, _mm512_set1_pd(kFar)};
 }
 
 void StoreFlatLanes(const FlatLanes& a, RunLanes& run, int lane0) {
@@ -184,9 +184,11 @@ inline void VisitFlatPoint(const CubeBox& box, const FlatPoints& flat, int j, Fl
 template <CellDistance Dist, int kIds>
 void SearchShortRuns(const CubeBox& box, RunLanes& run, FlatPoints flat[2], double yv, double zv,
                      const int32_t ix[2], int32_t iy, int32_t iz, const int32_t home[2]) {
-    FlatLanes a = StartFlatLanes(run.x), b = StartFlatLanes(run.x + 8);
-    const int na = FillFlatPoints(box, flat[0], a.X, yv, zv, ix[0], iy, iz, home[0]);
-    const int nb = FillFlatPoints(box, flat[1], b.X, yv, zv, ix[1], iy, iz, home[1]);
+    const __m512d xa = L::Load(run.x), xb = L::Load(run.x + 8);
+    const int na = FillFlatPoints(box, flat[0], xa, yv, zv, ix[0], iy, iz, home[0]);
+    const int nb = FillFlatPoints(box, flat[1], xb, yv, zv, ix[1], iy, iz, home[1]);
+    // Started after the lists are filled, so that no state waits across the calls.
+    FlatLanes a = StartFlatLanes(xa), b = StartFlatLanes(xb);
     const int both = na < nb ? na : nb;
     for (int j = 0; j < both; ++j) {
         VisitFlatPoint<Dist, kIds>(box, flat[0], j, a);
@@ -202,8 +204,9 @@ void SearchShortRuns(const CubeBox& box, RunLanes& run, FlatPoints flat[2], doub
 template <CellDistance Dist, int kIds>
 void SearchShortRun(const CubeBox& box, RunLanes& run, FlatPoints& flat, double yv, double zv,
                     int32_t ix, int32_t iy, int32_t iz, int32_t home) {
-    FlatLanes a = StartFlatLanes(run.x);
-    const int n = FillFlatPoints(box, flat, a.X, yv, zv, ix, iy, iz, home);
+    const __m512d xa = L::Load(run.x);
+    const int n = FillFlatPoints(box, flat, xa, yv, zv, ix, iy, iz, home);
+    FlatLanes a = StartFlatLanes(xa);
     for (int j = 0; j < n; ++j) VisitFlatPoint<Dist, kIds>(box, flat, j, a);
     StoreFlatLanes(a, run, 0);
 }
