@@ -41,15 +41,17 @@ std::vector<VectorPath> AvailablePaths() {
     return paths;
 }
 
-// Points that stress the floor and the cube borders: arbitrary, whole, just
-// either side of whole, negative, and exactly on feature points' cube faces.
+// Points that stress the floor and the cube borders: arbitrary (near and
+// far), whole, just either side of whole, negative, and exactly on feature
+// points' cube faces.
 std::vector<double> AwkwardCoordinates(std::mt19937& rng, int n) {
-    std::uniform_real_distribution<double> any(-40.0, 40.0);
+    std::uniform_real_distribution<double> any(-40.0, 40.0), far(-1000.0, 1000.0);
     std::uniform_int_distribution<int> whole(-20, 20);
     std::vector<double> v;
     for (int i = 0; i < n; ++i) {
-        switch (i % 5) {
+        switch (i % 6) {
             case 0: v.push_back(any(rng)); break;
+            case 5: v.push_back(far(rng)); break;
             case 1: v.push_back(whole(rng)); break;
             case 2: v.push_back(std::nextafter(static_cast<double>(whole(rng)), -100.0)); break;
             case 3: v.push_back(std::nextafter(static_cast<double>(whole(rng)), 100.0)); break;
@@ -153,21 +155,6 @@ TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
     EXPECT_GE(tested, 10);
 }
 
-TEST(CellularSearch, DistancesAreOrderedAndFound) {
-    std::mt19937 rng(5);
-    std::uniform_real_distribution<double> any(-1000.0, 1000.0);
-    for (CellDistance m : kDistances) {
-        for (int i = 0; i < 2000; ++i) {
-            CellularResult r = CellularSearch(any(rng), any(rng), any(rng), rng() & 0x7FFF, m);
-            ASSERT_LE(r.f[0], r.f[1]);
-            ASSERT_LE(r.f[1], r.f[2]);
-            ASSERT_LE(r.f[2], r.f[3]);
-            // Four points always lie within the searched cubes.
-            ASSERT_LT(r.f[3], 999999.9);
-        }
-    }
-}
-
 // ---------------------------------------------------------------------------
 // Row kernel.
 
@@ -210,80 +197,78 @@ std::vector<float> RandomHeights(int n, uint32_t seed) {
     return v;
 }
 
-TEST(CellularRows, EveryStyleMatchesReference) {
-    const int W = 37, H = 9;
-    const auto heights = RandomHeights(W * H, 3);
-    for (CellDistance m : kDistances) {
-        for (int style = 0; style < kCellStyleCount; ++style) {
-            for (bool distorted : {false, true}) {
-                const World world(W, H);
-                CellularRowSetup s = MakeSetup(world, style, m, 1234u + style);
-                std::vector<float> field(W * H);
-                CellularRows(s, 0, H - 1, distorted ? heights.data() : nullptr, field.data(),
-                             VectorPath::Plain);
-                for (int j = 0; j < H; ++j) {
-                    const float* h = heights.data() + j * W;
-                    const float* out = field.data() + j * W;
-                    double wy = world.y[j];
-                    for (int i = 0; i < W; ++i) {
-                        double wx = world.x[i];
-                        double X = (wx - s.anchorX) * s.scale, Y = (wy - s.anchorY) * s.scale;
-                        if (distorted) {
-                            X = X + h[i] * s.distortX;
-                            Y = Y + h[i] * s.distortY;
-                        }
-                        float want = RefStyle(RefSearch(X, Y, s.shape, s.seed, static_cast<int>(m)), style);
-                        ASSERT_EQ(Bits(out[i]), Bits(want))
-                            << "style " << style << " distance " << static_cast<int>(m) << " at ("
-                            << i << ", " << j << ")" << (distorted ? " distorted" : "");
-                    }
-                }
-            }
-        }
-    }
+// Expected search result at a sample position. The reference's integer floor
+// knows no NaN; there the plain search's answer is the one every path gives.
+CellularResult Expected(double X, double Y, double Z, uint32_t seed, CellDistance m) {
+    if (std::isnan(X) || std::isnan(Y)) return CellularSearch(X, Y, Z, seed, m);
+    return RefSearch(X, Y, Z, seed, static_cast<int>(m));
 }
 
-// Fields through every available path must match the plain path bit for bit.
+enum class Heights { kNone, kRandom, kWithNaN };
+
+// Fields whose every sample, on every path, in every style, must match the
+// reference bit for bit. The cases reach each way the row kernel searches.
 struct PathCase {
     const char* name;
     int width, height;
     double x0, x1, y0, y1, scale;
-    bool distorted;
+    Heights heights;
 };
 
 const PathCase kPathCases[] = {
     // Many samples per cube: long runs sharing a home cube.
-    {"coarse", 300, 20, -8.0, 8.0, -3.0, 3.0, 1.0, false},
+    {"coarse", 300, 20, -8.0, 8.0, -3.0, 3.0, 1.0, Heights::kNone},
     // Few samples per cube, whole-numbered positions on every fourth sample.
-    {"fine", 257, 19, -32.0, 32.0, 0.0, 4.5, 1.0, false},
+    {"fine", 257, 19, -32.0, 32.0, 0.0, 4.5, 1.0, Heights::kNone},
     // Eight or nine samples per cube: short runs searched alone and in pairs.
-    {"eight per cube", 203, 9, -12.0, 13.0, 0.5, 2.5, 1.0, false},
+    {"eight per cube", 203, 9, -12.0, 13.0, 0.5, 2.5, 1.0, Heights::kNone},
     // Odd widths leave every remainder after the vector blocks.
-    {"narrow", 13, 35, -1.0, 2.0, -5.0, -4.0, 2.5, false},
-    {"single column", 1, 9, 2.0, 2.0, -1.0, 1.0, 3.0, false},
-    {"distorted", 131, 21, -4.0, 4.0, -4.0, 4.0, 1.7, true},
+    {"narrow", 13, 35, -1.0, 2.0, -5.0, -4.0, 2.5, Heights::kNone},
+    {"single column", 1, 9, 2.0, 2.0, -1.0, 1.0, 3.0, Heights::kNone},
+    {"single sample", 1, 1, -3.25, -3.25, -1.0, -1.0, 2.7, Heights::kNone},
+    {"distorted", 131, 21, -4.0, 4.0, -4.0, 4.0, 1.7, Heights::kRandom},
+    {"NaN heights", 40, 3, -3.25, 5.5, -1.0, 2.75, 2.7, Heights::kWithNaN},
     // Every sample in a different cube: more cubes than the shared box holds.
-    {"sparse", 520, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, false},
-    {"sparse distorted", 67, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, true},
-    // Cube coordinates at the ends of the 32-bit range, where neighbours wrap.
-    {"range ends", 40, 4, 2147483600.0, 2147483690.0, -2147483690.0, -2147483600.0, 1.0, false},
+    {"sparse", 520, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, Heights::kNone},
+    {"sparse distorted", 67, 3, -5000.0, 5000.0, 0.0, 30.0, 3.1, Heights::kRandom},
 };
 
-TEST(CellularRows, VectorPathsMatchPlainBitForBit) {
+TEST(CellularRows, EveryPathAndStyleMatchesReference) {
     for (const PathCase& pc : kPathCases) {
-        const auto heights = RandomHeights(pc.width * pc.height, 9);
+        const int n = pc.width * pc.height;
+        auto heights = RandomHeights(n, 9);
+        if (pc.heights == Heights::kWithNaN) {
+            heights[5] = std::nanf("");
+            heights[pc.width + 17] = std::nanf("");
+        }
+        const float* h = pc.heights == Heights::kNone ? nullptr : heights.data();
         const World world(pc.width, pc.height, pc.x0, pc.x1, pc.y0, pc.y1);
-        for (VectorPath path : AvailablePaths()) {
-            for (CellDistance m : kDistances) {
-                for (int style : {kCellF1, kCellF3, kCellF2MinusF1, kCellF1Cells, kCellF3Cells}) {
-                    CellularRowSetup s = MakeSetup(world, style, m, 77u + style);
-                    s.scale = pc.scale;
-                    const float* h = pc.distorted ? heights.data() : nullptr;
-                    std::vector<float> plain(pc.width * pc.height), fast(plain.size());
-                    CellularRows(s, 0, pc.height - 1, h, plain.data(), VectorPath::Plain);
-                    CellularRows(s, 0, pc.height - 1, h, fast.data(), path);
-                    for (size_t i = 0; i < plain.size(); ++i)
-                        ASSERT_EQ(Bits(fast[i]), Bits(plain[i]))
+        for (CellDistance m : kDistances) {
+            CellularRowSetup s = MakeSetup(world, kCellF1, m, 77u + static_cast<uint32_t>(n));
+            s.scale = pc.scale;
+            std::vector<CellularResult> want(n);
+            for (int j = 0; j < pc.height; ++j) {
+                for (int i = 0; i < pc.width; ++i) {
+                    double X = (world.x[i] - s.anchorX) * s.scale;
+                    double Y = (world.y[j] - s.anchorY) * s.scale;
+                    if (h != nullptr) {
+                        X = X + h[j * pc.width + i] * s.distortX;
+                        Y = Y + h[j * pc.width + i] * s.distortY;
+                    }
+                    want[j * pc.width + i] = Expected(X, Y, s.shape, s.seed, m);
+                }
+            }
+            // A NaN Euclidean distance is never nearer: nothing is found.
+            if (pc.heights == Heights::kWithNaN && m == CellDistance::Euclidean) {
+                EXPECT_EQ(want[5].f[0], 999999.9);
+            }
+            for (VectorPath path : AvailablePaths()) {
+                for (int style = 0; style < kCellStyleCount; ++style) {
+                    s.style = style;
+                    std::vector<float> got(n);
+                    CellularRows(s, 0, pc.height - 1, h, got.data(), path);
+                    for (int i = 0; i < n; ++i)
+                        ASSERT_EQ(Bits(got[i]), Bits(RefStyle(want[i], style)))
                             << pc.name << ", " << VectorPathName(path) << ", style " << style
                             << ", distance " << static_cast<int>(m) << ", sample " << i;
                 }
@@ -292,21 +277,25 @@ TEST(CellularRows, VectorPathsMatchPlainBitForBit) {
     }
 }
 
-TEST(CellularRows, NaNHeightsGiveTheSameBitsOnEveryPath) {
-    const int W = 40, H = 3;
-    auto heights = RandomHeights(W * H, 4);
-    heights[5] = std::nanf("");
-    heights[W + 17] = std::nanf("");
-    const World world(W, H);
-    CellularRowSetup s = MakeSetup(world, kCellF4, CellDistance::Euclidean, 8u);
-    std::vector<float> plain(W * H), fast(W * H);
-    CellularRows(s, 0, H - 1, heights.data(), plain.data(), VectorPath::Plain);
-    // No feature point is found from a NaN position.
-    EXPECT_EQ(plain[5], static_cast<float>(999999.9));
-    for (VectorPath path : AvailablePaths()) {
-        CellularRows(s, 0, H - 1, heights.data(), fast.data(), path);
-        for (size_t i = 0; i < plain.size(); ++i)
-            ASSERT_EQ(Bits(fast[i]), Bits(plain[i])) << VectorPathName(path) << " sample " << i;
+TEST(CellularRows, VectorPathsMatchPlainAtTheEndsOfTheCubeRange) {
+    // Cube coordinates at the ends of the 32-bit range, where neighbours wrap
+    // (beyond the reference's integers): the vector paths follow the plain one.
+    const int W = 40, H = 4;
+    const World world(W, H, 2147483600.0, 2147483690.0, -2147483690.0, -2147483600.0);
+    for (CellDistance m : kDistances) {
+        for (int style : {kCellF1, kCellF4MinusF1, kCellF1Cells, kCellF4Cells}) {
+            CellularRowSetup s = MakeSetup(world, style, m, 77u + style);
+            s.scale = 1.0;
+            std::vector<float> plain(W * H), fast(W * H);
+            CellularRows(s, 0, H - 1, nullptr, plain.data(), VectorPath::Plain);
+            for (VectorPath path : AvailablePaths()) {
+                CellularRows(s, 0, H - 1, nullptr, fast.data(), path);
+                for (int i = 0; i < W * H; ++i)
+                    ASSERT_EQ(Bits(fast[i]), Bits(plain[i]))
+                        << VectorPathName(path) << ", style " << style << ", distance "
+                        << static_cast<int>(m) << ", sample " << i;
+            }
+        }
     }
 }
 
@@ -315,76 +304,19 @@ TEST(CellularRows, RowRangesComposeTheWholeField) {
     const int W = 70, H = 41;
     const World world(W, H);
     CellularRowSetup s = MakeSetup(world, kCellF2MinusF1, CellDistance::Manhattan, 3u);
-    std::vector<float> whole(W * H), parts(W * H, -1.0f);
-    CellularRows(s, 0, H - 1, nullptr, whole.data());
-    const int cuts[] = {0, 1, 7, 23, 24, H};
-    for (size_t k = 0; k + 1 < std::size(cuts); ++k)
-        CellularRows(s, cuts[k], cuts[k + 1] - 1, nullptr, parts.data());
-    EXPECT_EQ(whole, parts);
-    // Rows outside the field are ignored; nothing is written.
-    std::vector<float> none(W * H, -1.0f);
-    CellularRows(s, H, H + 5, nullptr, none.data());
-    CellularRows(s, 5, 4, nullptr, none.data());
-    EXPECT_EQ(std::count(none.begin(), none.end(), -1.0f), W * H);
-}
-
-TEST(CellularRows, DifferencesAreNonNegativeAndCellsAreLevelsOf255) {
-    const int W = 96, H = 24;
-    const World world(W, H);
-    std::vector<float> out(W * H);
-    for (CellDistance m : kDistances) {
-        for (int style = kCellF2MinusF1; style <= kCellF4Cells; ++style) {
-            CellularRowSetup s = MakeSetup(world, style, m, 31u);
-            CellularRows(s, 0, H - 1, nullptr, out.data());
-            for (float v : out) {
-                ASSERT_GE(v, 0.0f) << "style " << style;
-                if (style >= kCellF1Cells) {
-                    const int level = static_cast<int>(std::lround(v * 255.0));
-                    ASSERT_TRUE(level >= 0 && level <= 255);
-                    ASSERT_EQ(v, static_cast<float>(level / 255.0)) << "style " << style;
-                }
-            }
-        }
+    for (VectorPath path : AvailablePaths()) {
+        std::vector<float> whole(W * H), parts(W * H, -1.0f);
+        CellularRows(s, 0, H - 1, nullptr, whole.data(), path);
+        const int cuts[] = {0, 1, 7, 23, 24, H};
+        for (size_t k = 0; k + 1 < std::size(cuts); ++k)
+            CellularRows(s, cuts[k], cuts[k + 1] - 1, nullptr, parts.data(), path);
+        EXPECT_EQ(whole, parts) << VectorPathName(path);
+        // Rows outside the field are ignored; nothing is written.
+        std::vector<float> none(W * H, -1.0f);
+        CellularRows(s, H, H + 5, nullptr, none.data(), path);
+        CellularRows(s, 5, 4, nullptr, none.data(), path);
+        EXPECT_EQ(std::count(none.begin(), none.end(), -1.0f), W * H) << VectorPathName(path);
     }
-}
-
-TEST(CellularRows, SameWorldPositionsGiveSameValuesAtAnyResolution) {
-    // Sample (i, j) of the coarse grid lies at the world position of sample
-    // (2i, 2j) of the fine one.
-    const int coarse = 51, fine = 101;
-    const World coarseWorld(coarse, coarse), fineWorld(fine, fine);
-    std::vector<float> a(coarse * coarse), b(fine * fine);
-    for (CellDistance m : kDistances) {
-        for (int style : {kCellF1, kCellF3MinusF1, kCellF2Cells}) {
-            CellularRows(MakeSetup(coarseWorld, style, m, 999u), 0, coarse - 1, nullptr, a.data());
-            CellularRows(MakeSetup(fineWorld, style, m, 999u), 0, fine - 1, nullptr, b.data());
-            for (int j = 0; j < coarse; ++j)
-                for (int i = 0; i < coarse; ++i)
-                    ASSERT_EQ(Bits(a[j * coarse + i]), Bits(b[2 * j * fine + 2 * i]))
-                        << "style " << style << " at (" << i << ", " << j << ")";
-        }
-    }
-}
-
-TEST(CellularRows, SeedChangesThePattern) {
-    const int W = 64;
-    const World world(W, 2);
-    CellularRowSetup a = MakeSetup(world, kCellF1Cells, CellDistance::Euclidean, 1u);
-    CellularRowSetup b = a;
-    b.seed = 2u;
-    std::vector<float> ra(W * 2), rb(W * 2);
-    CellularRows(a, 0, 1, nullptr, ra.data());
-    CellularRows(b, 0, 1, nullptr, rb.data());
-    EXPECT_NE(ra, rb);
-}
-
-TEST(CellularRows, SingleSampleUsesTheLowCorner) {
-    const World world(1, 1);
-    CellularRowSetup s = MakeSetup(world, kCellF1, CellDistance::Manhattan, 5u);
-    float out = -1.0f;
-    CellularRows(s, 0, 0, nullptr, &out);
-    double X = (-3.25 - s.anchorX) * s.scale, Y = (-1.0 - s.anchorY) * s.scale;
-    EXPECT_EQ(Bits(out), Bits(RefStyle(RefSearch(X, Y, s.shape, 5u, 1), kCellF1)));
 }
 
 }  // namespace
