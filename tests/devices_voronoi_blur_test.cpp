@@ -15,38 +15,6 @@ using Orogen::Device;
 using Orogen::GetParameter;
 using Orogen::PacketRef;
 
-// A colour test pattern: three different ramps with ripples.
-class TestColors : public Orogen::Generator {
-  public:
-    TestColors() {
-        SetIdentity("TCOL", &Orogen::CreateDevice<TestColors>);
-        Orogen::SetPortCount(this, 0, 1, Orogen::kBitmap);
-    }
-    const char* GetTypeName() override { return "Test Colors"; }
-    const char* GetDescription() override { return "A bitmap for the device tests"; }
-    bool Build(const Orogen::BuildContext& context) override {
-        PacketRef image = Orogen::NewBitmap(context.grid);
-        const int32_t w = context.grid.width, h = context.grid.height;
-        for (int32_t y = 0; y < h; ++y) {
-            for (int32_t x = 0; x < w; ++x) {
-                float* p = image->samples + (static_cast<size_t>(y) * w + x) * 3;
-                p[0] = static_cast<float>(x) / std::max(w - 1, 1);
-                p[1] = 0.5f + 0.4f * std::sin(x * 0.7f + y * 0.3f);
-                p[2] = static_cast<float>((x * 7 + y * 13) % 10) / 9.0f;
-            }
-        }
-        StoreOutput(context, image, 0);
-        return true;
-    }
-    bool Save(std::ostream& out) override {
-        return SaveState(out, 1);
-    }
-    bool Load(std::istream& in) override {
-        uint8_t version;
-        return LoadState(in, version);
-    }
-};
-
 class DeviceTest : public HostTest {
   protected:
     void SetUp() override {

@@ -4,21 +4,15 @@
 #include <sstream>
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 #include "devices/generators/ConstantHeight.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::AddFilter;
-using lean::PlainDevice;
+using namespace basekit::testing;
 
-class DeviceTest : public ::testing::Test {
-protected:
-    lean::Host host;
-    lean::Installed installed{host};
-};
+using DeviceTest = FrameworkTest;
 
 void AddRealParameters(Device* device, int count) {
     for (int i = 0; i < count; ++i) {
@@ -82,19 +76,19 @@ TEST_F(DeviceTest, ConstructionSetsDefaultsAndSpecialPorts) {
 }
 
 TEST_F(DeviceTest, DestructionTellsTheHostAndFreesDescriptions) {
-    int before = host.outstanding;
+    int64_t before = Outstanding();
+    host.Network().ClearNotifications();
     auto* device = new basekit::ConstantHeight();
-    EXPECT_GT(host.outstanding, before);
+    EXPECT_GT(Outstanding(), before);
     Device* raw = device;
     device->identity.destroy(device);
-    ASSERT_EQ(host.destroyed.size(), 1u);
-    EXPECT_EQ(host.destroyed[0], raw);
-    EXPECT_EQ(host.outstanding, before);
+    EXPECT_EQ(host.Network().Destroyed(), std::vector<const Device*>{raw});
+    EXPECT_EQ(Outstanding(), before);
 }
 
 TEST_F(DeviceTest, AddPortPositions) {
     PlainDevice device;
-    device.owner = &host;
+    device.owner = &recorder;
     device.AddPort(0, 0, kHeightField, 0xFFFFFFFFu);
     device.inputs[0]->SetName("first");
     device.AddPort(0, 0, kBitmap, 0xFFFFFFFFu);
@@ -108,49 +102,37 @@ TEST_F(DeviceTest, AddPortPositions) {
     EXPECT_EQ(device.inputs[0]->owner, &device);
     device.AddPort(1, 0, kHeightField, 0xFFFFFFFFu);
     EXPECT_EQ(device.outputs.size(), 1u);
-    EXPECT_EQ(host.portsChanged.size(), 4u);
+    EXPECT_EQ(recorder.portsChanged.size(), 4u);
     device.RemovePort(0, 0);
     EXPECT_STREQ(device.inputs[0]->name, "first");
-    EXPECT_EQ(host.portsChanged.size(), 5u);
+    EXPECT_EQ(recorder.portsChanged.size(), 5u);
 }
 
-// A dialog that changes the first parameter while it is open.
-class EditingDialog : public DialogService {
-public:
-    explicit EditingDialog(int32_t answer) : answer(answer) {}
-    int32_t EditDevice(Device* device) override {
-        device->params.records[0].value.f = 0.9f;
-        return answer;
-    }
-    void ShowDeviceView(Device*, intptr_t, intptr_t) override {}
-    int32_t answer;
-};
-
 TEST_F(DeviceTest, EditSettingsCommitsOrRollsBack) {
+    // The dialog changes the first parameter while it is open.
     const struct {
         int32_t answer;
         bool result;
         float kept;
         size_t edited;
         size_t changed;
-    } cases[] = {{1, true, 0.9f, 1, 0}, {-1, false, 0.25f, 0, 1}, {0, false, 0.9f, 0, 0}};
+    } cases[] = {{1, true, 0.9f, 1, 0}, {-1, false, 0.1f, 0, 1}, {0, false, 0.9f, 0, 0}};
     for (const auto& c : cases) {
-        lean::Host local;
-        lean::Installed use(local);
-        EditingDialog dialog(c.answer);
-        local.services.dialogs = &dialog;
-        AddFilter device;
-        device.owner = &local;
+        host.Dialogs().Script(c.answer, [](Device& d) { d.params.records[0].value.f = 0.9f; });
+        host.Network().ClearNotifications();
+        recorder.edited.clear();
+        TestAdd device;
+        device.owner = &recorder;
         EXPECT_EQ(device.EditSettings(), c.result) << c.answer;
         EXPECT_FLOAT_EQ(device.params.records[0].value.f, c.kept) << c.answer;
-        EXPECT_STREQ(device.params.records[0].description, "Added to every sample");
-        EXPECT_EQ(local.edited.size(), c.edited) << c.answer;
-        EXPECT_EQ(local.changed.size(), c.changed) << c.answer;
+        EXPECT_STREQ(device.params.records[0].description, "Added to the input");
+        EXPECT_EQ(recorder.edited.size(), c.edited) << c.answer;
+        EXPECT_EQ(host.Network().Changed().size(), c.changed) << c.answer;
     }
 }
 
 TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
-    AddFilter source;
+    TestAdd source;
     source.SetName("Source");
     source.params.records[0].value.f = 0.75f;
     source.anchor[0] = 0.1f;
@@ -159,12 +141,12 @@ TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
     source.enabled = 0;
     source.placement[3] = 9;
     source.paramPorts[0]->SetName("Driven");
-    AddFilter copy;
+    TestAdd copy;
     copy.CopyFrom(&source);
     EXPECT_STREQ(copy.name, "Source");
     EXPECT_FLOAT_EQ(copy.params.records[0].value.f, 0.75f);
     EXPECT_EQ(copy.params.device, &copy);
-    EXPECT_STREQ(copy.params.records[0].description, "Added to every sample");
+    EXPECT_STREQ(copy.params.records[0].description, "Added to the input");
     EXPECT_NE(copy.params.records[0].description, source.params.records[0].description);
     EXPECT_STREQ(copy.paramPorts[0]->name, "Driven");
     EXPECT_EQ(copy.paramPorts[0]->owner, &copy);
@@ -178,7 +160,7 @@ TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
 
 TEST_F(DeviceTest, ProcessStatuses) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{4, 4}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{4, 4}, &results, &recorder);
     PlainDevice device;
     device.enabled = 0;
     EXPECT_EQ(device.Process(context), -2);
@@ -196,10 +178,10 @@ TEST_F(DeviceTest, ProcessStatuses) {
 
 TEST_F(DeviceTest, BypassedFilterPassesItsInputThrough) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{3, 2}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{3, 2}, &results, &recorder);
     basekit::ConstantHeight source;
     source.params.records[0].value.f = 0.5f;
-    AddFilter filter;
+    TestAdd filter;
     source.outputs[0]->Connect(filter.inputs[0]);
     ASSERT_EQ(source.Process(context), 1);
     filter.bypassed = 1;
@@ -210,7 +192,7 @@ TEST_F(DeviceTest, BypassedFilterPassesItsInputThrough) {
     filter.bypassed = 0;
     ASSERT_EQ(filter.Process(context), 1);
     const PacketRef& built = doGetDevice(&results, &filter).outputs[0];
-    EXPECT_EQ(built->samples[0], 0.75f);
+    EXPECT_EQ(built->samples[0], 0.5f + 0.1f);
     // The upstream packet was copied, not changed.
     EXPECT_EQ(doGetDevice(&results, &source).outputs[0]->samples[0], 0.5f);
 }
@@ -222,7 +204,7 @@ TEST_F(DeviceTest, OutputModeForcesTheMaskFlag) {
     } cases[] = {{0, 0}, {1, 1}, {2, 0}};
     for (const auto& c : cases) {
         BuildResultSet results;
-        BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+        BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
         basekit::ConstantHeight device;
         device.outputMode = c.mode;
         ASSERT_EQ(device.Process(context), 1);
@@ -231,9 +213,9 @@ TEST_F(DeviceTest, OutputModeForcesTheMaskFlag) {
 }
 
 TEST_F(DeviceTest, EstimateMemoryCountsLinks) {
-    AddFilter a, b, c;
+    TestAdd a, b, c;
     EXPECT_EQ(a.EstimateMemory(), 0u);  // no owner
-    a.owner = &host;
+    a.owner = &recorder;
     a.outputs[0]->Connect(b.inputs[0]);
     a.outputs[0]->Connect(c.inputs[0]);
     EXPECT_EQ(a.EstimateMemory(), 3u * 400u);
@@ -241,9 +223,13 @@ TEST_F(DeviceTest, EstimateMemoryCountsLinks) {
 
 TEST_F(DeviceTest, SeedComesFromTheHost) {
     PlainDevice device;
-    host.nextSeed = 42;
-    EXPECT_EQ(device.RefreshRandomSeed(), 42);
-    EXPECT_EQ(device.seed, 42);
+    host.Seeds().SetStart(42);
+    basekit::host::SeedSource same;
+    same.SetStart(42);
+    const int32_t expected = same.NextSeed();
+    EXPECT_EQ(device.RefreshRandomSeed(), expected);
+    EXPECT_EQ(device.seed, expected);
+    EXPECT_EQ(host.Seeds().Calls(), 1u);
 }
 
 }  // namespace

@@ -18,11 +18,11 @@
 #include <sstream>
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 
 namespace {
 
-using namespace Orogen;
+using namespace basekit::testing;
 
 #ifdef _WIN32
 void* OpenModule(const char* path) { return LoadLibraryA(path); }
@@ -55,14 +55,14 @@ struct Module {
     GetDevPluginFunction plugin = nullptr;
 };
 
-class PluginTest : public ::testing::Test {
+class PluginTest : public FrameworkTest {
 protected:
     void SetUp() override {
         ASSERT_NE(module.handle, nullptr) << LoadError();
         ASSERT_TRUE(module.version && module.setup && module.plugin);
-        module.setup(&host.services);
+        module.setup(host.Services());
+        host.Network().ClearNotifications();
     }
-    lean::Host host;
     Module module;
 };
 
@@ -106,7 +106,7 @@ TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
         EXPECT_EQ(std::memcmp(&descriptor, &before, sizeof descriptor), 0) << index;
     }
     EXPECT_FALSE(module.plugin(0, nullptr));
-    EXPECT_TRUE(host.destroyed.empty());
+    EXPECT_TRUE(host.Network().Destroyed().empty());
 }
 
 TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
@@ -124,7 +124,7 @@ TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
         EXPECT_EQ(descriptor.flag, row.flag) << index;
 
         // The temporary device was destroyed through the module.
-        ASSERT_FALSE(host.destroyed.empty());
+        ASSERT_FALSE(host.Network().Destroyed().empty());
 
         Device* device = descriptor.identity.create();
         ASSERT_NE(device, nullptr);
@@ -141,7 +141,7 @@ TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
         EXPECT_EQ(std::memcmp(&again, &descriptor, 97), 0) << index;
     }
     EXPECT_GE(built, 1);
-    EXPECT_EQ(host.outstanding, 0);
+    EXPECT_EQ(Outstanding(), 0);
 }
 
 // Every built device: defaults inside their ranges, a save that loads back to
@@ -181,7 +181,7 @@ TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
 
         for (Grid grid : {Grid{1, 1}, Grid{3, 2}, Grid{0, 0}}) {
             BuildResultSet results;
-            BuildContext context = MakeBuildContext(grid, &results, &host);
+            BuildContext context = MakeBuildContext(grid, &results, &recorder);
             std::vector<Device*> sources;
             for (Port* input : device->inputs) {
                 Device* source = constant.identity.create();
@@ -205,8 +205,8 @@ TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
         }
         device->identity.destroy(device);
     }
-    EXPECT_EQ(host.outstanding, 0);
-    EXPECT_EQ(host.livePackets.load(), 0);
+    EXPECT_EQ(Outstanding(), 0);
+    EXPECT_EQ(LivePackets(), 0);
 }
 
 TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {

@@ -5,13 +5,12 @@
 #include <sstream>
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::PlainDevice;
+using namespace basekit::testing;
 
 // Saved state written by hand from the format, not by the writer.
 class Bytes {
@@ -39,7 +38,7 @@ public:
     std::string data;
 };
 
-class StateTest : public ::testing::Test {
+class StateTest : public FrameworkTest {
 protected:
     // A device with a real "Gain", a choice "Mode" (labels at minimum 1) and a
     // kind-3 "Action".
@@ -63,8 +62,6 @@ protected:
         return out.str();
     }
 
-    lean::Host host;
-    lean::Installed installed{host};
 };
 
 Bytes BaseBlock(uint8_t version) {
@@ -115,8 +112,9 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
 
     PlainDevice copy;
     Declare(&copy);
-    host.nextSeed = 900;
-    int seedCalls = host.seedCalls;
+    host.Seeds().SetStart(900);
+    basekit::host::SeedSource same;
+    same.SetStart(900);
     ASSERT_TRUE(Load(copy, bytes));
     EXPECT_STREQ(copy.name, "Saved");
     EXPECT_EQ(copy.enabled, 0);
@@ -126,8 +124,8 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     EXPECT_EQ(copy.anchor[0], 0.25f);
     EXPECT_EQ(copy.anchor[1], 0.75f);
     EXPECT_EQ(copy.placement[0], 7);
-    EXPECT_EQ(copy.seed, 900);
-    EXPECT_EQ(host.seedCalls, seedCalls + 1);
+    EXPECT_EQ(copy.seed, same.NextSeed());
+    EXPECT_EQ(host.Seeds().Calls(), 1u);
     EXPECT_EQ(copy.params.records[0].value.f, 1.5f);
     EXPECT_EQ(copy.params.records[1].value.i, 2);
     EXPECT_EQ(Save(copy).substr(0, 40), bytes.substr(0, 40));
@@ -161,7 +159,7 @@ TEST_F(StateTest, OldBaseVersions) {
         EXPECT_EQ(device.anchor[0], 0.5f);
         EXPECT_EQ(device.mode, 0u);
         EXPECT_EQ(device.params.records[0].value.f, 0.5f);
-        EXPECT_EQ(host.seedCalls, 0);
+        EXPECT_EQ(host.Seeds().Calls(), 0u);
     }
 }
 
@@ -189,7 +187,7 @@ TEST_F(StateTest, OlderRecordsAndBlocksLoad) {
         EXPECT_EQ(device.params.records[0].maximum.f, 2.0f);
         EXPECT_STREQ(device.params.records[0].description, "How much");
     }
-    EXPECT_EQ(host.seedCalls, 0);
+    EXPECT_EQ(host.Seeds().Calls(), 0u);
 }
 
 TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
@@ -201,9 +199,9 @@ TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
         if (version >= 8) bytes.U8(1).U8(1).F32(0.2f).F32(0.3f);
         if (version >= 9) bytes.U32(12345);
         bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
-        int before = host.seedCalls;
+        uint64_t before = host.Seeds().Calls();
         ASSERT_TRUE(Load(device, bytes.data)) << int(version);
-        EXPECT_EQ(host.seedCalls, before + 1);
+        EXPECT_EQ(host.Seeds().Calls(), before + 1);
         EXPECT_NE(device.seed, 12345);
         EXPECT_EQ(device.enabled, 1);
         EXPECT_EQ(device.bypassed, version >= 7 ? 1 : 0) << int(version);
@@ -311,13 +309,13 @@ TEST_F(StateTest, EveryTruncationFailsCleanly) {
     PlainDevice source;
     Declare(&source);
     std::string bytes = Save(source);
-    int outstanding = host.outstanding;
+    int outstanding = Outstanding();
     for (size_t cut = 0; cut < bytes.size(); ++cut) {
         PlainDevice device;
         Declare(&device);
         EXPECT_FALSE(Load(device, bytes.substr(0, cut))) << "cut at " << cut;
     }
-    EXPECT_EQ(host.outstanding, outstanding);
+    EXPECT_EQ(Outstanding(), outstanding);
 }
 
 TEST_F(StateTest, HostileCountsAndLengthsFailWithoutHugeAllocations) {

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <thread>
 
+#include "framework/ThreadHelper.h"
 #include "host_test_support.h"
 
 namespace basekit::host::testing {
