@@ -381,42 +381,5 @@ TEST_F(DeviceTest, BlurStateRoundTripsAndVersionOneTypesAreRenumbered) {
     EXPECT_FALSE(network->AddDevice("bad", "Blur").Load(in));
 }
 
-TEST_F(DeviceTest, DevicesDescribeThemselves) {
-    auto network = MakeNetwork();
-    Device& voronoi = network->AddDevice("v", "Voronoi");
-    Device& blur = network->AddDevice("b", "Blur");
-    EXPECT_STREQ(voronoi.GetTypeName(), "Voronoi");
-    EXPECT_STREQ(voronoi.GetDescription(), "Creates a Voronoi noise pattern");
-    EXPECT_STREQ(blur.GetTypeName(), "Blur");
-    EXPECT_STREQ(blur.GetDescription(), "Applies a blur effect to the input");
-    EXPECT_EQ(voronoi.GetCategory(), 1);
-    EXPECT_EQ(blur.GetCategory(), 4);
-    ASSERT_EQ(blur.inputs.size(), 1u);
-    EXPECT_EQ(blur.inputs[0]->kind, Orogen::kHeightField | Orogen::kBitmap);
-    EXPECT_EQ(blur.outputs[0]->kind, Orogen::kHeightField | Orogen::kBitmap);
-
-    const char* voronoiNames[] = {"Scale",          "Style",
-                                  "Distance Function", "Shape",
-                                  "Distortion Enable", "Distortion Amount",
-                                  "Distortion Direction", "Random Seed",
-                                  "Randomize"};
-    ASSERT_EQ(voronoi.params.records.size(), std::size(voronoiNames));
-    for (size_t i = 0; i < std::size(voronoiNames); ++i)
-        EXPECT_STREQ(voronoi.params.records[i].name, voronoiNames[i]);
-    const auto& style = voronoi.params.records[1];
-    ASSERT_EQ(style.labels.size(), 14u);
-    EXPECT_STREQ(style.labels[4].data(), "F2 - F1");
-    EXPECT_STREQ(style.labels[13].data(), "F4 Cells");
-    EXPECT_STREQ(voronoi.params.records[2].labels[3].data(), "Alternate #2");
-
-    const char* blurNames[] = {"Blur type", "Blur radius", "Scale-independant", "Direction"};
-    ASSERT_EQ(blur.params.records.size(), std::size(blurNames));
-    for (size_t i = 0; i < std::size(blurNames); ++i)
-        EXPECT_STREQ(blur.params.records[i].name, blurNames[i]);
-    EXPECT_STREQ(blur.params.records[0].labels[0].data(), "Uniform (fastest)");
-    EXPECT_EQ(blur.params.records[0].value.i, 1);
-    EXPECT_EQ(blur.params.records[2].value.i, 1);
-}
-
 }  // namespace
 }  // namespace basekit::host::testing

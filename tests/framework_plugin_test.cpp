@@ -66,35 +66,6 @@ protected:
     Module module;
 };
 
-// The catalogue's fixed columns, by index.
-struct Row {
-    const char* tag;
-    const char* typeName;
-    int32_t category;
-    int32_t dataTypes;
-    uint8_t flag;
-};
-const Row kRows[35] = {
-    {"CHGT", "Constant", 1, 4, 0},           {"GRAD", "Gradient", 1, 4, 0},
-    {"IVRT", "Inverter", 4, 12, 0},          {"TCMB", "Arithmetic Combiner", 3, 4, 1},
-    {"WARP", "Simple Displacement", 4, 4, 0}, {"RAMP", "Ramp", 4, 4, 0},
-    {"HSPL", "Height Splitter", 4, 4, 0},    {"SELF", "Select Angle", 6, 4, 0},
-    {"MSWC", "Router", 7, 0, 0},             {"U_MC", "Route Picker", 7, 0, 0},
-    {"ANOI", "Add Noise", 4, 4, 0},          {"PROB", "Probability", 4, 4, 0},
-    {"BIGA", "Bias/Gain", 4, 12, 0},         {"CGRD", "Radial Grad", 1, 4, 0},
-    {"SWCH", "Switch", 7, 0, 0},             {"FLIP", "Flipper", 4, 4, 0},
-    {"I_EQ", "Integer Equals", 17, 3, 0},    {"EQUA", "Equalizer", 4, 4, 0},
-    {"CMB2", "Combiner", 3, 12, 0},          {"OLVW", "Overlay View", 2, 12, 0},
-    {"SELC", "Select Convexity", 6, 4, 0},   {"COGR", "Colorize", 9, 8, 1},
-    {"PRNO", "Normal-Map Maker", 9, 4, 0},   {"PRCS", "Channel Splitter", 9, 8, 0},
-    {"PRCC", "Channel Combiner", 9, 8, 0},   {"PRLM", "Light-Map Maker", 9, 12, 0},
-    {"BLUR", "Blur", 4, 4, 0},               {"EXPA", "Expander", 4, 4, 0},
-    {"CELL", "Voronoi", 1, 4, 0},            {"SNOW", "Snow", 5, 4, 0},
-    {"COER", "Coast Erosion", 5, 4, 0},      {"CHKP", "Checkpoint", 7, 4, 0},
-    {"SELU", "Select Color", 6, 4, 0},       {"HCMB", "Height Chooser", 3, 4, 0},
-    {"NORM", "Splat Converter", 9, 4, 0},
-};
-
 TEST_F(PluginTest, HeaderVersionIs16) { EXPECT_EQ(module.version(), 16); }
 
 TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
@@ -109,22 +80,18 @@ TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
     EXPECT_TRUE(host.Network().Destroyed().empty());
 }
 
-TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
+// The catalogue's columns are compared in tests/golden/devices.json; here
+// what a descriptor holds beyond them.
+TEST_F(PluginTest, EveryBuiltEntryMatchesItsDevice) {
     int built = 0;
     for (int32_t index = 0; index < 35; ++index) {
         DeviceDescriptor descriptor;
+        host.Network().ClearNotifications();
         if (!module.plugin(index, &descriptor)) continue;
         ++built;
-        const Row& row = kRows[index];
-        EXPECT_EQ(std::string(descriptor.identity.tag, 4), row.tag) << index;
         EXPECT_EQ(descriptor.identity.terminator, '\0');
-        EXPECT_STREQ(descriptor.typeName, row.typeName) << index;
-        EXPECT_EQ(descriptor.category, row.category) << index;
-        EXPECT_EQ(descriptor.dataTypes, row.dataTypes) << index;
-        EXPECT_EQ(descriptor.flag, row.flag) << index;
-
         // The temporary device was destroyed through the module.
-        ASSERT_FALSE(host.Network().Destroyed().empty());
+        ASSERT_EQ(host.Network().Destroyed().size(), 1u) << index;
 
         Device* device = descriptor.identity.create();
         ASSERT_NE(device, nullptr);
@@ -132,7 +99,7 @@ TEST_F(PluginTest, EveryBuiltEntryMatchesItsRowAndItsDevice) {
         EXPECT_EQ(device->GetCategory(), descriptor.category);
         std::ostringstream saved;
         EXPECT_TRUE(device->Save(saved));
-        EXPECT_EQ(saved.str().substr(0, 4), row.tag) << index;
+        EXPECT_EQ(saved.str().substr(0, 4), std::string(descriptor.identity.tag, 4)) << index;
         EXPECT_EQ(device->identity.destroy, descriptor.identity.destroy);
         descriptor.identity.destroy(device);
 
