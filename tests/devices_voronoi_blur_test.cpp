@@ -20,6 +20,7 @@ class DeviceTest : public HostTest {
     void SetUp() override {
         HostTest::SetUp();
         host->RegisterHostType(&Orogen::CreateDevice<TestColors>, 1, 8);
+        host->RegisterHostType(&Orogen::CreateDevice<Inverter>, 4, 12);
         host->Workers().Resize(3);
     }
 
@@ -247,14 +248,6 @@ TEST_F(DeviceTest, VoronoiCopyTakesTheOtherDevicesPorts) {
     EXPECT_EQ(GetParameter(&to, "Scale")->f, 3.5f);
 }
 
-TEST_F(DeviceTest, VoronoiOfAnEmptyWorldFails) {
-    auto network = MakeNetwork(0, 0);
-    network->AddDevice("v", "Voronoi");
-    BuildReport report = network->Build();
-    EXPECT_EQ(report.Find("v")->status, BuildStatus::Exception);
-    EXPECT_FALSE(network->Output("v", 0));
-}
-
 // Blur
 
 // What the device should produce: both passes (or the one motion pass) of
@@ -342,12 +335,33 @@ TEST_F(DeviceTest, BlurRadiusFollowsTheDensityAndTheWidth) {
     }
 }
 
-TEST_F(DeviceTest, BlurWithoutInputFails) {
-    auto network = MakeNetwork();
-    network->AddDevice("b", "Blur");
-    BuildReport report = network->Build();
-    EXPECT_EQ(report.Find("b")->status, BuildStatus::Failed);
-    EXPECT_FALSE(network->Output("b", 0));
+TEST_F(DeviceTest, DevicesThatCannotBuildFailAlone) {
+    const struct {
+        const char* type;
+        int32_t width, height;
+        BuildStatus status;
+    } cases[] = {{"Voronoi", 0, 0, BuildStatus::Exception}, {"Blur", 17, 13, BuildStatus::Failed}};
+    for (const auto& c : cases) {
+        auto network = MakeNetwork(c.width, c.height);
+        network->AddDevice("d", c.type);
+        EXPECT_EQ(network->Build().Find("d")->status, c.status) << c.type;
+        EXPECT_FALSE(network->Output("d", 0)) << c.type;
+    }
+}
+
+// The test devices' per-sample filter on both kinds, one thread and three.
+TEST_F(DeviceTest, InverterFlipsFieldsAndBitmaps) {
+    for (const char* source : {"Test Ramp", "Test Colors"}) {
+        auto network = MakeNetwork(23, 19);
+        network->AddDevice("src", source);
+        network->AddDevice("inv", "Test Inverter");
+        network->Connect("src", 0, "inv", 0);
+        const std::vector<float> got = BuildBothWays(*network, "inv");
+        std::vector<float> expected = SamplesOf(network->Output("src", 0));
+        for (float& v : expected) v = 1.0f - v;
+        EXPECT_TRUE(SameBits(got, expected)) << source;
+        EXPECT_EQ(network->Output("inv", 0)->GetKind(), network->Output("src", 0)->GetKind());
+    }
 }
 
 TEST_F(DeviceTest, BlurStateRoundTripsAndVersionOneTypesAreRenumbered) {

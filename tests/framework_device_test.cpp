@@ -108,29 +108,6 @@ TEST_F(DeviceTest, AddPortPositions) {
     EXPECT_EQ(recorder.portsChanged.size(), 5u);
 }
 
-TEST_F(DeviceTest, EditSettingsCommitsOrRollsBack) {
-    // The dialog changes the first parameter while it is open.
-    const struct {
-        int32_t answer;
-        bool result;
-        float kept;
-        size_t edited;
-        size_t changed;
-    } cases[] = {{1, true, 0.9f, 1, 0}, {-1, false, 0.1f, 0, 1}, {0, false, 0.9f, 0, 0}};
-    for (const auto& c : cases) {
-        host.Dialogs().Script(c.answer, [](Device& d) { d.params.records[0].value.f = 0.9f; });
-        host.Network().ClearNotifications();
-        recorder.edited.clear();
-        TestAdd device;
-        device.owner = &recorder;
-        EXPECT_EQ(device.EditSettings(), c.result) << c.answer;
-        EXPECT_FLOAT_EQ(device.params.records[0].value.f, c.kept) << c.answer;
-        EXPECT_STREQ(device.params.records[0].description, "Added to the input");
-        EXPECT_EQ(recorder.edited.size(), c.edited) << c.answer;
-        EXPECT_EQ(host.Network().Changed().size(), c.changed) << c.answer;
-    }
-}
-
 TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
     TestAdd source;
     source.SetName("Source");
@@ -219,17 +196,6 @@ TEST_F(DeviceTest, EstimateMemoryCountsLinks) {
     a.outputs[0]->Connect(b.inputs[0]);
     a.outputs[0]->Connect(c.inputs[0]);
     EXPECT_EQ(a.EstimateMemory(), 3u * 400u);
-}
-
-TEST_F(DeviceTest, SeedComesFromTheHost) {
-    PlainDevice device;
-    host.Seeds().SetStart(42);
-    basekit::host::SeedSource same;
-    same.SetStart(42);
-    const int32_t expected = same.NextSeed();
-    EXPECT_EQ(device.RefreshRandomSeed(), expected);
-    EXPECT_EQ(device.seed, expected);
-    EXPECT_EQ(host.Seeds().Calls(), 1u);
 }
 
 }  // namespace
