@@ -232,64 +232,60 @@ TEST_F(StateTest, FixedListQuirks) {
     records.Raw(Record("Unknown", kParamReal, 7, 0).data);
     records.Raw(Record("Gain", kParamReal, bits, 0).data);
     records.Raw(Record("Action", kParamAction, 99, 0).data);
+    records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
     PlainDevice device;
     Declare(&device);
+    static const ParamSpec fixed[] = {{"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, kParamKeepOnLoad}};
+    DeclareParameters(&device, fixed);
     device.params.records[2].value.i = 5;
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 3).data));
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 4).data));
     EXPECT_EQ(device.params.records[0].value.f, 0.25f);  // loaded
     EXPECT_EQ(device.params.records[1].value.i, 1);      // missing from the file: default
     EXPECT_EQ(device.params.records[2].value.i, 5);      // kind 3 keeps its value
-    EXPECT_EQ(device.params.records.size(), 3u);
+    EXPECT_EQ(device.params.records[3].value.i, 3);      // kept on load: the constructor's
+    EXPECT_EQ(device.params.records.size(), 4u);
 }
 
-TEST_F(StateTest, KeepOnLoadFlagKeepsTheConstructorValue) {
-    PlainDevice device;
-    static const ParamSpec table[] = {
-        {"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, 2},
+// A dynamic list takes the records the file holds, whatever was declared.
+TEST_F(StateTest, DynamicListsTakeWhatTheFileHolds) {
+    Bytes choice, negative;
+    choice.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(kParamChoice).U32(0).Text("Mode", 32);
+    choice.U32(0).U32(0).U16(2).Text("a", 32).Text("b", 32);
+    negative.Raw("P1").U8(5).U32(0).U32(static_cast<uint32_t>(-3)).U32(5).U32(4).U32(0);
+    negative.Text("C", 32).U32(0).U32(0).U16(2).Text("x", 32).Text("y", 32);
+    const struct {
+        const char* what;
+        std::string records;
+        const char* name;
+        int32_t value;
+        std::vector<std::string> labels;
+    } cases[] = {
+        {"declared ones dropped", Record("Only", kParamInteger, 4, 0).data, "Only", 4, {}},
+        {"kind 3 values cleared", Record("Act", kParamAction, 77, 0).data, "Act", 0, {}},
+        // Label k lands at k - minimum: with minimum 1 the first is lost, with
+        // -3 both fall outside the list, which keeps its size.
+        {"labels shift by the minimum", choice.data, "Mode", 1, {"b", ""}},
+        {"a negative minimum stays in bounds", negative.data, "C", 0, {"", ""}},
     };
-    DeclareParameters(&device, table);
-    Bytes records;
-    records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].value.i, 3);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        PlainDevice device;
+        device.params.dynamic = 1;
+        Declare(&device);
+        ASSERT_TRUE(Load(device, CurrentBlockWith(Bytes().Raw(c.records), 1).data));
+        ASSERT_EQ(device.params.records.size(), 1u);
+        const ParamRecord& got = device.params.records[0];
+        EXPECT_STREQ(got.name, c.name);
+        EXPECT_EQ(got.value.i, c.value);
+        std::vector<std::string> labels;
+        for (const ParamLabel& label : got.labels) labels.emplace_back(label.data());
+        EXPECT_EQ(labels, c.labels);
+    }
 }
 
-TEST_F(StateTest, ChoiceLabelsShiftByTheMinimum) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(kParamChoice).U32(0).Text("Mode", 32);
-    records.U32(0).U32(0).U16(2).Text("a", 32).Text("b", 32);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    ASSERT_EQ(device.params.records.size(), 1u);
-    const ParamRecord& mode = device.params.records[0];
-    ASSERT_EQ(mode.labels.size(), 2u);
-    EXPECT_STREQ(mode.labels[0].data(), "b");
-    EXPECT_STREQ(mode.labels[1].data(), "");
-}
-
-TEST_F(StateTest, DynamicListTakesWhatTheFileHolds) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Declare(&device);
-    Bytes records;
-    records.Raw(Record("Only", kParamInteger, 4, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    ASSERT_EQ(device.params.records.size(), 1u);
-    EXPECT_STREQ(device.params.records[0].name, "Only");
-    EXPECT_EQ(device.params.records[0].value.i, 4);
-}
-
-TEST_F(StateTest, KindThreeValuesAreClearedInDynamicLists) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw(Record("Act", kParamAction, 77, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].value.i, 0);
-}
-
-TEST_F(StateTest, BadBlockAndRecordTagsFail) {
+// Wrong tags, and counts and lengths no file of this size can hold: the
+// load fails without a huge allocation.
+TEST_F(StateTest, BadTagsAndHostileCountsFail) {
     std::string wrongBlock = CurrentBlockWith(Bytes(), 0).data;
     wrongBlock.replace(wrongBlock.find("PAR2"), 4, "PAR3");
     const struct {
@@ -298,9 +294,15 @@ TEST_F(StateTest, BadBlockAndRecordTagsFail) {
     } cases[] = {
         {"block tag", wrongBlock},
         {"record tag", CurrentBlockWith(Bytes().Raw("Q1"), 1).data},
+        {"huge record count", CurrentBlockWith(Bytes(), 0x7FFFFFFF).data},
+        {"huge description",
+         CurrentBlockWith(Bytes().Raw("P1").U8(5).U32(0).U32(0).U32(1).U32(1).U32(0).Text("G", 32).U32(0xFFFFFFF0), 1).data},
+        {"huge label count and range",
+         CurrentBlockWith(Bytes().Raw("P1").U8(5).U32(0).U32(0x80000000).U32(0x7FFFFFFF).U32(4).U32(0).Text("C", 32).U32(0).U32(0).U16(0x7FFF), 1).data},
     };
     for (const auto& c : cases) {
         PlainDevice device;
+        device.params.dynamic = 1;
         EXPECT_FALSE(Load(device, c.bytes)) << c.what;
     }
 }
@@ -309,42 +311,13 @@ TEST_F(StateTest, EveryTruncationFailsCleanly) {
     PlainDevice source;
     Declare(&source);
     std::string bytes = Save(source);
-    int outstanding = Outstanding();
+    int64_t outstanding = Outstanding();
     for (size_t cut = 0; cut < bytes.size(); ++cut) {
         PlainDevice device;
         Declare(&device);
         EXPECT_FALSE(Load(device, bytes.substr(0, cut))) << "cut at " << cut;
     }
     EXPECT_EQ(Outstanding(), outstanding);
-}
-
-TEST_F(StateTest, HostileCountsAndLengthsFailWithoutHugeAllocations) {
-    const struct {
-        const char* what;
-        Bytes records;
-        uint32_t count;
-    } cases[] = {
-        {"huge record count", Bytes(), 0x7FFFFFFF},
-        {"huge description", Bytes().Raw("P1").U8(5).U32(0).U32(0).U32(1).U32(1).U32(0).Text("G", 32).U32(0xFFFFFFF0), 1},
-        {"huge label count and range",
-         Bytes().Raw("P1").U8(5).U32(0).U32(0x80000000).U32(0x7FFFFFFF).U32(4).U32(0).Text("C", 32).U32(0).U32(0).U16(0x7FFF),
-         1},
-    };
-    for (const auto& c : cases) {
-        PlainDevice device;
-        device.params.dynamic = 1;
-        EXPECT_FALSE(Load(device, CurrentBlockWith(c.records, c.count).data)) << c.what;
-    }
-}
-
-TEST_F(StateTest, NegativeMinimumLabelsStayInBounds) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw("P1").U8(5).U32(0).U32(static_cast<uint32_t>(-3)).U32(5).U32(4).U32(0);
-    records.Text("C", 32).U32(0).U32(0).U16(2).Text("x", 32).Text("y", 32);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].labels.size(), 2u);
 }
 
 TEST_F(StateTest, RandomCorruptionNeverCrashes) {
