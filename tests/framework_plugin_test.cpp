@@ -6,11 +6,8 @@
 #endif
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
-#else
-#include <dlfcn.h>
 #endif
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -24,32 +21,23 @@ namespace {
 
 using namespace basekit::testing;
 
-#ifdef _WIN32
-void* OpenModule(const char* path) { return LoadLibraryA(path); }
-void* FindSymbol(void* handle, const char* name) {
-    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle), name));
-}
-void CloseModule(void* handle) { FreeLibrary(static_cast<HMODULE>(handle)); }
-std::string LoadError() { return "LoadLibrary error " + std::to_string(GetLastError()); }
-#else
-void* OpenModule(const char* path) { return dlopen(path, RTLD_NOW | RTLD_LOCAL); }
-void* FindSymbol(void* handle, const char* name) { return dlsym(handle, name); }
-void CloseModule(void* handle) { dlclose(handle); }
-std::string LoadError() { return dlerror(); }
-#endif
-
+// Through the reference host's library calls, without its catalogue reader.
 struct Module {
     Module() {
-        handle = OpenModule(BASEKIT64_MODULE_PATH);
+        handle = basekit::host::OpenLibrary(BASEKIT64_MODULE_PATH, error);
         if (!handle) return;
-        version = reinterpret_cast<GetHeaderVersionFunction>(FindSymbol(handle, "GetHeaderVersion"));
-        setup = reinterpret_cast<SetupGlobalAccessFunction>(FindSymbol(handle, "SetupGlobalAccess"));
-        plugin = reinterpret_cast<GetDevPluginFunction>(FindSymbol(handle, "GetDevPlugin"));
+        version = reinterpret_cast<GetHeaderVersionFunction>(
+            basekit::host::FindSymbol(handle, "GetHeaderVersion"));
+        setup = reinterpret_cast<SetupGlobalAccessFunction>(
+            basekit::host::FindSymbol(handle, "SetupGlobalAccess"));
+        plugin = reinterpret_cast<GetDevPluginFunction>(
+            basekit::host::FindSymbol(handle, "GetDevPlugin"));
     }
     ~Module() {
-        if (handle) CloseModule(handle);
+        if (handle) basekit::host::CloseLibrary(handle);
     }
     void* handle = nullptr;
+    std::string error;
     GetHeaderVersionFunction version = nullptr;
     SetupGlobalAccessFunction setup = nullptr;
     GetDevPluginFunction plugin = nullptr;
@@ -58,7 +46,7 @@ struct Module {
 class PluginTest : public FrameworkTest {
 protected:
     void SetUp() override {
-        ASSERT_NE(module.handle, nullptr) << LoadError();
+        ASSERT_NE(module.handle, nullptr) << module.error;
         ASSERT_TRUE(module.version && module.setup && module.plugin);
         module.setup(host.Services());
         host.Network().ClearNotifications();

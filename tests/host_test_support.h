@@ -59,7 +59,6 @@ using basekit::testing::TestAdd;
 using basekit::testing::TestColors;
 using basekit::testing::TestFail;
 using basekit::testing::TestRamp;
-using basekit::testing::TestShade;
 
 // A host with the module loaded and the test devices registered.
 class HostTest : public ::testing::Test {
