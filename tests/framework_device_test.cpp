@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -14,36 +13,25 @@ using namespace basekit::testing;
 
 using DeviceTest = FrameworkTest;
 
-void AddRealParameters(Device* device, int count) {
-    for (int i = 0; i < count; ++i) {
-        ParamRecord record;
-        char name[16];
-        std::snprintf(name, sizeof name, "P%d", i);
-        record.SetName(name);
-        record.kind = kParamReal;
-        AddParameter(device, record, 0);
-    }
-}
-
-TEST_F(DeviceTest, NodeWidthFollowsParameterCount) {
+TEST_F(DeviceTest, NodeSizeFollowsParametersAndPorts) {
     const struct {
-        int parameters;
-        int width;
-    } cases[] = {{0, 64}, {3, 65}, {10, 114}};
+        int parameters, inputs, outputs;
+        int width, height;
+    } cases[] = {{0, 0, 0, 64, 24}, {3, 0, 0, 65, 24}, {10, 0, 0, 114, 24}, {0, 2, 1, 64, 34}};
     for (const auto& c : cases) {
         PlainDevice device;
-        AddRealParameters(&device, c.parameters);
+        for (int i = 0; i < c.parameters; ++i) {
+            ParamRecord record;
+            const std::string name = std::to_string(i);
+            record.SetName(name.c_str());
+            record.kind = kParamReal;
+            AddParameter(&device, record, 0);
+        }
+        if (c.inputs + c.outputs) SetPortCount(&device, c.inputs, c.outputs, kHeightField);
         EXPECT_EQ(device.GetNodeWidth(), c.width) << c.parameters << " parameters";
+        EXPECT_EQ(device.GetNodeHeight(), c.height) << c.inputs << " inputs";
         EXPECT_EQ(device.paramPorts.size(), static_cast<size_t>(c.parameters));
     }
-}
-
-TEST_F(DeviceTest, NodeHeightFollowsPortCount) {
-    PlainDevice none;
-    EXPECT_EQ(none.GetNodeHeight(), 24);
-    PlainDevice ported;
-    SetPortCount(&ported, 2, 1, kHeightField);
-    EXPECT_EQ(ported.GetNodeHeight(), 34);
 }
 
 TEST_F(DeviceTest, NamesAreCutAndDefaulted) {

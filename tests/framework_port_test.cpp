@@ -32,7 +32,7 @@ TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
     EXPECT_EQ(recorder.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
 }
 
-TEST_F(PortTest, DisconnectUnlinksBothSides) {
+TEST_F(PortTest, DisconnectMoveAndDestructionUnlinkBothSides) {
     TestAdd a, b, c;
     a.owner = b.owner = c.owner = &recorder;
     a.outputs[0]->Connect(b.inputs[0]);
@@ -45,27 +45,22 @@ TEST_F(PortTest, DisconnectUnlinksBothSides) {
     a.outputs[0]->Disconnect(nullptr);
     EXPECT_TRUE(a.outputs[0]->links.empty());
     EXPECT_EQ(c.inputs[0]->peer, nullptr);
-}
 
-TEST_F(PortTest, AnInputMovesToANewOutput) {
-    TestAdd a, b, c;
+    // An input moves to a new output.
     a.outputs[0]->Connect(c.inputs[0]);
     b.outputs[0]->Connect(c.inputs[0]);
     EXPECT_TRUE(a.outputs[0]->links.empty());
     EXPECT_EQ(c.inputs[0]->peer, b.outputs[0]);
-}
 
-TEST_F(PortTest, DestroyedDevicesLeaveNoDanglingLinks) {
-    TestAdd a;
-    auto* b = new TestAdd;
-    a.outputs[0]->Connect(b->inputs[0]);
-    delete b;
+    // Destroyed devices leave no dangling links, on either side.
+    auto* downstream = new TestAdd;
+    a.outputs[0]->Connect(downstream->inputs[0]);
+    delete downstream;
     EXPECT_TRUE(a.outputs[0]->links.empty());
-    auto* c = new TestAdd;
-    TestAdd d;
-    c->outputs[0]->Connect(d.inputs[0]);
-    delete c;
-    EXPECT_EQ(d.inputs[0]->peer, nullptr);
+    auto* upstream = new TestAdd;
+    upstream->outputs[0]->Connect(b.inputs[0]);
+    delete upstream;
+    EXPECT_EQ(b.inputs[0]->peer, nullptr);
 }
 
 TEST_F(PortTest, FanOutGivesEachDeviceItsOwnCopy) {
