@@ -1,55 +1,37 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <sstream>
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 #include "devices/generators/ConstantHeight.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::AddFilter;
-using lean::PlainDevice;
+using namespace basekit::testing;
 
-class DeviceTest : public ::testing::Test {
-protected:
-    lean::Host host;
-    lean::Installed installed{host};
-};
+using DeviceTest = FrameworkTest;
 
-void AddRealParameters(Device* device, int count) {
-    for (int i = 0; i < count; ++i) {
-        ParamRecord record;
-        char name[16];
-        std::snprintf(name, sizeof name, "P%d", i);
-        record.SetName(name);
-        record.kind = kParamReal;
-        AddParameter(device, record, 0);
-    }
-}
-
-TEST_F(DeviceTest, NodeWidthFollowsParameterCount) {
+TEST_F(DeviceTest, NodeSizeFollowsParametersAndPorts) {
     const struct {
-        int parameters;
-        int width;
-    } cases[] = {{0, 64}, {3, 65}, {10, 114}};
+        int parameters, inputs, outputs;
+        int width, height;
+    } cases[] = {{0, 0, 0, 64, 24}, {3, 0, 0, 65, 24}, {10, 0, 0, 114, 24}, {0, 2, 1, 64, 34}};
     for (const auto& c : cases) {
         PlainDevice device;
-        AddRealParameters(&device, c.parameters);
+        for (int i = 0; i < c.parameters; ++i) {
+            ParamRecord record;
+            const std::string name = std::to_string(i);
+            record.SetName(name.c_str());
+            record.kind = kParamReal;
+            AddParameter(&device, record, 0);
+        }
+        if (c.inputs + c.outputs) SetPortCount(&device, c.inputs, c.outputs, kHeightField);
         EXPECT_EQ(device.GetNodeWidth(), c.width) << c.parameters << " parameters";
+        EXPECT_EQ(device.GetNodeHeight(), c.height) << c.inputs << " inputs";
         EXPECT_EQ(device.paramPorts.size(), static_cast<size_t>(c.parameters));
     }
-}
-
-TEST_F(DeviceTest, NodeHeightFollowsPortCount) {
-    PlainDevice none;
-    EXPECT_EQ(none.GetNodeHeight(), 24);
-    PlainDevice ported;
-    SetPortCount(&ported, 2, 1, kHeightField);
-    EXPECT_EQ(ported.GetNodeHeight(), 34);
 }
 
 TEST_F(DeviceTest, NamesAreCutAndDefaulted) {
@@ -82,19 +64,19 @@ TEST_F(DeviceTest, ConstructionSetsDefaultsAndSpecialPorts) {
 }
 
 TEST_F(DeviceTest, DestructionTellsTheHostAndFreesDescriptions) {
-    int before = host.outstanding;
+    int64_t before = Outstanding();
+    host.Network().ClearNotifications();
     auto* device = new basekit::ConstantHeight();
-    EXPECT_GT(host.outstanding, before);
+    EXPECT_GT(Outstanding(), before);
     Device* raw = device;
     device->identity.destroy(device);
-    ASSERT_EQ(host.destroyed.size(), 1u);
-    EXPECT_EQ(host.destroyed[0], raw);
-    EXPECT_EQ(host.outstanding, before);
+    EXPECT_EQ(host.Network().Destroyed(), std::vector<const Device*>{raw});
+    EXPECT_EQ(Outstanding(), before);
 }
 
 TEST_F(DeviceTest, AddPortPositions) {
     PlainDevice device;
-    device.owner = &host;
+    device.owner = &recorder;
     device.AddPort(0, 0, kHeightField, 0xFFFFFFFFu);
     device.inputs[0]->SetName("first");
     device.AddPort(0, 0, kBitmap, 0xFFFFFFFFu);
@@ -108,49 +90,14 @@ TEST_F(DeviceTest, AddPortPositions) {
     EXPECT_EQ(device.inputs[0]->owner, &device);
     device.AddPort(1, 0, kHeightField, 0xFFFFFFFFu);
     EXPECT_EQ(device.outputs.size(), 1u);
-    EXPECT_EQ(host.portsChanged.size(), 4u);
+    EXPECT_EQ(recorder.portsChanged.size(), 4u);
     device.RemovePort(0, 0);
     EXPECT_STREQ(device.inputs[0]->name, "first");
-    EXPECT_EQ(host.portsChanged.size(), 5u);
-}
-
-// A dialog that changes the first parameter while it is open.
-class EditingDialog : public DialogService {
-public:
-    explicit EditingDialog(int32_t answer) : answer(answer) {}
-    int32_t EditDevice(Device* device) override {
-        device->params.records[0].value.f = 0.9f;
-        return answer;
-    }
-    void ShowDeviceView(Device*, intptr_t, intptr_t) override {}
-    int32_t answer;
-};
-
-TEST_F(DeviceTest, EditSettingsCommitsOrRollsBack) {
-    const struct {
-        int32_t answer;
-        bool result;
-        float kept;
-        size_t edited;
-        size_t changed;
-    } cases[] = {{1, true, 0.9f, 1, 0}, {-1, false, 0.25f, 0, 1}, {0, false, 0.9f, 0, 0}};
-    for (const auto& c : cases) {
-        lean::Host local;
-        lean::Installed use(local);
-        EditingDialog dialog(c.answer);
-        local.services.dialogs = &dialog;
-        AddFilter device;
-        device.owner = &local;
-        EXPECT_EQ(device.EditSettings(), c.result) << c.answer;
-        EXPECT_FLOAT_EQ(device.params.records[0].value.f, c.kept) << c.answer;
-        EXPECT_STREQ(device.params.records[0].description, "Added to every sample");
-        EXPECT_EQ(local.edited.size(), c.edited) << c.answer;
-        EXPECT_EQ(local.changed.size(), c.changed) << c.answer;
-    }
+    EXPECT_EQ(recorder.portsChanged.size(), 5u);
 }
 
 TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
-    AddFilter source;
+    TestAdd source;
     source.SetName("Source");
     source.params.records[0].value.f = 0.75f;
     source.anchor[0] = 0.1f;
@@ -159,12 +106,12 @@ TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
     source.enabled = 0;
     source.placement[3] = 9;
     source.paramPorts[0]->SetName("Driven");
-    AddFilter copy;
+    TestAdd copy;
     copy.CopyFrom(&source);
     EXPECT_STREQ(copy.name, "Source");
     EXPECT_FLOAT_EQ(copy.params.records[0].value.f, 0.75f);
     EXPECT_EQ(copy.params.device, &copy);
-    EXPECT_STREQ(copy.params.records[0].description, "Added to every sample");
+    EXPECT_STREQ(copy.params.records[0].description, "Added to the input");
     EXPECT_NE(copy.params.records[0].description, source.params.records[0].description);
     EXPECT_STREQ(copy.paramPorts[0]->name, "Driven");
     EXPECT_EQ(copy.paramPorts[0]->owner, &copy);
@@ -178,7 +125,7 @@ TEST_F(DeviceTest, CopyFromCopiesEverythingButIdentity) {
 
 TEST_F(DeviceTest, ProcessStatuses) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{4, 4}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{4, 4}, &results, &recorder);
     PlainDevice device;
     device.enabled = 0;
     EXPECT_EQ(device.Process(context), -2);
@@ -196,10 +143,10 @@ TEST_F(DeviceTest, ProcessStatuses) {
 
 TEST_F(DeviceTest, BypassedFilterPassesItsInputThrough) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{3, 2}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{3, 2}, &results, &recorder);
     basekit::ConstantHeight source;
     source.params.records[0].value.f = 0.5f;
-    AddFilter filter;
+    TestAdd filter;
     source.outputs[0]->Connect(filter.inputs[0]);
     ASSERT_EQ(source.Process(context), 1);
     filter.bypassed = 1;
@@ -210,7 +157,7 @@ TEST_F(DeviceTest, BypassedFilterPassesItsInputThrough) {
     filter.bypassed = 0;
     ASSERT_EQ(filter.Process(context), 1);
     const PacketRef& built = doGetDevice(&results, &filter).outputs[0];
-    EXPECT_EQ(built->samples[0], 0.75f);
+    EXPECT_EQ(built->samples[0], 0.5f + 0.1f);
     // The upstream packet was copied, not changed.
     EXPECT_EQ(doGetDevice(&results, &source).outputs[0]->samples[0], 0.5f);
 }
@@ -222,7 +169,7 @@ TEST_F(DeviceTest, OutputModeForcesTheMaskFlag) {
     } cases[] = {{0, 0}, {1, 1}, {2, 0}};
     for (const auto& c : cases) {
         BuildResultSet results;
-        BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+        BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
         basekit::ConstantHeight device;
         device.outputMode = c.mode;
         ASSERT_EQ(device.Process(context), 1);
@@ -231,19 +178,12 @@ TEST_F(DeviceTest, OutputModeForcesTheMaskFlag) {
 }
 
 TEST_F(DeviceTest, EstimateMemoryCountsLinks) {
-    AddFilter a, b, c;
+    TestAdd a, b, c;
     EXPECT_EQ(a.EstimateMemory(), 0u);  // no owner
-    a.owner = &host;
+    a.owner = &recorder;
     a.outputs[0]->Connect(b.inputs[0]);
     a.outputs[0]->Connect(c.inputs[0]);
     EXPECT_EQ(a.EstimateMemory(), 3u * 400u);
-}
-
-TEST_F(DeviceTest, SeedComesFromTheHost) {
-    PlainDevice device;
-    host.nextSeed = 42;
-    EXPECT_EQ(device.RefreshRandomSeed(), 42);
-    EXPECT_EQ(device.seed, 42);
 }
 
 }  // namespace

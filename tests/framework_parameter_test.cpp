@@ -3,15 +3,14 @@
 #include <cmath>
 #include <limits>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::PlainDevice;
+using namespace basekit::testing;
 
-class ParameterTest : public ::testing::Test {
+class ParameterTest : public FrameworkTest {
 protected:
     PacketRef ParameterPacket(float value) {
         PacketRef packet = NewPacket(kParameterPacket, Grid{1, 1});
@@ -22,7 +21,7 @@ protected:
     // A device with one parameter driven by a pushed packet of `x`.
     float Folded(uint32_t kind, float low, float high, uint32_t options, uint32_t flags, float x) {
         PlainDevice device;
-        device.owner = &host;
+        device.owner = &recorder;
         ParamRecord record;
         record.SetName("Driven");
         record.kind = kind;
@@ -36,15 +35,13 @@ protected:
         }
         AddParameter(&device, record, flags);
         BuildResultSet results;
-        host.currentResults = &results;
+        recorder.results = &results;
         doGetDevice(&results, &device).parameters[0] = ParameterPacket(x);
         ParamValue* value = GetParameter(&device, "Driven");
-        host.currentResults = nullptr;
+        recorder.results = nullptr;
         return kind == kParamReal ? value->f : static_cast<float>(value->i);
     }
 
-    lean::Host host;
-    lean::Installed installed{host};
 };
 
 TEST_F(ParameterTest, PacketsFoldIntoTheRange) {
@@ -74,7 +71,7 @@ TEST_F(ParameterTest, PacketsFoldIntoTheRange) {
 
 TEST_F(ParameterTest, WithoutAPacketTheValueStays) {
     PlainDevice device;
-    device.owner = &host;
+    device.owner = &recorder;
     ParamRecord record;
     record.SetName("Alone");
     record.kind = kParamReal;
@@ -82,23 +79,23 @@ TEST_F(ParameterTest, WithoutAPacketTheValueStays) {
     record.maximum.f = 1.0f;
     AddParameter(&device, record, 0);
     BuildResultSet results;
-    host.currentResults = &results;
+    recorder.results = &results;
     EXPECT_FLOAT_EQ(GetParameter(&device, "Alone")->f, 0.4f);
-    host.currentResults = nullptr;
+    recorder.results = nullptr;
     EXPECT_FLOAT_EQ(GetParameter(&device, "Alone")->f, 0.4f);
 }
 
 TEST_F(ParameterTest, LinkedUpstreamOutputDrivesTheValue) {
     PlainDevice source;
     SetPortCount(&source, 0, 1, kParameterPacket);
-    lean::AddFilter device;
-    device.owner = &host;
+    TestAdd device;
+    device.owner = &recorder;
     source.outputs[0]->Connect(device.paramPorts[0]);
     BuildResultSet results;
-    host.currentResults = &results;
-    doGetDevice(&results, &source).outputs[0] = ParameterPacket(0.5f);
+    recorder.results = &results;
+    doGetDevice(&results, &source).outputs[0] = ParameterPacket(0.75f);  // of -1..1
     EXPECT_FLOAT_EQ(GetParameter(&device, "Amount")->f, 0.5f);
-    host.currentResults = nullptr;
+    recorder.results = nullptr;
     // The folded value stays, so the next save writes it.
     EXPECT_FLOAT_EQ(device.params.records[0].value.f, 0.5f);
 }
@@ -120,7 +117,7 @@ TEST_F(ParameterTest, FindParameterIsExact) {
 }
 
 TEST_F(ParameterTest, UnknownNameThrowsAndChangesNothing) {
-    lean::AddFilter device;
+    TestAdd device;
     device.params.records[0].value.f = 0.3f;
     try {
         GetParameter(&device, "Nope");
@@ -133,7 +130,7 @@ TEST_F(ParameterTest, UnknownNameThrowsAndChangesNothing) {
 
 TEST_F(ParameterTest, AddParameterTakesTheRecordAndMakesAPort) {
     PlainDevice device;
-    device.owner = &host;
+    device.owner = &recorder;
     ParamRecord record;
     record.SetName("Choice");
     record.kind = kParamChoice;
@@ -149,20 +146,20 @@ TEST_F(ParameterTest, AddParameterTakesTheRecordAndMakesAPort) {
     ASSERT_EQ(device.paramPorts.size(), 1u);
     EXPECT_STREQ(device.paramPorts[0]->name, "Default");
     EXPECT_EQ(device.paramPorts[0]->kind, 3u);
-    EXPECT_EQ(host.portsChanged.size(), 1u);
+    EXPECT_EQ(recorder.portsChanged.size(), 1u);
 }
 
 TEST_F(ParameterTest, RecordsCopyTheirDescriptionsThroughTheHost) {
-    int before = host.outstanding;
+    int64_t before = Outstanding();
     {
         ParamRecord a;
         a.SetDescription("shared text");
         ParamRecord b = a;
         EXPECT_NE(a.description, b.description);
         EXPECT_STREQ(b.description, "shared text");
-        EXPECT_EQ(host.outstanding, before + 2);
+        EXPECT_EQ(Outstanding(), before + 2);
     }
-    EXPECT_EQ(host.outstanding, before);
+    EXPECT_EQ(Outstanding(), before);
 }
 
 }  // namespace

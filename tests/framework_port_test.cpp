@@ -2,83 +2,73 @@
 
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 #include "devices/generators/ConstantHeight.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::AddFilter;
+using namespace basekit::testing;
 
-class PortTest : public ::testing::Test {
-protected:
-    lean::Host host;
-    lean::Installed installed{host};
-};
+using PortTest = FrameworkTest;
 
 TEST_F(PortTest, NamesKeep23Characters) {
-    AddFilter device;
+    TestAdd device;
     device.inputs[0]->SetName("123456789012345678901234567890");
     EXPECT_EQ(std::string(device.inputs[0]->name), "12345678901234567890123");
 }
 
 TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
-    AddFilter a, b;
-    a.owner = b.owner = &host;
+    TestAdd a, b;
+    a.owner = b.owner = &recorder;
     EXPECT_TRUE(a.outputs[0]->Connect(b.inputs[0]));
     EXPECT_FALSE(a.outputs[0]->Connect(b.inputs[0]));
     EXPECT_FALSE(a.outputs[0]->Connect(nullptr));
     EXPECT_EQ(a.outputs[0]->links.size(), 1u);
     EXPECT_EQ(b.inputs[0]->GetPeer(), a.outputs[0]);
     EXPECT_EQ(a.outputs[0]->GetPeerDevice(), &b);
-    ASSERT_EQ(host.connections.size(), 2u);
-    EXPECT_EQ(host.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
-    EXPECT_EQ(host.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
+    ASSERT_EQ(recorder.connections.size(), 2u);
+    EXPECT_EQ(recorder.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
+    EXPECT_EQ(recorder.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
 }
 
-TEST_F(PortTest, DisconnectUnlinksBothSides) {
-    AddFilter a, b, c;
-    a.owner = b.owner = c.owner = &host;
+TEST_F(PortTest, DisconnectMoveAndDestructionUnlinkBothSides) {
+    TestAdd a, b, c;
+    a.owner = b.owner = c.owner = &recorder;
     a.outputs[0]->Connect(b.inputs[0]);
     a.outputs[0]->Connect(c.inputs[0]);
     EXPECT_TRUE(b.inputs[0]->Disconnect(nullptr));
     EXPECT_EQ(b.inputs[0]->peer, nullptr);
     ASSERT_EQ(a.outputs[0]->links.size(), 1u);
     EXPECT_EQ(a.outputs[0]->links[0], c.inputs[0]);
-    EXPECT_EQ(host.linkQueries, 1);
+    EXPECT_EQ(recorder.linkQueries, 1);
     a.outputs[0]->Disconnect(nullptr);
     EXPECT_TRUE(a.outputs[0]->links.empty());
     EXPECT_EQ(c.inputs[0]->peer, nullptr);
-}
 
-TEST_F(PortTest, AnInputMovesToANewOutput) {
-    AddFilter a, b, c;
+    // An input moves to a new output.
     a.outputs[0]->Connect(c.inputs[0]);
     b.outputs[0]->Connect(c.inputs[0]);
     EXPECT_TRUE(a.outputs[0]->links.empty());
     EXPECT_EQ(c.inputs[0]->peer, b.outputs[0]);
-}
 
-TEST_F(PortTest, DestroyedDevicesLeaveNoDanglingLinks) {
-    AddFilter a;
-    auto* b = new AddFilter;
-    a.outputs[0]->Connect(b->inputs[0]);
-    delete b;
+    // Destroyed devices leave no dangling links, on either side.
+    auto* downstream = new TestAdd;
+    a.outputs[0]->Connect(downstream->inputs[0]);
+    delete downstream;
     EXPECT_TRUE(a.outputs[0]->links.empty());
-    auto* c = new AddFilter;
-    AddFilter d;
-    c->outputs[0]->Connect(d.inputs[0]);
-    delete c;
-    EXPECT_EQ(d.inputs[0]->peer, nullptr);
+    auto* upstream = new TestAdd;
+    upstream->outputs[0]->Connect(b.inputs[0]);
+    delete upstream;
+    EXPECT_EQ(b.inputs[0]->peer, nullptr);
 }
 
 TEST_F(PortTest, FanOutGivesEachDeviceItsOwnCopy) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{4, 3}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{4, 3}, &results, &recorder);
     basekit::ConstantHeight source;
     source.params.records[0].value.f = 0.5f;
-    AddFilter left, right;
+    TestAdd left, right;
     source.outputs[0]->Connect(left.inputs[0]);
     source.outputs[0]->Connect(right.inputs[0]);
     ASSERT_EQ(source.Process(context), 1);
@@ -94,10 +84,10 @@ TEST_F(PortTest, FanOutGivesEachDeviceItsOwnCopy) {
 
 TEST_F(PortTest, PushedInputIsUsedOnce) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
     basekit::ConstantHeight source;
     source.params.records[0].value.f = 0.5f;
-    AddFilter sink;
+    TestAdd sink;
     source.outputs[0]->Connect(sink.inputs[0]);
     ASSERT_EQ(source.Process(context), 1);
     PacketRef pushed = NewHeightField(Grid{2, 2});
@@ -118,7 +108,7 @@ TEST_F(PortTest, PushedInputIsUsedOnce) {
 
 TEST_F(PortTest, PushSkipsUnusableResults) {
     BuildResultSet results;
-    AddFilter sink;
+    TestAdd sink;
     doGetDevice(&results, &sink).status = 2;
     std::vector<Port*> ports{sink.inputs[0]};
     EXPECT_EQ(PushInputs(&results, ports, [](Port*, void*) { return PacketRef(); }, nullptr), 0u);
@@ -126,8 +116,8 @@ TEST_F(PortTest, PushSkipsUnusableResults) {
 
 TEST_F(PortTest, UnconnectedOrMissingInputsAreNull) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
-    AddFilter sink, source;
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
+    TestAdd sink, source;
     EXPECT_FALSE(GetInputPacket(&sink, 0, context));
     EXPECT_FALSE(GetInputPacket(&sink, 7, context));
     source.outputs[0]->Connect(sink.inputs[0]);
@@ -138,8 +128,8 @@ TEST_F(PortTest, UnconnectedOrMissingInputsAreNull) {
 
 TEST_F(PortTest, SetOutputNamesAndIgnoresExtraSlots) {
     BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &host);
-    AddFilter device;
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
+    TestAdd device;
     device.SetName("Long instance name here");
     PacketRef packet = NewHeightField(Grid{2, 2});
     SetOutput(&device, packet, 12, context);
@@ -159,16 +149,16 @@ TEST_F(PortTest, ResultSetMisuseThrows) {
     } catch (const QXException& e) {
         EXPECT_STREQ(e.what(), "Null device pointer to doGetDevice()!");
     }
-    AddFilter device;
+    TestAdd device;
     DeviceResult& first = doGetDevice(&results, &device);
     EXPECT_EQ(first.outputs.size(), 1u);
     EXPECT_EQ(first.pushedInputs.size(), 1u);
-    EXPECT_EQ(first.parameters.size(), 1u);
+    EXPECT_EQ(first.parameters.size(), 4u);
     EXPECT_EQ(&doGetDevice(&results, &device), &first);
 }
 
 TEST_F(PortTest, FindPortCoversEveryKind) {
-    AddFilter device;
+    TestAdd device;
     uint32_t index = 99, where = 99;
     EXPECT_TRUE(FindPort(&device, device.outputs[0], index, where));
     EXPECT_EQ(where, 1u);
@@ -178,7 +168,7 @@ TEST_F(PortTest, FindPortCoversEveryKind) {
     EXPECT_EQ(where, 3u);
     EXPECT_TRUE(FindPort(&device, device.coordInput, index, where));
     EXPECT_EQ(where, 4u);
-    AddFilter other;
+    TestAdd other;
     EXPECT_FALSE(FindPort(&device, other.inputs[0], index, where));
 }
 

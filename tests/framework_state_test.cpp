@@ -5,13 +5,12 @@
 #include <sstream>
 #include <string>
 
-#include "LeanHost.h"
+#include "TestHost.h"
 #include "TestDevices.h"
 
 namespace {
 
-using namespace Orogen;
-using lean::PlainDevice;
+using namespace basekit::testing;
 
 // Saved state written by hand from the format, not by the writer.
 class Bytes {
@@ -39,7 +38,7 @@ public:
     std::string data;
 };
 
-class StateTest : public ::testing::Test {
+class StateTest : public FrameworkTest {
 protected:
     // A device with a real "Gain", a choice "Mode" (labels at minimum 1) and a
     // kind-3 "Action".
@@ -63,8 +62,6 @@ protected:
         return out.str();
     }
 
-    lean::Host host;
-    lean::Installed installed{host};
 };
 
 Bytes BaseBlock(uint8_t version) {
@@ -115,8 +112,9 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
 
     PlainDevice copy;
     Declare(&copy);
-    host.nextSeed = 900;
-    int seedCalls = host.seedCalls;
+    host.Seeds().SetStart(900);
+    basekit::host::SeedSource same;
+    same.SetStart(900);
     ASSERT_TRUE(Load(copy, bytes));
     EXPECT_STREQ(copy.name, "Saved");
     EXPECT_EQ(copy.enabled, 0);
@@ -126,8 +124,8 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     EXPECT_EQ(copy.anchor[0], 0.25f);
     EXPECT_EQ(copy.anchor[1], 0.75f);
     EXPECT_EQ(copy.placement[0], 7);
-    EXPECT_EQ(copy.seed, 900);
-    EXPECT_EQ(host.seedCalls, seedCalls + 1);
+    EXPECT_EQ(copy.seed, same.NextSeed());
+    EXPECT_EQ(host.Seeds().Calls(), 1u);
     EXPECT_EQ(copy.params.records[0].value.f, 1.5f);
     EXPECT_EQ(copy.params.records[1].value.i, 2);
     EXPECT_EQ(Save(copy).substr(0, 40), bytes.substr(0, 40));
@@ -161,7 +159,7 @@ TEST_F(StateTest, OldBaseVersions) {
         EXPECT_EQ(device.anchor[0], 0.5f);
         EXPECT_EQ(device.mode, 0u);
         EXPECT_EQ(device.params.records[0].value.f, 0.5f);
-        EXPECT_EQ(host.seedCalls, 0);
+        EXPECT_EQ(host.Seeds().Calls(), 0u);
     }
 }
 
@@ -189,7 +187,7 @@ TEST_F(StateTest, OlderRecordsAndBlocksLoad) {
         EXPECT_EQ(device.params.records[0].maximum.f, 2.0f);
         EXPECT_STREQ(device.params.records[0].description, "How much");
     }
-    EXPECT_EQ(host.seedCalls, 0);
+    EXPECT_EQ(host.Seeds().Calls(), 0u);
 }
 
 TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
@@ -201,9 +199,9 @@ TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
         if (version >= 8) bytes.U8(1).U8(1).F32(0.2f).F32(0.3f);
         if (version >= 9) bytes.U32(12345);
         bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
-        int before = host.seedCalls;
+        uint64_t before = host.Seeds().Calls();
         ASSERT_TRUE(Load(device, bytes.data)) << int(version);
-        EXPECT_EQ(host.seedCalls, before + 1);
+        EXPECT_EQ(host.Seeds().Calls(), before + 1);
         EXPECT_NE(device.seed, 12345);
         EXPECT_EQ(device.enabled, 1);
         EXPECT_EQ(device.bypassed, version >= 7 ? 1 : 0) << int(version);
@@ -234,64 +232,60 @@ TEST_F(StateTest, FixedListQuirks) {
     records.Raw(Record("Unknown", kParamReal, 7, 0).data);
     records.Raw(Record("Gain", kParamReal, bits, 0).data);
     records.Raw(Record("Action", kParamAction, 99, 0).data);
+    records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
     PlainDevice device;
     Declare(&device);
+    static const ParamSpec fixed[] = {{"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, kParamKeepOnLoad}};
+    DeclareParameters(&device, fixed);
     device.params.records[2].value.i = 5;
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 3).data));
+    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 4).data));
     EXPECT_EQ(device.params.records[0].value.f, 0.25f);  // loaded
     EXPECT_EQ(device.params.records[1].value.i, 1);      // missing from the file: default
     EXPECT_EQ(device.params.records[2].value.i, 5);      // kind 3 keeps its value
-    EXPECT_EQ(device.params.records.size(), 3u);
+    EXPECT_EQ(device.params.records[3].value.i, 3);      // kept on load: the constructor's
+    EXPECT_EQ(device.params.records.size(), 4u);
 }
 
-TEST_F(StateTest, KeepOnLoadFlagKeepsTheConstructorValue) {
-    PlainDevice device;
-    static const ParamSpec table[] = {
-        {"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, 2},
+// A dynamic list takes the records the file holds, whatever was declared.
+TEST_F(StateTest, DynamicListsTakeWhatTheFileHolds) {
+    Bytes choice, negative;
+    choice.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(kParamChoice).U32(0).Text("Mode", 32);
+    choice.U32(0).U32(0).U16(2).Text("a", 32).Text("b", 32);
+    negative.Raw("P1").U8(5).U32(0).U32(static_cast<uint32_t>(-3)).U32(5).U32(4).U32(0);
+    negative.Text("C", 32).U32(0).U32(0).U16(2).Text("x", 32).Text("y", 32);
+    const struct {
+        const char* what;
+        std::string records;
+        const char* name;
+        int32_t value;
+        std::vector<std::string> labels;
+    } cases[] = {
+        {"declared ones dropped", Record("Only", kParamInteger, 4, 0).data, "Only", 4, {}},
+        {"kind 3 values cleared", Record("Act", kParamAction, 77, 0).data, "Act", 0, {}},
+        // Label k lands at k - minimum: with minimum 1 the first is lost, with
+        // -3 both fall outside the list, which keeps its size.
+        {"labels shift by the minimum", choice.data, "Mode", 1, {"b", ""}},
+        {"a negative minimum stays in bounds", negative.data, "C", 0, {"", ""}},
     };
-    DeclareParameters(&device, table);
-    Bytes records;
-    records.Raw(Record("Fixed", kParamInteger, 8, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].value.i, 3);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        PlainDevice device;
+        device.params.dynamic = 1;
+        Declare(&device);
+        ASSERT_TRUE(Load(device, CurrentBlockWith(Bytes().Raw(c.records), 1).data));
+        ASSERT_EQ(device.params.records.size(), 1u);
+        const ParamRecord& got = device.params.records[0];
+        EXPECT_STREQ(got.name, c.name);
+        EXPECT_EQ(got.value.i, c.value);
+        std::vector<std::string> labels;
+        for (const ParamLabel& label : got.labels) labels.emplace_back(label.data());
+        EXPECT_EQ(labels, c.labels);
+    }
 }
 
-TEST_F(StateTest, ChoiceLabelsShiftByTheMinimum) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw("P1").U8(5).U32(1).U32(1).U32(2).U32(kParamChoice).U32(0).Text("Mode", 32);
-    records.U32(0).U32(0).U16(2).Text("a", 32).Text("b", 32);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    ASSERT_EQ(device.params.records.size(), 1u);
-    const ParamRecord& mode = device.params.records[0];
-    ASSERT_EQ(mode.labels.size(), 2u);
-    EXPECT_STREQ(mode.labels[0].data(), "b");
-    EXPECT_STREQ(mode.labels[1].data(), "");
-}
-
-TEST_F(StateTest, DynamicListTakesWhatTheFileHolds) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Declare(&device);
-    Bytes records;
-    records.Raw(Record("Only", kParamInteger, 4, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    ASSERT_EQ(device.params.records.size(), 1u);
-    EXPECT_STREQ(device.params.records[0].name, "Only");
-    EXPECT_EQ(device.params.records[0].value.i, 4);
-}
-
-TEST_F(StateTest, KindThreeValuesAreClearedInDynamicLists) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw(Record("Act", kParamAction, 77, 0).data);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].value.i, 0);
-}
-
-TEST_F(StateTest, BadBlockAndRecordTagsFail) {
+// Wrong tags, and counts and lengths no file of this size can hold: the
+// load fails without a huge allocation.
+TEST_F(StateTest, BadTagsAndHostileCountsFail) {
     std::string wrongBlock = CurrentBlockWith(Bytes(), 0).data;
     wrongBlock.replace(wrongBlock.find("PAR2"), 4, "PAR3");
     const struct {
@@ -300,9 +294,15 @@ TEST_F(StateTest, BadBlockAndRecordTagsFail) {
     } cases[] = {
         {"block tag", wrongBlock},
         {"record tag", CurrentBlockWith(Bytes().Raw("Q1"), 1).data},
+        {"huge record count", CurrentBlockWith(Bytes(), 0x7FFFFFFF).data},
+        {"huge description",
+         CurrentBlockWith(Bytes().Raw("P1").U8(5).U32(0).U32(0).U32(1).U32(1).U32(0).Text("G", 32).U32(0xFFFFFFF0), 1).data},
+        {"huge label count and range",
+         CurrentBlockWith(Bytes().Raw("P1").U8(5).U32(0).U32(0x80000000).U32(0x7FFFFFFF).U32(4).U32(0).Text("C", 32).U32(0).U32(0).U16(0x7FFF), 1).data},
     };
     for (const auto& c : cases) {
         PlainDevice device;
+        device.params.dynamic = 1;
         EXPECT_FALSE(Load(device, c.bytes)) << c.what;
     }
 }
@@ -311,42 +311,13 @@ TEST_F(StateTest, EveryTruncationFailsCleanly) {
     PlainDevice source;
     Declare(&source);
     std::string bytes = Save(source);
-    int outstanding = host.outstanding;
+    int64_t outstanding = Outstanding();
     for (size_t cut = 0; cut < bytes.size(); ++cut) {
         PlainDevice device;
         Declare(&device);
         EXPECT_FALSE(Load(device, bytes.substr(0, cut))) << "cut at " << cut;
     }
-    EXPECT_EQ(host.outstanding, outstanding);
-}
-
-TEST_F(StateTest, HostileCountsAndLengthsFailWithoutHugeAllocations) {
-    const struct {
-        const char* what;
-        Bytes records;
-        uint32_t count;
-    } cases[] = {
-        {"huge record count", Bytes(), 0x7FFFFFFF},
-        {"huge description", Bytes().Raw("P1").U8(5).U32(0).U32(0).U32(1).U32(1).U32(0).Text("G", 32).U32(0xFFFFFFF0), 1},
-        {"huge label count and range",
-         Bytes().Raw("P1").U8(5).U32(0).U32(0x80000000).U32(0x7FFFFFFF).U32(4).U32(0).Text("C", 32).U32(0).U32(0).U16(0x7FFF),
-         1},
-    };
-    for (const auto& c : cases) {
-        PlainDevice device;
-        device.params.dynamic = 1;
-        EXPECT_FALSE(Load(device, CurrentBlockWith(c.records, c.count).data)) << c.what;
-    }
-}
-
-TEST_F(StateTest, NegativeMinimumLabelsStayInBounds) {
-    PlainDevice device;
-    device.params.dynamic = 1;
-    Bytes records;
-    records.Raw("P1").U8(5).U32(0).U32(static_cast<uint32_t>(-3)).U32(5).U32(4).U32(0);
-    records.Text("C", 32).U32(0).U32(0).U16(2).Text("x", 32).Text("y", 32);
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 1).data));
-    EXPECT_EQ(device.params.records[0].labels.size(), 2u);
+    EXPECT_EQ(Outstanding(), outstanding);
 }
 
 TEST_F(StateTest, RandomCorruptionNeverCrashes) {

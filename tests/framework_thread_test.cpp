@@ -1,79 +1,70 @@
+// Thread helpers and row runs on the host's worker pool, at 0, 1, 2 and 8
+// workers: every item once, order, cancellation, failures, and the same bits
+// as one thread.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <mutex>
+#include <random>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
-#include "LeanHost.h"
+#include "TestDevices.h"
+#include "TestHost.h"
 #include "framework/ThreadHelper.h"
 
 namespace {
 
-using namespace Orogen;
+using namespace basekit::testing;
 
-class ThreadTest : public ::testing::TestWithParam<int> {
+class ThreadTest : public FrameworkTest, public ::testing::WithParamInterface<uint32_t> {
 protected:
-    lean::Host host{GetParam()};
-    lean::Installed installed{host};
+    void SetUp() override { host.Workers().Resize(GetParam()); }
+    uint64_t Asked() { return host.Workers().Accepted() + host.Workers().Refused(); }
+    PlainDevice device;
 };
 
-TEST_P(ThreadTest, IndexHelperRunsEveryItemOnce) {
+TEST_P(ThreadTest, IndexHelperRunsEveryItemOnceAndFailsAsItsItems) {
     for (uint32_t count : {0u, 1u, 2u, 7u, 500u}) {
         std::vector<std::atomic<int>> seen(count);
-        auto work = [&](uint32_t i) {
-            seen[i].fetch_add(1);
-            return true;
-        };
+        auto work = [&](uint32_t i) { return seen[i].fetch_add(1) >= 0; };
         ThreadHelperWrapper<decltype(work)> helper(count, work);
         EXPECT_TRUE(helper.Run()) << count;
         EXPECT_EQ(helper.doneCount.load(), count);
         for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(seen[i].load(), 1) << i;
         EXPECT_EQ(helper.threadCount.load(), 0);
         EXPECT_EQ(helper.activeCount.load(), 0);
+        if (count == 0) {
+            EXPECT_EQ(Asked(), 0u);  // nothing to do starts no workers
+        } else if (count == 500) {
+            EXPECT_EQ(host.Workers().Accepted() > 0, GetParam() > 0);
+        }
     }
-}
+    auto falseAt3 = [](uint32_t i) { return i != 3; };
+    ThreadHelperWrapper<decltype(falseAt3)> stops(50, falseAt3, GetParam() > 0);
+    EXPECT_FALSE(stops.Run());
+    EXPECT_TRUE(stops.stopped.load());
 
-TEST_P(ThreadTest, ZeroItemsStartNoWorkers) {
-    auto work = [](uint32_t) { return true; };
-    ThreadHelperWrapper<decltype(work)> helper(0, work);
-    EXPECT_TRUE(helper.Run());
-    EXPECT_EQ(host.pool.asked.load(), 0);
-}
-
-TEST_P(ThreadTest, FalseFromAnItemStopsAndFails) {
-    std::atomic<int> ran{0};
-    auto work = [&](uint32_t i) {
-        ran.fetch_add(1);
-        return i != 3;
-    };
-    ThreadHelperWrapper<decltype(work)> helper(50, work, GetParam() > 0);
-    EXPECT_FALSE(helper.Run());
-    EXPECT_TRUE(helper.stopped.load());
-}
-
-TEST_P(ThreadTest, QXExceptionInOneItemFailsTheRun) {
-    auto work = [](uint32_t i) -> bool {
+    auto qx = [](uint32_t i) -> bool {
         if (i == 10) throw QXException("item failed");
         return true;
     };
-    ThreadHelperWrapper<decltype(work)> helper(100, work);
-    EXPECT_FALSE(helper.Run());
-    EXPECT_TRUE(helper.failed.load());
-    EXPECT_EQ(helper.threadCount.load(), 0);
-}
+    ThreadHelperWrapper<decltype(qx)> fails(100, qx);
+    EXPECT_FALSE(fails.Run());
+    EXPECT_TRUE(fails.failed.load());
+    EXPECT_EQ(fails.threadCount.load(), 0);
 
-TEST_P(ThreadTest, OtherExceptionsReachTheCaller) {
-    auto work = [](uint32_t i) -> bool {
+    auto other = [](uint32_t i) -> bool {
         if (i == 20) throw std::logic_error("not ours");
         return true;
     };
-    ThreadHelperWrapper<decltype(work)> helper(40, work);
-    EXPECT_THROW(helper.Run(), std::logic_error);
-    EXPECT_EQ(helper.threadCount.load(), 0);
+    ThreadHelperWrapper<decltype(other)> throws(40, other);
+    EXPECT_THROW(throws.Run(), std::logic_error);
+    EXPECT_EQ(throws.threadCount.load(), 0);
 }
 
 // Squares item indices; results delivered in order are appended to `order`.
@@ -81,7 +72,6 @@ class Squares : public DeviceThreadHelper {
 public:
     struct Item : WorkItem {
         uint32_t value = 0;
-        uint64_t square = 0;
     };
     Squares(BuildProgress* progress, uint32_t count, bool ordered)
         : DeviceThreadHelper(progress, this), count(count) {
@@ -107,7 +97,6 @@ public:
         // Uneven work so that later items often finish first.
         volatile double sink = 0;
         for (uint32_t k = 0; k < (count - it->value) * 200; ++k) sink = sink + std::sqrt(k);
-        it->square = uint64_t(it->value) * it->value;
         std::lock_guard<std::mutex> guard(threadsMutex);
         threads.insert(std::this_thread::get_id());
         return true;
@@ -124,76 +113,239 @@ public:
     std::set<std::thread::id> threads;
 };
 
-TEST_P(ThreadTest, InOrderDeliveryUnderRealThreads) {
-    Squares helper(&host, 200, true);
-    ASSERT_TRUE(helper.Run());
-    ASSERT_EQ(helper.order.size(), 200u);
-    for (uint32_t i = 0; i < 200; ++i) EXPECT_EQ(helper.order[i], i);
-    EXPECT_EQ(helper.deleted.load(), 200);
-    EXPECT_EQ(host.reports.size(), 200u);
-    EXPECT_EQ(host.reports.back(), std::make_pair(200u, 200u));
-}
-
-TEST_P(ThreadTest, UnorderedDeliveryDeliversEverything) {
-    Squares helper(&host, 120, false);
-    ASSERT_TRUE(helper.Run());
-    std::vector<uint32_t> sorted = helper.order;
-    std::sort(sorted.begin(), sorted.end());
-    for (uint32_t i = 0; i < 120; ++i) EXPECT_EQ(sorted[i], i);
-}
-
-TEST_P(ThreadTest, CancellationStopsTheRun) {
-    host.cancelAfter = 5;
-    Squares helper(&host, 300, true);
-    EXPECT_FALSE(helper.Run());
-    EXPECT_TRUE(helper.cancelled.load());
-    EXPECT_LT(helper.order.size(), 300u);
-    EXPECT_EQ(helper.deleted.load(), 300);  // every item freed, run or not
-}
-
-TEST_P(ThreadTest, ExceptionInOneItemIsCaptured) {
-    Squares helper(&host, 100, true);
-    helper.failAt = 30;
-    EXPECT_FALSE(helper.Run());
-    EXPECT_TRUE(helper.failed.load());
-    EXPECT_EQ(helper.deleted.load(), 100);
-}
-
-TEST_P(ThreadTest, DroppedItemIsNotFatal) {
-    Squares helper(&host, 10, false);
-    helper.dropAt = 4;
-    EXPECT_TRUE(helper.Run());
-    EXPECT_EQ(helper.order.size(), 9u);
-    EXPECT_EQ(helper.droppedCount.load(), 1u);
+TEST_P(ThreadTest, DeviceHelperOrderCancellationAndFailures) {
+    const struct {
+        const char* what;
+        uint32_t count;
+        bool ordered;
+        uint32_t failAt, dropAt, cancelAt;
+        bool ok;
+        size_t delivered;
+    } cases[] = {
+        {"in order", 200, true, ~0u, ~0u, 0, true, 200},
+        {"any order", 120, false, ~0u, ~0u, 0, true, 120},
+        {"cancelled by the 5th report", 300, true, ~0u, ~0u, 5, false, 0},
+        {"QXException in item 30", 100, true, 30, ~0u, 0, false, 0},
+        {"item 4 dropped", 10, false, ~0u, 4, 0, true, 9},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        recorder.items.clear();
+        recorder.reports = 0;
+        recorder.cancelAt = c.cancelAt;
+        Squares helper(&recorder, c.count, c.ordered);
+        helper.failAt = c.failAt;
+        helper.dropAt = c.dropAt;
+        EXPECT_EQ(helper.Run(), c.ok);
+        EXPECT_EQ(helper.deleted.load(), static_cast<int>(c.count));  // every item freed, run or not
+        if (c.ok) {
+            EXPECT_EQ(helper.order.size(), c.delivered);
+            std::vector<uint32_t> sorted = helper.order;
+            std::sort(sorted.begin(), sorted.end());
+            if (c.ordered) {
+                EXPECT_EQ(helper.order, sorted);
+            }
+            EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
+            // A dropped item is not reported.
+            EXPECT_EQ(recorder.items.size(), c.delivered);
+            EXPECT_EQ(recorder.items.back(), std::make_pair(uint32_t(c.delivered), c.count));
+        }
+        EXPECT_EQ(helper.cancelled.load(), c.cancelAt != 0);
+        EXPECT_EQ(helper.failed.load(), c.failAt != ~0u);
+        if (c.cancelAt) {
+            EXPECT_LT(helper.order.size(), c.count);
+        }
+        EXPECT_EQ(helper.droppedCount.load(), c.dropAt != ~0u ? 1u : 0u);
+    }
 }
 
 TEST_P(ThreadTest, WithoutThreadsItemsRunInQueueOrderOnTheCaller) {
-    host.threadsAllowed = false;
-    Squares helper(&host, 20, false);
+    recorder.threadsAllowed = false;
+    Squares helper(&recorder, 20, false);
     ASSERT_TRUE(helper.Run());
-    EXPECT_EQ(host.pool.asked.load(), 0);
+    EXPECT_EQ(Asked(), 0u);
     for (uint32_t i = 0; i < 20; ++i) EXPECT_EQ(helper.order[i], i);
-    EXPECT_EQ(helper.threads.size(), 1u);
-    EXPECT_EQ(*helper.threads.begin(), std::this_thread::get_id());
+    EXPECT_EQ(helper.threads, std::set<std::thread::id>{std::this_thread::get_id()});
 }
 
-// Records which rows each job covered.
-class Rows : public ThreadHelperScanline {
-public:
-    Rows(BuildProgress* progress, int32_t first, int32_t last)
-        : ThreadHelperScanline(progress, nullptr, first, last) {}
-    bool ProcessRows(int32_t first, int32_t last) override {
-        std::lock_guard<std::mutex> guard(mutex);
-        for (int32_t y = first; y <= last; ++y) rows.push_back(y);
-        return true;
+// Rows first..last in `pieces`: the pieces handed out, every row once, and
+// the reports of each progress mode.
+TEST_P(ThreadTest, RunRowsCoversEveryRowOnceAndReports) {
+    const struct {
+        int32_t first, last;
+        uint32_t pieces, made;
+    } cases[] = {
+        {0, 99, 1, 1},    {0, 99, 16, 15},  {0, 99, 48, 34},   {1, 126, 16, 16},
+        {0, 9, 48, 10},   {5, 5, 16, 1},    {0, 1023, 48, 47}, {0, 0, 1, 1},
+    };
+    for (const auto& c : cases) {
+        for (RowProgress mode : {RowProgress::Pieces, RowProgress::Rows, RowProgress::None}) {
+            SCOPED_TRACE(::testing::Message() << c.first << ".." << c.last << " in " << c.pieces
+                                              << ", mode " << static_cast<int>(mode));
+            recorder.items.clear();
+            recorder.rows.clear();
+            BuildResultSet results;
+            BuildContext context = Context(Grid{1, c.last + 1}, &results);
+            std::mutex mutex;
+            std::vector<std::pair<int32_t, int32_t>> pieces;
+            auto work = [&](int32_t from, int32_t to) {
+                std::lock_guard<std::mutex> guard(mutex);
+                pieces.emplace_back(from, to);
+                return true;
+            };
+            ASSERT_TRUE(RunRows(context, &device, c.first, c.last, work, c.pieces, mode));
+            std::sort(pieces.begin(), pieces.end());
+            ASSERT_EQ(pieces.size(), c.made);
+            int32_t next = c.first;
+            for (const auto& [from, to] : pieces) {
+                EXPECT_EQ(from, next);
+                EXPECT_LE(from, to);
+                next = to + 1;
+            }
+            EXPECT_EQ(next, c.last + 1);
+            const int32_t rows = c.last - c.first + 1;
+            if (mode == RowProgress::Pieces) {
+                ASSERT_EQ(recorder.items.size(), c.made);
+                for (uint32_t k = 0; k < c.made; ++k)
+                    EXPECT_EQ(recorder.items[k], std::make_pair(k + 1, c.made));
+            } else {
+                EXPECT_TRUE(recorder.items.empty());
+            }
+            if (mode == RowProgress::Rows) {
+                // The last row of those done so far: rising, ending at the last.
+                ASSERT_EQ(recorder.rows.size(), c.made);
+                for (size_t k = 0; k < recorder.rows.size(); ++k) {
+                    EXPECT_EQ(recorder.rows[k].second, rows);
+                    if (k) {
+                        EXPECT_GT(recorder.rows[k].first, recorder.rows[k - 1].first);
+                    }
+                }
+                EXPECT_EQ(recorder.rows.back().first, c.last);
+            } else {
+                EXPECT_TRUE(recorder.rows.empty());
+            }
+        }
     }
-    std::mutex mutex;
-    std::vector<int32_t> rows;
-};
+    BuildResultSet results;
+    EXPECT_TRUE(RunRows(Context(Grid{1, 1}, &results), &device, 3, 2,
+                        [](int32_t, int32_t) -> bool { throw std::logic_error("ran"); }));
+}
 
-TEST_P(ThreadTest, ScanlinesCoverEveryRowOnce) {
-    for (int32_t height : {1, 5, 47, 48, 49, 100, 1024, 1025}) {
-        Rows helper(&host, 0, height - 1);
+TEST_P(ThreadTest, RunRowsFailures) {
+    const struct {
+        const char* what;
+        int32_t badRow;
+        int how;  // 0 false, 1 QXException, 2 another exception
+        uint32_t cancelAt;
+    } cases[] = {
+        {"a piece answers false", 40, 0, 0},
+        {"a piece throws QXException", 63, 1, 0},
+        {"another exception", 7, 2, 0},
+        {"cancelled by the 3rd report", -1, 0, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        recorder.reports = 0;
+        recorder.cancelAt = c.cancelAt;
+        BuildResultSet results;
+        BuildContext context = Context(Grid{1, 64}, &results);
+        auto work = [&](int32_t from, int32_t to) {
+            if (c.badRow < from || c.badRow > to) return true;
+            if (c.how == 1) throw QXException("bad row");
+            if (c.how == 2) throw std::logic_error("not ours");
+            return false;
+        };
+        if (c.how == 2)
+            EXPECT_THROW(RunRows(context, &device, 0, 63, work, 16), std::logic_error);
+        else
+            EXPECT_FALSE(RunRows(context, &device, 0, 63, work, 16));
+    }
+}
+
+// A simulation of N passes over rows 1..H-2 in 16 pieces, each pass after
+// the last; the caller reports between passes and stops when told to.
+TEST_P(ThreadTest, RunRowsPassesCancelBetweenPasses) {
+    const int32_t width = 9, height = 20, passes = 5;
+    for (uint32_t cancelAt : {0u, 1u, 3u}) {
+        SCOPED_TRACE(cancelAt);
+        recorder.rows.clear();
+        recorder.reports = 0;
+        recorder.cancelAt = cancelAt;
+        BuildResultSet results;
+        BuildContext context = Context(Grid{width, height}, &results);
+        std::vector<float> field(width * height, 0.0f);
+        int32_t done = 0;
+        for (int32_t pass = 0; pass < passes; ++pass) {
+            // Each row takes its northern neighbour of the previous pass plus one.
+            std::vector<float> before = field;
+            ASSERT_TRUE(ForEachRow(
+                context, &device, 1, height - 2,
+                [&](int32_t y) {
+                    for (int32_t x = 0; x < width; ++x)
+                        field[y * width + x] = before[(y - 1) * width + x] + 1.0f;
+                },
+                16, RowProgress::None));
+            ++done;
+            if (!ReportRow(context, &device, pass + 1, passes)) break;
+        }
+        EXPECT_EQ(done, cancelAt ? static_cast<int32_t>(cancelAt) : passes);
+        ASSERT_EQ(recorder.rows.size(), static_cast<size_t>(done));
+        for (int32_t k = 0; k < done; ++k)
+            EXPECT_EQ(recorder.rows[k], std::make_pair(k + 1, passes));
+        EXPECT_TRUE(recorder.items.empty());
+        for (int32_t y = 0; y < height; ++y) {
+            const float expected = y == 0 || y == height - 1 ? 0.0f : std::min(y, done);
+            for (int32_t x = 0; x < width; ++x) EXPECT_EQ(field[y * width + x], expected) << y;
+        }
+    }
+}
+
+// MapSamples and ZipSamples on fields and bitmaps against a plain loop.
+TEST_P(ThreadTest, MapAndZipSamplesMatchAPlainLoop) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> unit(-1.0f, 2.0f);
+    for (uint32_t kind : {kHeightField, kBitmap}) {
+        for (Grid grid : {Grid{37, 23}, Grid{1, 1}, Grid{5, 200}, Grid{0, 4}}) {
+            SCOPED_TRACE(::testing::Message() << kind << " " << grid.width << "x" << grid.height);
+            PacketRef a = NewPacket(kind, grid), b = NewPacket(kind, grid);
+            const uint64_t n = a->PointCount() * a->Channels();
+            for (uint64_t i = 0; i < n; ++i) a->samples[i] = unit(random);
+            for (uint64_t i = 0; i < n; ++i) b->samples[i] = unit(random);
+            std::vector<float> expected(a->samples, a->samples + n);
+            for (uint64_t i = 0; i < n; ++i) {
+                expected[i] = expected[i] * 0.75f + 0.125f;
+                expected[i] = expected[i] - b->samples[i] * 0.5f;
+            }
+            BuildResultSet results;
+            BuildContext context = Context(grid, &results);
+            ASSERT_TRUE(MapSamples(context, &device, *a, [](float v) { return v * 0.75f + 0.125f; }));
+            ASSERT_TRUE(ZipSamples(context, &device, *a, *b,
+                                   [](float x, float y) { return x - y * 0.5f; }));
+            EXPECT_EQ(std::vector<float>(a->samples, a->samples + n), expected);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Workers, ThreadTest, ::testing::Values(0u, 1u, 2u, 8u),
+                         [](const auto& info) { return std::to_string(info.param) + "Workers"; });
+
+// Scanline jobs cut as RunRows cuts them, on a pool of 2.
+TEST_F(FrameworkTest, ThreadScanlinesCoverEveryRowOnce) {
+    host.Workers().Resize(2);
+    class Rows : public ThreadHelperScanline {
+    public:
+        Rows(BuildProgress* progress, int32_t first, int32_t last)
+            : ThreadHelperScanline(progress, nullptr, first, last) {}
+        bool ProcessRows(int32_t first, int32_t last) override {
+            std::lock_guard<std::mutex> guard(mutex);
+            for (int32_t y = first; y <= last; ++y) rows.push_back(y);
+            return true;
+        }
+        std::mutex mutex;
+        std::vector<int32_t> rows;
+    };
+    for (int32_t height : {0, 1, 5, 47, 48, 49, 100, 1024, 1025}) {
+        Rows helper(&recorder, 0, height - 1);
         ASSERT_TRUE(helper.Run()) << height;
         std::sort(helper.rows.begin(), helper.rows.end());
         ASSERT_EQ(helper.rows.size(), static_cast<size_t>(height)) << height;
@@ -202,33 +354,18 @@ TEST_P(ThreadTest, ScanlinesCoverEveryRowOnce) {
     }
 }
 
-TEST_P(ThreadTest, EmptyScanlineRangeDoesNothing) {
-    Rows helper(&host, 0, -1);
-    EXPECT_TRUE(helper.Run());
-    EXPECT_TRUE(helper.rows.empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Workers, ThreadTest, ::testing::Values(0, 1, 2, 8),
-                         [](const auto& info) { return std::to_string(info.param) + "Workers"; });
-
-TEST(ThreadPoolRefusal, PoolThatRefusesRunsOnTheCaller) {
-    lean::Host host(0);
-    lean::Installed installed(host);
+TEST_F(FrameworkTest, ThreadPoolThatRefusesLeavesTheWorkToTheCaller) {
+    host.Workers().Resize(0);
     std::set<std::thread::id> threads;
-    auto work = [&](uint32_t) {
-        threads.insert(std::this_thread::get_id());
-        return true;
-    };
+    auto work = [&](uint32_t) { return threads.insert(std::this_thread::get_id()), true; };
     ThreadHelperWrapper<decltype(work)> helper(30, work);
     EXPECT_TRUE(helper.Run());
-    EXPECT_GT(host.pool.asked.load(), 0);
-    EXPECT_EQ(host.pool.granted.load(), 0);
-    EXPECT_EQ(threads.size(), 1u);
+    EXPECT_GT(host.Workers().Refused(), 0u);
+    EXPECT_EQ(host.Workers().Accepted(), 0u);
+    EXPECT_EQ(threads, std::set<std::thread::id>{std::this_thread::get_id()});
 }
 
-TEST(PacketRefThreads, CountsStayExactUnderConcurrentCopies) {
-    lean::Host host(0);
-    lean::Installed installed(host);
+TEST_F(FrameworkTest, PacketRefThreadCountsStayExactUnderConcurrentCopies) {
     {
         PacketRef shared = NewHeightField(Grid{2, 2});
         std::vector<std::thread> threads;
@@ -242,9 +379,9 @@ TEST(PacketRefThreads, CountsStayExactUnderConcurrentCopies) {
             });
         for (auto& t : threads) t.join();
         EXPECT_EQ(shared->refCount.load(), 1u);
-        EXPECT_EQ(host.livePackets.load(), 1);
+        EXPECT_EQ(LivePackets(), 1);
     }
-    EXPECT_EQ(host.livePackets.load(), 0);
+    EXPECT_EQ(LivePackets(), 0);
 }
 
 }  // namespace

@@ -127,6 +127,8 @@ TEST(HostPacket, CopiesAreIndependentAndPacketsGoWithTheirLastReference) {
         EXPECT_TRUE(SameBits(SamplesOf(original), before));
 
         Orogen::PacketRef shared = original;
+        EXPECT_EQ(original->refCount.load(), 2u);
+        shared = shared;  // self-assignment keeps it
         original.Release();
         EXPECT_EQ(HostPacket::Live(), live + 2);  // `shared` still holds it
         shared.Release();

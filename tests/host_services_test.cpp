@@ -118,6 +118,7 @@ TEST(HostServices, DialogAnswersDecideBetweenCommitAndRollback) {
             c.answer, [](Orogen::Device& d) { Orogen::GetParameter(&d, "Height")->f = 0.5f; });
         EXPECT_EQ(network.EditSettings("c"), c.result);
         EXPECT_EQ(Orogen::GetParameter(&device, "Height")->f, c.heightAfter);
+        EXPECT_STREQ(device.params.records[0].description, "The height to set the terrain level at");
         size_t edited = 0;
         for (const OwnerEvent& e : network.Events("c")) edited += e.kind == OwnerEvent::Edited;
         EXPECT_EQ(edited, c.edited);
@@ -191,24 +192,6 @@ TEST(HostServices, WorkerPoolRefusesWorkBeyondItsSize) {
             EXPECT_TRUE(pool.Submit(&Gate::Run, &again));
             pool.WaitIdle();
         }
-    }
-}
-
-TEST(HostServices, ThreadHelpersRunEveryItemOnceOnThePool) {
-    Host host;
-    for (uint32_t workers : {0u, 1u, 4u}) {
-        SCOPED_TRACE(workers);
-        host.Workers().Resize(workers);
-        uint64_t accepted = host.Workers().Accepted();
-        std::vector<std::atomic<int>> hits(5000);
-        auto item = [&](uint32_t index) {
-            hits[index].fetch_add(1);
-            return true;
-        };
-        Orogen::ThreadHelperWrapper<decltype(item)> helper(5000, item, true);
-        EXPECT_TRUE(helper.Run());
-        for (const auto& h : hits) ASSERT_EQ(h.load(), 1);
-        EXPECT_EQ(host.Workers().Accepted() > accepted, workers > 0);
     }
 }
 

@@ -1,6 +1,5 @@
 // Gradient and radial kernels against the ramp and shape formulas written out
-// here, plus the two devices' tables, saved state and builds through a small
-// in-test host.
+// here, plus the two devices' saved state and builds on the reference host.
 
 #include <gtest/gtest.h>
 
@@ -19,6 +18,8 @@
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/GradGen.h"
 #include "framework/Device.h"
+
+#include "TestHost.h"
 
 namespace basekit {
 namespace {
@@ -297,7 +298,7 @@ TEST(Radial, MatchesTheShapeFormulas) {
         {kRadialCone, 2.0f, 0.75f, 0.25f},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "shape " << c.shape << " radius " << c.radius);
+        SCOPED_TRACE(::testing::Message() << "shape " << c.shape << " radius " << c.radius);
         RadialGrid g(37, 29, -1.0, 2.0, -0.5, 1.5);
         g.setup.shape = c.shape;
         g.setup.radius = c.radius;
@@ -441,167 +442,18 @@ TEST(Radial, VisitsColumnByColumnAndReportsHundredths) {
 }
 
 // ---------------------------------------------------------------------------
-// Devices through a small host: allocator, seeds, packets.
+// The devices on the reference host's services.
 
-class TestPacket final : public QXPacket {
-public:
-    explicit TestPacket(uint32_t kind) : kind(kind) {}
-    PacketRef& Duplicate(PacketRef& out) override {
-        auto* copy = new TestPacket(kind);
-        copy->AllocateSamples(grid);
-        std::memcpy(copy->samples, samples, store.size() * sizeof(float));
-        out = PacketRef(copy);
-        return out;
-    }
-    bool ReadFromStream(std::istream&) override { return false; }
-    void ReleasePacket() override { delete this; }
-    void DiscardContents() override {}
-    bool AllowPagedOut(bool) override { return false; }
-    void AllocateSamples(const Grid& g) override {
-        grid = g;
-        // A recognisable value where nothing writes.
-        store.assign(PointCount() * Channels(), 0.125f);
-        samples = store.data();
-    }
-    uint32_t GetKind() const override { return kind; }
-
-private:
-    uint32_t kind;
-    std::vector<float> store;
-};
-
-class TestNetwork : public NetworkService {
-public:
-    PacketRef& CreatePacket(PacketRef& out, uint32_t kind) override {
-        out = PacketRef(new TestPacket(kind));
-        return out;
-    }
-    const char* GetSwapDirectory() override { return ""; }
-    void GetGlobalSettings(GlobalSettings& out) override { out = GlobalSettings(); }
-    void LogMessage(const char*) override {}
-    void DeviceDestroyed(Device*) override {}
-    void DeviceChanged(Device*) override {}
-};
-
-class TestAllocator : public HostAllocator {
-public:
-    void* Allocate(size_t size, uint32_t) override { return std::malloc(size); }
-    void Free(void* p) override { std::free(p); }
-};
-
-class TestSeeds : public SeedService {
-public:
-    int32_t NextSeed() override { return 4242; }
-};
-
-class TestProgress : public BuildProgress {
-public:
-    bool ReportItems(void*, uint32_t, uint32_t) override { return true; }
-    void ReportPercent(Device*, int32_t percent) override { percents.push_back(percent); }
-    bool ReportRow(Device*, int32_t row, int32_t total) override {
-        rows.push_back(row);
-        rowTotal = total;
-        return true;
-    }
-    std::vector<int32_t> percents, rows;
-    int32_t rowTotal = 0;
-};
-
-class GeneratorDevices : public testing::Test {
+class GeneratorDevices : public testing::FrameworkTest {
 protected:
-    void SetUp() override {
-        previous = Services();
-        services = {&network, &allocator, &seeds, nullptr, nullptr};
-        SetServices(&services);
-    }
-    void TearDown() override { SetServices(previous); }
-
     // Builds `device` on `grid` and returns its output 0.
-    PacketRef BuildOn(Device& device, const Grid& grid, BuildProgress* progress = nullptr) {
+    PacketRef BuildOn(Device& device, const Grid& grid) {
         BuildResultSet results;
-        BuildContext context = MakeBuildContext(grid, &results, progress);
-        EXPECT_EQ(device.Process(context), 1);
+        EXPECT_EQ(device.Process(Context(grid, &results)), 1);
         DeviceResult& result = doGetDevice(&results, &device);
         return result.outputs.empty() ? PacketRef() : result.outputs[0];
     }
-
-    TestNetwork network;
-    TestAllocator allocator;
-    TestSeeds seeds;
-    HostServices services{};
-    HostServices* previous = nullptr;
 };
-
-struct ParamRow {
-    const char* name;
-    uint32_t kind;
-    float value, minimum, maximum;
-    uint32_t options;
-    const char* description;  // null: none
-    std::vector<std::string> labels;
-};
-
-void ExpectTable(Device& device, const std::vector<ParamRow>& rows) {
-    ASSERT_EQ(device.params.records.size(), rows.size());
-    for (size_t n = 0; n < rows.size(); ++n) {
-        const ParamRecord& got = device.params.records[n];
-        const ParamRow& want = rows[n];
-        SCOPED_TRACE(want.name);
-        EXPECT_STREQ(got.name, want.name);
-        EXPECT_EQ(got.kind, want.kind);
-        if (want.kind == kParamReal) {
-            EXPECT_EQ(got.value.f, want.value);
-            EXPECT_EQ(got.minimum.f, want.minimum);
-            EXPECT_EQ(got.maximum.f, want.maximum);
-        } else {
-            EXPECT_EQ(got.value.i, static_cast<int32_t>(want.value));
-            EXPECT_EQ(got.minimum.i, static_cast<int32_t>(want.minimum));
-            EXPECT_EQ(got.maximum.i, static_cast<int32_t>(want.maximum));
-        }
-        EXPECT_EQ(got.options, want.options);
-        if (want.description)
-            EXPECT_STREQ(got.description, want.description);
-        else
-            EXPECT_EQ(got.description, nullptr);
-        ASSERT_EQ(got.labels.size(), want.labels.size());
-        for (size_t k = 0; k < want.labels.size(); ++k)
-            EXPECT_STREQ(got.labels[k].data(), want.labels[k].c_str());
-    }
-}
-
-TEST_F(GeneratorDevices, IdentityPortsAndParameters) {
-    GradGen grad;
-    EXPECT_EQ(std::string(grad.identity.tag, 4), "GRAD");
-    EXPECT_STREQ(grad.GetTypeName(), "Gradient");
-    EXPECT_STREQ(grad.GetDescription(), "Creates a uniform gradient in a given direction");
-    EXPECT_EQ(grad.GetCategory(), 1);
-    EXPECT_TRUE(grad.inputs.empty());
-    ASSERT_EQ(grad.outputs.size(), 1u);
-    EXPECT_EQ(grad.outputs[0]->kind, static_cast<uint32_t>(kHeightField));
-    ExpectTable(grad, {
-                          {"Direction", kParamInteger, 0, 0, 360, 0,
-                           "The angle of the gradient. 0 is North", {}},
-                          {"Width", kParamReal, 1.0f, 0.0f, 32.0f, 513,
-                           "The width of the gradient area", {}},
-                          {"Tiling", kParamChoice, 0, 0, 2, 0, nullptr,
-                           {"None", "Linear", "Discontinuous"}},
-                      });
-
-    CircularGrad radial;
-    EXPECT_EQ(std::string(radial.identity.tag, 4), "CGRD");
-    EXPECT_STREQ(radial.GetTypeName(), "Radial Grad");
-    EXPECT_STREQ(radial.GetDescription(), "Creates a radial gradient");
-    EXPECT_EQ(radial.GetCategory(), 1);
-    EXPECT_TRUE(radial.inputs.empty());
-    ASSERT_EQ(radial.outputs.size(), 1u);
-    EXPECT_EQ(radial.outputs[0]->kind, static_cast<uint32_t>(kHeightField));
-    ExpectTable(radial, {
-                            {"Radius", kParamReal, 1.0f, 0.0f, 64.0f, 513,
-                             "How large an area the gradient should cover", {}},
-                            {"Type", kParamChoice, 1, 0, 4, 0, "The type of radial gradient used",
-                             {"Spherical", "Gaussian", "Diamond", "Square", "Cone"}},
-                        });
-}
 
 // Saved state with its version byte replaced.
 std::string WithVersion(std::string bytes, uint8_t version) {
@@ -683,15 +535,14 @@ TEST_F(GeneratorDevices, GradientBuildUsesTheWorldExtentAndAnchor) {
     grid.y0 = -1.0;
     grid.y1 = 1.0;
     grad.params.records[1].value.f = 2.0f;  // Width
-    TestProgress progress;
-    PacketRef field = BuildOn(grad, grid, &progress);
+    PacketRef field = BuildOn(grad, grid);
     ASSERT_TRUE(field);
     EXPECT_EQ(field->grid.width, 21);
     for (int j = 0; j < grid.height; ++j)
         for (int i = 0; i < grid.width; ++i)
             EXPECT_NEAR(field->samples[j * grid.width + i], Clamp01((0.2 * i - 2.0) / 2.0 + 0.5), 1e-6);
-    EXPECT_EQ(progress.rows, (std::vector<int32_t>{0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(progress.rowTotal, 6);
+    EXPECT_EQ(recorder.rows, (std::vector<std::pair<int32_t, int32_t>>{
+                                 {0, 6}, {1, 6}, {2, 6}, {3, 6}, {4, 6}, {5, 6}}));
 }
 
 TEST_F(GeneratorDevices, RadialBuildUsesTheWorldExtentAndAnchor) {
@@ -707,8 +558,7 @@ TEST_F(GeneratorDevices, RadialBuildUsesTheWorldExtentAndAnchor) {
     grid.x1 = 8.0;  // 0.5 units per sample
     grid.y0 = -1.0;
     grid.y1 = 3.0;
-    TestProgress progress;
-    PacketRef field = BuildOn(radial, grid, &progress);
+    PacketRef field = BuildOn(radial, grid);
     ASSERT_TRUE(field);
     for (int j = 0; j < grid.height; ++j)
         for (int i = 0; i < grid.width; ++i) {
@@ -716,21 +566,18 @@ TEST_F(GeneratorDevices, RadialBuildUsesTheWorldExtentAndAnchor) {
             EXPECT_NEAR(field->samples[j * grid.width + i], Shape(kRadialCone, dx, dy, 2.0), 1e-6);
         }
     // 17 bands of one column: a rising percentage after each, ending at 100.
-    ASSERT_EQ(progress.percents.size(), 17u);
-    EXPECT_TRUE(std::is_sorted(progress.percents.begin(), progress.percents.end()));
-    EXPECT_EQ(progress.percents.front(), 5);
-    EXPECT_EQ(progress.percents.back(), 100);
+    ASSERT_EQ(recorder.percents.size(), 17u);
+    EXPECT_TRUE(std::is_sorted(recorder.percents.begin(), recorder.percents.end()));
+    EXPECT_EQ(recorder.percents.front(), 5);
+    EXPECT_EQ(recorder.percents.back(), 100);
 }
 
 TEST_F(GeneratorDevices, RadialGaussianOfZeroRadiusKeepsTheFreshField) {
     CircularGrad radial;
     radial.params.records[0].value.f = 0.0f;
-    Grid grid;
-    grid.width = 4;
-    grid.height = 4;
-    PacketRef field = BuildOn(radial, grid);
+    PacketRef field = BuildOn(radial, Grid{4, 4});
     ASSERT_TRUE(field);
-    for (int k = 0; k < 16; ++k) EXPECT_EQ(field->samples[k], 0.125f);
+    for (int k = 0; k < 16; ++k) EXPECT_EQ(field->samples[k], 0.0f);
 }
 
 }  // namespace
