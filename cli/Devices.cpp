@@ -98,16 +98,11 @@ json Globals(Orogen::Device& device) {
 json Answers(Orogen::Device& device) {
     char colour[16];
     std::snprintf(colour, sizeof colour, "0x%06X", static_cast<unsigned>(device.GetColor()));
-    bool (Orogen::Device::*const queries[])() = {
-        &Orogen::Device::OptionQuery1,  &Orogen::Device::OptionQuery4,
-        &Orogen::Device::OptionQuery5,  &Orogen::Device::OptionQuery6,
-        &Orogen::Device::OptionQuery7,  &Orogen::Device::OptionQuery8,
-        &Orogen::Device::OptionQuery9,  &Orogen::Device::OptionQuery10,
-        &Orogen::Device::OptionQuery11, &Orogen::Device::OptionQuery12};
-    const int numbers[] = {1, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-    json options = json::object();
-    for (size_t i = 0; i < std::size(numbers); ++i)
-        options[std::to_string(numbers[i])] = (device.*queries[i])();
+    const json options = {{"1", device.OptionQuery1()},   {"4", device.OptionQuery4()},
+                          {"5", device.OptionQuery5()},   {"6", device.OptionQuery6()},
+                          {"7", device.OptionQuery7()},   {"8", device.OptionQuery8()},
+                          {"9", device.OptionQuery9()},   {"10", device.OptionQuery10()},
+                          {"11", device.OptionQuery11()}, {"12", device.OptionQuery12()}};
     return {{"color", colour},
             {"displayMode", device.GetDisplayMode()},
             {"nodeWidth", device.GetNodeWidth()},
