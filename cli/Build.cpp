@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -169,20 +170,37 @@ struct ExportJob {
     std::string error;
 };
 
-// Runs export jobs beside the build and waits for them.
+// Runs export jobs beside the build on threads of their own, so that a file
+// waiting on the disk holds none of the pool the devices build on; the
+// encoders borrow the pool's idle workers. A job that finds every export
+// thread busy runs on the caller: fields never pile up waiting.
 class Exporter {
 public:
-    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings)
-        : pool(pool), settings(settings) {}
-    ~Exporter() { Wait(); }
+    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads)
+        : pool(pool), settings(settings) {
+        for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+    }
+    ~Exporter() {
+        Wait();
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            stopping = true;
+        }
+        wake.notify_all();
+        for (std::thread& worker : workers) worker.join();
+    }
 
     void Start(ExportJob& job) {
         {
             std::lock_guard<std::mutex> guard(mutex);
-            ++pending;
+            if (idleWorkers > queue.size()) {
+                queue.push_back(&job);
+                ++pending;
+                wake.notify_one();
+                return;
+            }
         }
-        auto* task = new Task{this, &job};
-        if (!pool.Submit(&Exporter::RunTask, task)) RunTask(task);
+        Write(job);
     }
     void Wait() {
         std::unique_lock<std::mutex> lock(mutex);
@@ -190,15 +208,20 @@ public:
     }
 
 private:
-    struct Task {
-        Exporter* exporter;
-        ExportJob* job;
-    };
-    static void RunTask(void* argument) {
-        std::unique_ptr<Task> task(static_cast<Task*>(argument));
-        task->exporter->Write(*task->job);
-        std::lock_guard<std::mutex> guard(task->exporter->mutex);
-        if (--task->exporter->pending == 0) task->exporter->idle.notify_all();
+    void Serve() {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            ++idleWorkers;
+            wake.wait(lock, [&] { return stopping || !queue.empty(); });
+            --idleWorkers;
+            if (queue.empty()) return;
+            ExportJob* job = queue.front();
+            queue.pop_front();
+            lock.unlock();
+            Write(*job);
+            lock.lock();
+            if (--pending == 0) idle.notify_all();
+        }
     }
     void Write(ExportJob& job) {
         auto start = std::chrono::steady_clock::now();
@@ -234,8 +257,11 @@ private:
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
     std::mutex mutex;
-    std::condition_variable idle;
-    size_t pending = 0;
+    std::condition_variable wake, idle;
+    std::deque<ExportJob*> queue;
+    size_t pending = 0, idleWorkers = 0;
+    bool stopping = false;
+    std::vector<std::thread> workers;
 };
 
 // Where paged outputs go while a build runs with a memory budget: a folder in
@@ -305,7 +331,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         jobs[i].entry = &project.exports[i];
         jobsOf.emplace(project.exports[i].device, &jobs[i]);
     }
-    Exporter exporter(network.GetHost().Workers(), settings);
+    // One export thread per build thread beyond the first; on one thread the
+    // caller writes each export after its device.
+    Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
