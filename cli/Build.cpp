@@ -2,10 +2,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <deque>
+#include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
@@ -110,6 +116,12 @@ std::string Seconds(double seconds) {
     return text;
 }
 
+std::string Megabytes(uint64_t bytes) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(bytes) / (1024.0 * 1024.0));
+    return text;
+}
+
 void PrintSummary(const Network& network, const BuildReport& report) {
     size_t idWidth = 6, typeWidth = 4, statusWidth = 6;
     for (const DeviceReport& d : report.devices) {
@@ -117,22 +129,24 @@ void PrintSummary(const Network& network, const BuildReport& report) {
         typeWidth = std::max(typeWidth, network.TypeOf(d.id).typeName.size());
         statusWidth = std::max(statusWidth, std::string(StatusName(d.status)).size());
     }
-    std::printf("%-*s  %-*s  %-*s  %9s\n", static_cast<int>(idWidth), "device",
+    std::printf("%-*s  %-*s  %-*s  %9s  %9s\n", static_cast<int>(idWidth), "device",
                 static_cast<int>(typeWidth), "type", static_cast<int>(statusWidth), "status",
-                "seconds");
+                "seconds", "peak MiB");
     for (const DeviceReport& d : report.devices) {
-        std::printf("%-*s  %-*s  %-*s  %9s", static_cast<int>(idWidth), d.id.c_str(),
+        std::printf("%-*s  %-*s  %-*s  %9s  %9s", static_cast<int>(idWidth), d.id.c_str(),
                     static_cast<int>(typeWidth), network.TypeOf(d.id).typeName.c_str(),
-                    static_cast<int>(statusWidth), StatusName(d.status), Seconds(d.seconds).c_str());
+                    static_cast<int>(statusWidth), StatusName(d.status), Seconds(d.seconds).c_str(),
+                    Megabytes(d.peakBytes).c_str());
         if (d.status != BuildStatus::Built && !d.message.empty()) std::printf("  %s", d.message.c_str());
         std::printf("\n");
     }
     std::printf("%zu devices in %s s\n", report.devices.size(), Seconds(report.seconds).c_str());
 }
 
-json Range(const Image& image) {
+json Range(const float* samples, size_t count) {
     float low = INFINITY, high = -INFINITY;
-    for (float v : image.samples) {
+    for (size_t i = 0; i < count; ++i) {
+        float v = samples[i];
         if (std::isnan(v)) continue;
         low = std::min(low, v);
         high = std::max(high, v);
@@ -140,6 +154,143 @@ json Range(const Image& image) {
     if (low > high) return json{nullptr, nullptr};
     return json{low, high};
 }
+
+// One export's files, written on the host's pool as soon as its device has
+// built; the packet it holds goes when it is done.
+struct ExportJob {
+    const ExportEntry* entry = nullptr;
+    Orogen::PacketRef packet;
+    // Results, read once every job is done.
+    bool ready = false;  // a height field or bitmap came
+    bool bitmap = false, mask = false;
+    int32_t width = 0, height = 0;
+    json files = json::object();
+    json range;
+    double seconds = 0.0;
+    std::string error;
+};
+
+// Runs export jobs beside the build on threads of their own, so that a file
+// waiting on the disk holds none of the pool the devices build on; the
+// encoders borrow the pool's idle workers. A job that finds every export
+// thread busy runs on the caller: fields never pile up waiting.
+class Exporter {
+public:
+    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads)
+        : pool(pool), settings(settings) {
+        for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+    }
+    ~Exporter() {
+        Wait();
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            stopping = true;
+        }
+        wake.notify_all();
+        for (std::thread& worker : workers) worker.join();
+    }
+
+    void Start(ExportJob& job) {
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            if (idleWorkers > queue.size()) {
+                queue.push_back(&job);
+                ++pending;
+                wake.notify_one();
+                return;
+            }
+        }
+        Write(job);
+    }
+    void Wait() {
+        std::unique_lock<std::mutex> lock(mutex);
+        idle.wait(lock, [&] { return pending == 0; });
+    }
+
+private:
+    void Serve() {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            ++idleWorkers;
+            wake.wait(lock, [&] { return stopping || !queue.empty(); });
+            --idleWorkers;
+            if (queue.empty()) return;
+            ExportJob* job = queue.front();
+            queue.pop_front();
+            lock.unlock();
+            Write(*job);
+            lock.lock();
+            if (--pending == 0) idle.notify_all();
+        }
+    }
+    void Write(ExportJob& job) {
+        auto start = std::chrono::steady_clock::now();
+        const Orogen::QXPacket& packet = *job.packet;
+        const basekit::host::ImageView image(packet.grid.width, packet.grid.height,
+                                             packet.GetKind() == Orogen::kBitmap ? 3 : 1,
+                                             packet.samples);
+        basekit::host::ParallelFor parallel = [this](size_t count,
+                                                     const std::function<void(size_t)>& body) {
+            pool.ParallelFor(count, body);
+        };
+        const std::pair<unsigned, const char*> writers[] = {{kPng, "png"}, {kR32, "r32"}, {kExr, "exr"}};
+        try {
+            for (const auto& [format, extension] : writers) {
+                if (!(settings.formats & format)) continue;
+                if (g_interrupted) return;
+                std::string fileName = job.entry->name + "." + extension;
+                fs::path path = settings.outputDir / fileName;
+                if (format == kPng) basekit::host::WritePng(path, image, 16, parallel);
+                if (format == kR32) basekit::host::WriteR32(path, image);
+                if (format == kExr) basekit::host::WriteExr(path, image);
+                job.files[extension] = fileName;
+            }
+            job.range = Range(image.samples, static_cast<size_t>(packet.PointCount()) * image.channels);
+        } catch (const std::exception& e) {
+            job.error = e.what();
+        }
+        job.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        // Kept only for the preview, which needs the first height field.
+        if (!settings.preview || image.channels != 1) job.packet.Release();
+    }
+
+    basekit::host::WorkerThreadPool& pool;
+    const BuildSettings& settings;
+    std::mutex mutex;
+    std::condition_variable wake, idle;
+    std::deque<ExportJob*> queue;
+    size_t pending = 0, idleWorkers = 0;
+    bool stopping = false;
+    std::vector<std::thread> workers;
+};
+
+// Where paged outputs go while a build runs with a memory budget: a folder in
+// the output folder, removed whatever ends the build.
+class SwapFolder {
+public:
+    SwapFolder(basekit::host::Host& host, const fs::path& outputDir) : host(host) {
+#ifdef _WIN32
+        int pid = _getpid();
+#else
+        int pid = static_cast<int>(getpid());
+#endif
+        folder = outputDir / (".orogen-swap-" + std::to_string(pid));
+        std::error_code error;
+        fs::create_directories(folder, error);
+        if (error) throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " + error.message());
+        previous = host.SwapDirectory();
+        host.Network().SetSwapDirectory(folder);
+    }
+    ~SwapFolder() {
+        std::error_code ignored;
+        if (fs::is_directory(previous, ignored)) host.Network().SetSwapDirectory(previous);
+        fs::remove_all(folder, ignored);
+    }
+
+private:
+    basekit::host::Host& host;
+    fs::path folder, previous;
+};
 
 }  // namespace
 
@@ -153,9 +304,12 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     PrepareOutputFolder(settings.outputDir);
 
     uint32_t threads = settings.threads ? settings.threads : std::max(1u, std::thread::hardware_concurrency());
+    basekit::host::SetExrThreads(threads > 1 ? static_cast<int>(threads) : 0);
     ProgressLine progress(stderr, !settings.quiet && isatty(fileno(stderr)));
     basekit::host::BuildOptions options;
     options.workers = threads - 1;
+    options.memoryBudget = settings.memoryBudget;
+    options.releaseOutputs = true;
     options.onDeviceStart = [&](const std::string& id, size_t position, size_t count) {
         progress.DeviceStarted(id, position, count);
     };
@@ -167,27 +321,56 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         progress.Fraction(id, percent / 100.0);
     };
 
+    std::optional<SwapFolder> swap;
+    if (settings.memoryBudget > 0) swap.emplace(network.GetHost(), settings.outputDir);
+
+    // Each export is written as soon as its device has built.
+    std::vector<ExportJob> jobs(project.exports.size());
+    std::multimap<std::string, ExportJob*> jobsOf;
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        jobs[i].entry = &project.exports[i];
+        jobsOf.emplace(project.exports[i].device, &jobs[i]);
+    }
+    // One export thread per build thread beyond the first; on one thread the
+    // caller writes each export after its device.
+    Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
+    options.onDeviceDone = [&](const DeviceReport& done) {
+        if (done.status != BuildStatus::Built) return;
+        auto [first, last] = jobsOf.equal_range(done.id);
+        for (auto at = first; at != last; ++at) {
+            ExportJob& job = *at->second;
+            Orogen::PacketRef packet = network.Output(job.entry->device, job.entry->output);
+            if (!packet || (packet->GetKind() != Orogen::kHeightField && packet->GetKind() != Orogen::kBitmap) ||
+                !packet->samples)
+                continue;
+            job.bitmap = packet->GetKind() == Orogen::kBitmap;
+            job.mask = packet->maskFlag != 0;
+            job.width = packet->grid.width;
+            job.height = packet->grid.height;
+            job.packet = std::move(packet);
+            job.ready = true;
+            exporter.Start(job);
+        }
+    };
+
     InterruptGuard guard(network);
     BuildReport report = network.Build(options);
+    exporter.Wait();
     progress.Finish();
     if (g_interrupted) {
-        std::fprintf(stderr, "orogen: interrupted; nothing written\n");
+        std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
         return kExitInterrupted;
     }
-
-    size_t formatCount = 0;
-    for (unsigned format : {kPng, kR32, kExr}) formatCount += (settings.formats & format) ? 1 : 0;
-    const size_t fileCount = project.exports.size() * formatCount;
-    size_t filesWritten = 0;
+    for (const ExportJob& job : jobs)
+        if (!job.error.empty()) throw std::runtime_error(job.error);
 
     json outputs = json::array();
     json missing = json::array();
-    std::optional<std::pair<Image, std::string>> firstField;
-    for (const ExportEntry& entry : project.exports) {
+    const ExportJob* previewOf = nullptr;
+    for (const ExportJob& job : jobs) {
+        const ExportEntry& entry = *job.entry;
         const DeviceReport* built = report.Find(entry.device);
-        Orogen::PacketRef packet;
-        if (built && built->status == BuildStatus::Built) packet = network.Output(entry.device, entry.output);
-        if (!packet || (packet->GetKind() != Orogen::kHeightField && packet->GetKind() != Orogen::kBitmap)) {
+        if (!job.ready) {
             std::string why;
             if (!built)
                 why = "\"" + entry.device + "\" was not built";
@@ -201,56 +384,39 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                                {"reason", why}});
             continue;
         }
-        Image image = network.OutputImage(entry.device, entry.output);
-        json files = json::object();
-        const std::pair<unsigned, const char*> writers[] = {{kPng, "png"}, {kR32, "r32"}, {kExr, "exr"}};
-        for (const auto& [format, extension] : writers) {
-            if (!(settings.formats & format)) continue;
-            if (g_interrupted) {
-                std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
-                return kExitInterrupted;
-            }
-            std::string fileName = entry.name + "." + extension;
-            fs::path path = settings.outputDir / fileName;
-            progress.DeviceStarted("writing " + fileName, filesWritten++, fileCount);
-            if (format == kPng) basekit::host::WritePng16(path, image);
-            if (format == kR32) basekit::host::WriteR32(path, image);
-            if (format == kExr) basekit::host::WriteExr(path, image);
-            files[extension] = fileName;
-        }
-        json range = Range(image);
         outputs.push_back({{"name", entry.name},
                            {"device", entry.device},
                            {"output", entry.output},
-                           {"kind", image.channels == 3 ? "bitmap" : "heightfield"},
-                           {"width", image.width},
-                           {"height", image.height},
-                           {"mask", packet->maskFlag != 0},
-                           {"min", range[0]},
-                           {"max", range[1]},
-                           {"files", files}});
-        if (settings.preview && !firstField && image.channels == 1)
-            firstField.emplace(std::move(image), entry.name);
+                           {"kind", job.bitmap ? "bitmap" : "heightfield"},
+                           {"width", job.width},
+                           {"height", job.height},
+                           {"mask", job.mask},
+                           {"min", job.range[0]},
+                           {"max", job.range[1]},
+                           {"files", job.files},
+                           {"seconds", job.seconds}});
+        if (settings.preview && !previewOf && job.packet) previewOf = &job;
     }
-
-    progress.Finish();
 
     json manifest;
     manifest["outputs"] = outputs;
     if (!missing.empty()) manifest["missing"] = missing;
-    if (settings.preview && firstField) {
-        Orogen::Grid grid = network.world.ToGrid();
-        Image picture = RenderPreview(firstField->first, grid, network.globals.waterLevel,
+    if (previewOf) {
+        const Orogen::QXPacket& packet = *previewOf->packet;
+        Image heights{packet.grid.width, packet.grid.height, 1,
+                      std::vector<float>(packet.samples, packet.samples + packet.PointCount())};
+        Image picture = RenderPreview(heights, network.world.ToGrid(), network.globals.waterLevel,
                                       network.globals.lightDirection);
         basekit::host::WritePng8(settings.outputDir / "preview.png", picture);
-        manifest["preview"] = {{"file", "preview.png"}, {"of", firstField->second}};
+        manifest["preview"] = {{"file", "preview.png"}, {"of", previewOf->entry->name}};
     }
     json devices = json::array();
     for (const DeviceReport& d : report.devices) {
         json item = {{"id", d.id},
                      {"type", network.TypeOf(d.id).typeName},
                      {"status", StatusName(d.status)},
-                     {"seconds", d.seconds}};
+                     {"seconds", d.seconds},
+                     {"peakBytes", d.peakBytes}};
         if (!d.message.empty()) item["message"] = d.message;
         devices.push_back(std::move(item));
     }

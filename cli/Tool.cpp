@@ -1,6 +1,7 @@
 #include "cli/Tool.h"
 
 #include <cerrno>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <fstream>
@@ -63,6 +64,28 @@ std::pair<int32_t, int32_t> ParseResolution(const std::string& text) {
     if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > (uint64_t{1} << 31))
         throw UsageError("--resolution: " + text + " is more than 2^31 points");
     return {size[0], size[1]};
+}
+
+uint64_t ParseMemory(const std::string& text) {
+    auto bad = [&]() {
+        return UsageError("--memory: \"" + text +
+                          "\" is not a size such as 512M or 8G (K, M, G, T: powers of 1024)");
+    };
+    uint64_t number = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || error != std::errc() || end == text.data()) throw bad();
+    std::string unit(end, text.data() + text.size());
+    for (char& c : unit) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (unit.size() > 1 && unit.back() == 'B') unit.pop_back();
+    if (unit.size() > 1 && unit.back() == 'I') unit.pop_back();
+    int shift = 0;
+    if (unit == "K") shift = 10;
+    else if (unit == "M") shift = 20;
+    else if (unit == "G") shift = 30;
+    else if (unit == "T") shift = 40;
+    else if (!unit.empty() && unit != "B") throw bad();
+    if (number == 0 || number > (UINT64_MAX >> shift)) throw bad();
+    return number << shift;
 }
 
 Project ReadProject(Host& host, const fs::path& file) {

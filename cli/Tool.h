@@ -41,6 +41,9 @@ struct BuildSettings {
     uint32_t threads = 0;  // total, the calling thread included; 0: one per core
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
+    // Bytes of stored outputs kept in memory; the rest is paged to a swap
+    // folder in the output folder. 0: no limit.
+    uint64_t memoryBudget = 0;
 };
 
 // "png,r32" -> formats; throws UsageError, also for a format this build
@@ -48,6 +51,9 @@ struct BuildSettings {
 unsigned ParseFormats(const std::string& text);
 // Every format this build writes, as --format takes them.
 std::string DefaultFormats();
+// "512M", "8G", "1048576" -> bytes (K, M, G, T are powers of 1024); throws
+// UsageError.
+uint64_t ParseMemory(const std::string& text);
 // "1024x768" -> (1024, 768); throws UsageError.
 std::pair<int32_t, int32_t> ParseResolution(const std::string& text);
 

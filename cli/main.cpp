@@ -27,6 +27,7 @@ struct BuildFlags {
     std::string formats = DefaultFormats();
     std::string resolution;
     uint32_t threads = 0;
+    std::string memory;
     bool quiet = false;
     bool preview = false;
 
@@ -36,6 +37,7 @@ struct BuildFlags {
         settings.formats = ParseFormats(formats);
         if (!resolution.empty()) settings.resolution = ParseResolution(resolution);
         settings.threads = threads;
+        if (!memory.empty()) settings.memoryBudget = ParseMemory(memory);
         settings.quiet = quiet;
         settings.preview = preview;
         return settings;
@@ -50,6 +52,9 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
     command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")
         ->check(CLI::Range(1u, 4096u));
+    command.add_option("--memory", flags.memory,
+                       "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
+                       "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
 }
 

@@ -13,6 +13,7 @@
 #ifdef _WIN32
 #include <process.h>
 #else
+#include <sys/mman.h>
 #include <unistd.h>
 #endif
 
@@ -22,6 +23,7 @@ namespace {
 
 std::atomic<uint64_t> g_live{0};
 std::atomic<uint64_t> g_residentBytes{0};
+std::atomic<uint64_t> g_peakBytes{0};
 std::atomic<uint64_t> g_swapSerial{0};
 
 // Swap file layout, little-endian: magic, format version, kind, width,
@@ -70,13 +72,52 @@ int ProcessId() {
 #endif
 }
 
+void AddResident(uint64_t bytes) {
+    uint64_t now = g_residentBytes.fetch_add(bytes) + bytes;
+    uint64_t peak = g_peakBytes.load();
+    while (now > peak && !g_peakBytes.compare_exchange_weak(peak, now)) {
+    }
+}
+
+#ifndef _WIN32
+// Fields this large are mapped on their own, on huge pages where the system
+// lends them: one fault per 2 MiB instead of per 4 KiB, pages zeroed once.
+constexpr uint64_t kMappedBytes = uint64_t{4} << 20;
+#endif
+
+// Zeroed floats, freed by FreeFloats with the same count.
 float* AllocateFloats(uint64_t count) {
     if (count == 0) return nullptr;
-    void* memory = std::calloc(static_cast<size_t>(count), sizeof(float));
+    void* memory = nullptr;
+#ifndef _WIN32
+    if (count * sizeof(float) >= kMappedBytes) {
+        void* mapped = mmap(nullptr, static_cast<size_t>(count * sizeof(float)),
+                            PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapped != MAP_FAILED) {
+#ifdef MADV_HUGEPAGE
+            madvise(mapped, static_cast<size_t>(count * sizeof(float)), MADV_HUGEPAGE);
+#endif
+            memory = mapped;
+        }
+    } else
+#endif
+        memory = std::calloc(static_cast<size_t>(count), sizeof(float));
     if (!memory)
         throw Orogen::QXException("Out of memory for a packet of " + std::to_string(count) +
                                   " samples.");
     return static_cast<float*>(memory);
+}
+
+void FreeFloats(float* samples, uint64_t count) {
+    if (!samples) return;
+#ifndef _WIN32
+    if (count * sizeof(float) >= kMappedBytes) {
+        munmap(samples, static_cast<size_t>(count * sizeof(float)));
+        return;
+    }
+#endif
+    static_cast<void>(count);
+    std::free(samples);
 }
 
 }  // namespace
@@ -122,9 +163,10 @@ uint64_t HostPacket::SampleCount() const {
 
 void HostPacket::FreeSamples() {
     if (!samples) return;
-    std::free(samples);
+    FreeFloats(samples, heldCount);
     samples = nullptr;
-    g_residentBytes.fetch_sub(SampleBytes());
+    g_residentBytes.fetch_sub(heldCount * sizeof(float));
+    heldCount = 0;
 }
 
 void HostPacket::RemoveSwapFile() {
@@ -154,7 +196,8 @@ void HostPacket::AllocateSamples(const Orogen::Grid& size) {
     FreeSamples();
     grid = wanted;
     samples = fresh;
-    g_residentBytes.fetch_add(count * sizeof(float));
+    heldCount = count;
+    AddResident(count * sizeof(float));
 }
 
 Orogen::PacketRef& HostPacket::Duplicate(Orogen::PacketRef& out) {
@@ -186,12 +229,13 @@ bool HostPacket::ReadFromStream(std::istream& in) {
         Checksum(reinterpret_cast<const unsigned char*>(fresh), length) == GetU64(header + 32) &&
         in.peek() == std::char_traits<char>::eof();
     if (!ok) {
-        std::free(fresh);
+        FreeFloats(fresh, length / sizeof(float));
         return false;
     }
     FreeSamples();
     samples = fresh;
-    g_residentBytes.fetch_add(length);
+    heldCount = length / sizeof(float);
+    AddResident(length);
     return true;
 }
 
@@ -250,6 +294,14 @@ uint64_t HostPacket::Live() {
 
 uint64_t HostPacket::ResidentBytes() {
     return g_residentBytes.load();
+}
+
+uint64_t HostPacket::PeakResidentBytes() {
+    return g_peakBytes.load();
+}
+
+void HostPacket::ResetPeak() {
+    g_peakBytes.store(g_residentBytes.load());
 }
 
 HostPacket* AsHostPacket(Orogen::QXPacket* packet) {

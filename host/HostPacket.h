@@ -48,6 +48,10 @@ class HostPacket final : public Orogen::QXPacket {
     // Packets alive, and bytes of resident samples, over all host packets.
     static uint64_t Live();
     static uint64_t ResidentBytes();
+    // The most resident bytes since the last ResetPeak (which starts it at
+    // the bytes resident then).
+    static uint64_t PeakResidentBytes();
+    static void ResetPeak();
 
   private:
     explicit HostPacket(uint32_t kind);
@@ -59,6 +63,8 @@ class HostPacket final : public Orogen::QXPacket {
     Orogen::CriticalSection section;
     // Where the swap file was written, while paged out.
     std::string swapFolder;
+    // Floats allocated for `samples`, whatever the grid says since.
+    uint64_t heldCount = 0;
 };
 
 // The packet as the host's own, or null for a packet of another maker.

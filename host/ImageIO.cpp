@@ -7,9 +7,11 @@
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStdIO.h>
+#include <ImfThreading.h>
 #endif
 #ifdef BASEKIT64_HAVE_LIBPNG
 #include <png.h>
+#include <zlib.h>
 #endif
 
 #include <algorithm>
@@ -21,6 +23,7 @@
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -95,7 +98,7 @@ long ProcessId() {
 }
 
 // Throws unless the image is one a writer can store.
-void CheckImage(const fs::path& path, const char* format, const Image& image) {
+void CheckImage(const fs::path& path, const char* format, const ImageView& image) {
     std::string reason;
     const uint64_t count = uint64_t(std::max(image.width, 0)) *
                            uint64_t(std::max(image.height, 0)) *
@@ -106,8 +109,10 @@ void CheckImage(const fs::path& path, const char* format, const Image& image) {
         reason = "unsupported channel count " + std::to_string(image.channels) + " (1 or 3)";
     } else if (count > kMaxImageSamples) {
         reason = "image too large (" + std::to_string(count) + " samples)";
-    } else if (image.samples.size() != count) {
-        reason = "image has " + std::to_string(image.samples.size()) + " samples, expected " +
+    } else if (image.samples == nullptr) {
+        reason = "image has no samples";
+    } else if (image.count != SIZE_MAX && image.count != count) {
+        reason = "image has " + std::to_string(image.count) + " samples, expected " +
                  std::to_string(image.width) + "x" + std::to_string(image.height) + "x" +
                  std::to_string(image.channels) + " = " + std::to_string(count);
     }
@@ -231,7 +236,7 @@ void PutChunk(std::FILE* file, const char* type, const std::vector<uint8_t>& dat
     Put(file, bytes.data(), bytes.size());
 }
 
-void WriteStoredPngTo(std::FILE* file, const Image& image, int bitDepth) {
+void WriteStoredPngTo(std::FILE* file, const ImageView& image, int bitDepth) {
     static const uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     Put(file, kSignature, sizeof kSignature);
     std::vector<uint8_t> header;
@@ -269,8 +274,7 @@ void WriteStoredPngTo(std::FILE* file, const Image& image, int bitDepth) {
         }
     };
     for (int32_t y = 0; y < image.height; ++y) {
-        QuantizeRow(image.samples.data() + size_t(y) * rowSamples, rowSamples, bitDepth,
-                    row.data() + 1);
+        QuantizeRow(image.samples + size_t(y) * rowSamples, rowSamples, bitDepth, row.data() + 1);
         for (size_t done = 0; done < rowBytes;) {
             const size_t take = std::min(rowBytes - done, kMaxBlock - block.size());
             block.insert(block.end(), row.begin() + done, row.begin() + done + take);
@@ -300,25 +304,11 @@ struct PngError {
 
 void PngOnWarning(png_structp, png_const_charp) {}
 
-void PngWriteData(png_structp png, png_bytep data, size_t n) {
-    if (std::fwrite(data, 1, n, static_cast<std::FILE*>(png_get_io_ptr(png))) != n) {
-        png_error(png, "write error");
-    }
-}
-
-void PngFlush(png_structp) {}
-
 void PngReadData(png_structp png, png_bytep data, size_t n) {
     if (std::fread(data, 1, n, static_cast<std::FILE*>(png_get_io_ptr(png))) != n) {
         png_error(png, "file is truncated or unreadable");
     }
 }
-
-struct PngWriteStruct {
-    png_structp png = nullptr;
-    png_infop info = nullptr;
-    ~PngWriteStruct() { png_destroy_write_struct(&png, &info); }
-};
 
 struct PngReadStruct {
     png_structp png = nullptr;
@@ -326,47 +316,175 @@ struct PngReadStruct {
     ~PngReadStruct() { png_destroy_read_struct(&png, &info, nullptr); }
 };
 
-struct PngWriteJob {
-    const float* samples;
-    png_uint_32 width, height;
-    int channels, bitDepth;
-    png_bytep row;  // room for one row
-};
-
-// The setjmp frame for writing: trivially destructible locals only.
-bool PngWrite(png_structp png, png_infop info, std::FILE* file, const PngWriteJob& job) {
-    if (setjmp(png_jmpbuf(png))) return false;
-    png_set_write_fn(png, file, PngWriteData, PngFlush);
-    png_set_IHDR(png, info, job.width, job.height, job.bitDepth,
-                 job.channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(png, info);
-    const size_t rowSamples = size_t(job.width) * job.channels;
-    for (png_uint_32 y = 0; y < job.height; ++y) {
-        QuantizeRow(job.samples + y * rowSamples, rowSamples, job.bitDepth, job.row);
-        png_write_row(png, job.row);
-    }
-    png_write_end(png, info);
-    return true;
+// Rows per band: from the width alone, so that the file is the same bytes
+// whatever the number of threads.
+size_t PngBandRows(size_t rowBytes) {
+    return std::max<size_t>(8, (size_t{1} << 18) / rowBytes);
 }
 
-void WritePng(const fs::path& path, const Image& image, int bitDepth) {
+// zlib level 2 with libpng's adaptive filter: on height fields about 14%
+// larger than libpng's default (level 6) in well under its time.
+constexpr int kPngLevel = 2;
+
+struct PngBand {
+    std::vector<uint8_t> bytes;  // raw deflate, ending on a byte boundary
+    uLong adler = 0;
+    uLong length = 0;  // uncompressed bytes
+};
+
+// PNG filters 0-4 of one row; `bpp` bytes per pixel.
+void FilterRow(int filter, const uint8_t* row, const uint8_t* prior, size_t n, size_t bpp,
+               uint8_t* out) {
+    for (size_t i = 0; i < n; ++i) {
+        const int a = i >= bpp ? row[i - bpp] : 0, b = prior[i], c = i >= bpp ? prior[i - bpp] : 0;
+        int predicted = 0;
+        switch (filter) {
+            case 1:
+                predicted = a;
+                break;
+            case 2:
+                predicted = b;
+                break;
+            case 3:
+                predicted = (a + b) / 2;
+                break;
+            case 4: {
+                const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b),
+                          pc = std::abs(p - c);
+                predicted = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;
+                break;
+            }
+            default:
+                break;
+        }
+        out[i] = uint8_t(row[i] - predicted);
+    }
+}
+
+// The filter whose bytes, read as signed, sum smallest (libpng's heuristic).
+int ChooseFilter(const uint8_t* row, const uint8_t* prior, size_t n, size_t bpp,
+                 std::vector<uint8_t>& scratch, uint8_t* out) {
+    uint64_t best = UINT64_MAX;
+    int chosen = 0;
+    for (int filter = 0; filter < 5; ++filter) {
+        FilterRow(filter, row, prior, n, bpp, scratch.data());
+        uint64_t sum = 0;
+        for (size_t i = 0; i < n; ++i) sum += uint64_t(std::abs(int(int8_t(scratch[i]))));
+        if (sum < best) {
+            best = sum;
+            chosen = filter;
+            std::memcpy(out, scratch.data(), n);
+        }
+    }
+    return chosen;
+}
+
+void DeflateInto(z_stream& z, PngBand& band, int flush) {
+    do {
+        if (band.bytes.size() - z.total_out < 64) band.bytes.resize(band.bytes.size() * 2 + 64);
+        z.next_out = band.bytes.data() + z.total_out;
+        z.avail_out = uInt(band.bytes.size() - z.total_out);
+        if (deflate(&z, flush) == Z_STREAM_ERROR) Fail("deflate failed");
+    } while (z.avail_in > 0 || z.avail_out == 0);
+}
+
+// Rows [y0, y1) filtered and deflated; the last band finishes the stream.
+void EncodePngBand(const ImageView& image, int bitDepth, int32_t y0, int32_t y1, bool last,
+                   PngBand& band) {
+    const size_t rowSamples = size_t(image.width) * image.channels;
+    const size_t rowBytes = rowSamples * (bitDepth / 8);
+    const size_t bpp = size_t(image.channels) * (bitDepth / 8);
+    std::vector<uint8_t> prior(rowBytes, 0), row(rowBytes), line(rowBytes + 1), scratch(rowBytes);
+    if (y0 > 0)
+        QuantizeRow(image.samples + size_t(y0 - 1) * rowSamples, rowSamples, bitDepth,
+                    prior.data());
+    z_stream z{};
+    if (deflateInit2(&z, kPngLevel, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+        Fail("cannot start deflate");
+    struct End {
+        z_stream& z;
+        ~End() { deflateEnd(&z); }
+    } end{z};
+    band.bytes.resize(deflateBound(&z, uLong((rowBytes + 1) * size_t(y1 - y0))) + 64);
+    band.adler = adler32(0, nullptr, 0);
+    for (int32_t y = y0; y < y1; ++y) {
+        QuantizeRow(image.samples + size_t(y) * rowSamples, rowSamples, bitDepth, row.data());
+        line[0] = uint8_t(ChooseFilter(row.data(), prior.data(), rowBytes, bpp, scratch,
+                                       line.data() + 1));
+        band.adler = adler32(band.adler, line.data(), uInt(line.size()));
+        band.length += uLong(line.size());
+        z.next_in = line.data();
+        z.avail_in = uInt(line.size());
+        DeflateInto(z, band, Z_NO_FLUSH);
+        std::swap(prior, row);
+    }
+    DeflateInto(z, band, last ? Z_FINISH : Z_SYNC_FLUSH);
+    band.bytes.resize(z.total_out);
+}
+
+void PutChunk(std::FILE* file, const char* type, const uint8_t* data, size_t n) {
+    uint8_t head[8];
+    for (int i = 0; i < 4; ++i) head[i] = uint8_t(uint32_t(n) >> (24 - 8 * i));
+    std::memcpy(head + 4, type, 4);
+    uLong crc = crc32(0, head + 4, 4);
+    if (n > 0) crc = crc32(crc, data, uInt(n));
+    uint8_t tail[4];
+    for (int i = 0; i < 4; ++i) tail[i] = uint8_t(uint32_t(crc) >> (24 - 8 * i));
+    Put(file, head, 8);
+    Put(file, data, n);
+    Put(file, tail, 4);
+}
+
+void EncodePng(const fs::path& path, const ImageView& image, int bitDepth,
+               const ParallelFor& parallel) {
     const char* format = PngFormat(bitDepth);
     CheckImage(path, format, image);
+    const size_t rowBytes = 1 + size_t(image.width) * image.channels * (bitDepth / 8);
+    const size_t bandRows = PngBandRows(rowBytes);
+    const size_t bandCount = (size_t(image.height) + bandRows - 1) / bandRows;
+    std::vector<PngBand> bands(bandCount);
+    std::vector<std::string> errors(bandCount);
+    auto encode = [&](size_t i) {
+        try {
+            const int32_t y0 = int32_t(i * bandRows);
+            const int32_t y1 = int32_t(std::min<size_t>(size_t(image.height), (i + 1) * bandRows));
+            EncodePngBand(image, bitDepth, y0, y1, i + 1 == bandCount, bands[i]);
+        } catch (const std::exception& e) {
+            errors[i] = e.what();
+        } catch (...) {
+            errors[i] = "out of memory";
+        }
+    };
+    if (parallel)
+        parallel(bandCount, encode);
+    else
+        for (size_t i = 0; i < bandCount; ++i) encode(i);
+    for (const std::string& error : errors)
+        if (!error.empty()) Fail(OnFile("write", format, path) + error);
+
     WriteAtomically(path, format, [&](std::FILE* file) {
-        PngError error;
-        PngWriteStruct s;
-        s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, PngOnError, PngOnWarning);
-        if (s.png != nullptr) s.info = png_create_info_struct(s.png);
-        if (s.info == nullptr) Fail("cannot initialise libpng");
-        std::vector<png_byte> row(size_t(image.width) * image.channels * (bitDepth / 8));
-        const PngWriteJob job{image.samples.data(),
-                              png_uint_32(image.width),
-                              png_uint_32(image.height),
-                              image.channels,
-                              bitDepth,
-                              row.data()};
-        if (!PngWrite(s.png, s.info, file, job)) Fail(error.message);
+        static const uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+        Put(file, kSignature, sizeof kSignature);
+        std::vector<uint8_t> header;
+        PutBigEndian32(header, uint32_t(image.width));
+        PutBigEndian32(header, uint32_t(image.height));
+        header.push_back(uint8_t(bitDepth));
+        header.push_back(image.channels == 1 ? 0 : 2);  // grey or RGB
+        header.insert(header.end(), {0, 0, 0});
+        PutChunk(file, "IHDR", header);
+        // One IDAT per band: the zlib header before the first, the checksum
+        // of the whole after the last.
+        uLong adler = adler32(0, nullptr, 0);
+        for (size_t i = 0; i < bandCount; ++i) {
+            std::vector<uint8_t>& bytes = bands[i].bytes;
+            adler = adler32_combine(adler, bands[i].adler, z_off_t(bands[i].length));
+            if (i == 0) bytes.insert(bytes.begin(), {0x78, 0x5e});  // deflate, 32 KiB, fast
+            if (i + 1 == bandCount)
+                for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(uint8_t(adler >> shift));
+            PutChunk(file, "IDAT", bytes.data(), bytes.size());
+            std::vector<uint8_t>().swap(bytes);
+        }
+        PutChunk(file, "IEND", nullptr, 0);
     });
 }
 
@@ -408,7 +526,7 @@ bool PngReadPixels(png_structp png, png_bytepp rows) {
 
 #else
 
-void WritePng(const fs::path& path, const Image& image, int bitDepth) {
+void EncodePng(const fs::path& path, const ImageView& image, int bitDepth, const ParallelFor&) {
     WriteStoredPng(path, image, bitDepth);
 }
 
@@ -460,13 +578,18 @@ void WriteTextFile(const fs::path& path, const std::string& text) {
     WriteAtomically(path, "text", [&](std::FILE* file) { Put(file, text.data(), text.size()); });
 }
 
-void WriteR32(const fs::path& path, const Image& image) {
+void WriteR32(const fs::path& path, const ImageView& image) {
     CheckImage(path, "r32", image);
+    const size_t count = size_t(image.width) * size_t(image.height) * size_t(image.channels);
     WriteAtomically(path, "r32", [&](std::FILE* file) {
+        if constexpr (std::endian::native == std::endian::little) {
+            Put(file, image.samples, count * sizeof(float));  // already the file's bytes
+            return;
+        }
         constexpr size_t kChunk = size_t{1} << 16;
         std::vector<unsigned char> bytes;
-        for (size_t start = 0; start < image.samples.size(); start += kChunk) {
-            const size_t n = std::min(kChunk, image.samples.size() - start);
+        for (size_t start = 0; start < count; start += kChunk) {
+            const size_t n = std::min(kChunk, count - start);
             bytes.resize(4 * n);
             for (size_t i = 0; i < n; ++i) {  // little-endian whatever the host's order
                 const uint32_t bits = std::bit_cast<uint32_t>(image.samples[start + i]);
@@ -477,15 +600,23 @@ void WriteR32(const fs::path& path, const Image& image) {
     });
 }
 
-void WritePng16(const fs::path& path, const Image& image) {
-    WritePng(path, image, 16);
+void WritePng16(const fs::path& path, const ImageView& image) {
+    EncodePng(path, image, 16, {});
 }
 
-void WritePng8(const fs::path& path, const Image& image) {
-    WritePng(path, image, 8);
+void WritePng8(const fs::path& path, const ImageView& image) {
+    EncodePng(path, image, 8, {});
 }
 
-void WriteStoredPng(const fs::path& path, const Image& image, int bitDepth) {
+void WritePng(const fs::path& path, const ImageView& image, int bitDepth,
+              const ParallelFor& parallel) {
+    if (bitDepth != 8 && bitDepth != 16)
+        Fail(OnFile("write", "PNG", path) + "unsupported bit depth " + std::to_string(bitDepth) +
+             " (8 or 16)");
+    EncodePng(path, image, bitDepth, parallel);
+}
+
+void WriteStoredPng(const fs::path& path, const ImageView& image, int bitDepth) {
     if (bitDepth != 8 && bitDepth != 16) {
         Fail(OnFile("write", "PNG", path) + "unsupported bit depth " + std::to_string(bitDepth) +
              " (8 or 16)");
@@ -496,7 +627,16 @@ void WriteStoredPng(const fs::path& path, const Image& image, int bitDepth) {
                     [&](std::FILE* file) { WriteStoredPngTo(file, image, bitDepth); });
 }
 
-void WriteExr(const fs::path& path, const Image& image) {
+void SetExrThreads(int threads) {
+#ifdef BASEKIT64_HAVE_OPENEXR
+    if (Imf::globalThreadCount() != std::max(threads, 0))
+        Imf::setGlobalThreadCount(std::max(threads, 0));
+#else
+    static_cast<void>(threads);
+#endif
+}
+
+void WriteExr(const fs::path& path, const ImageView& image) {
 #ifndef BASEKIT64_HAVE_OPENEXR
     static_cast<void>(image);
     Fail(NoExr("write", path));
@@ -511,7 +651,7 @@ void WriteExr(const fs::path& path, const Image& image) {
         Imf::FrameBuffer frame;
         const size_t xStride = sizeof(float) * image.channels;
         const size_t yStride = xStride * image.width;
-        char* base = reinterpret_cast<char*>(const_cast<float*>(image.samples.data()));
+        char* base = reinterpret_cast<char*>(const_cast<float*>(image.samples));
         const std::vector<const char*> names = ExrChannelNames(image.channels);
         for (size_t c = 0; c < names.size(); ++c) {
             header.channels().insert(names[c], Imf::Channel(Imf::FLOAT));

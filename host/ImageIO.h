@@ -11,8 +11,10 @@
 // removed and the previous file at `path`, if any, is left untouched.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 namespace basekit::host {
@@ -25,6 +27,28 @@ struct Image {
     int channels = 1;
     std::vector<float> samples;
 };
+
+// Samples laid out as in Image, owned elsewhere (a packet's): what the writers
+// take, so that exporting a field copies nothing.
+struct ImageView {
+    int32_t width = 0, height = 0;
+    int channels = 1;
+    const float* samples = nullptr;
+
+    ImageView() = default;
+    ImageView(int32_t width, int32_t height, int channels, const float* samples)
+        : width(width), height(height), channels(channels), samples(samples) {}
+    ImageView(const Image& image)  // NOLINT: an image is always viewable
+        : width(image.width), height(image.height), channels(image.channels),
+          samples(image.samples.data()), count(image.samples.size()) {}
+
+    // How many samples the owner holds; SIZE_MAX when it does not say.
+    size_t count = SIZE_MAX;
+};
+
+// Runs body(i) once for every i in [0, count), on as many threads as it has;
+// the caller returns when all have run. Empty: everything on the caller.
+using ParallelFor = std::function<void(size_t count, const std::function<void(size_t)>& body)>;
 
 // The most samples (width * height * channels) a reader allocates or a writer
 // accepts.
@@ -42,24 +66,35 @@ bool CanUseExr();
 // Text (a manifest, a network file) with the same guarantee as the images.
 void WriteTextFile(const std::filesystem::path& path, const std::string& text);
 
-void WriteR32(const std::filesystem::path& path, const Image& image);
+void WriteR32(const std::filesystem::path& path, const ImageView& image);
 
 // 16-bit PNG, grey for 1 channel and RGB for 3. Each value is clamped to 0..1
 // and mapped to round(v * 65535); NaN becomes 0. No gamma or colour-space
-// chunk is written.
-void WritePng16(const std::filesystem::path& path, const Image& image);
+// chunk is written. With libpng's zlib, the image is cut into bands of rows
+// set by the width alone, each deflated on its own and joined into one zlib
+// stream: the bytes do not depend on the threads that wrote them.
+void WritePng16(const std::filesystem::path& path, const ImageView& image);
 
 // 8-bit PNG preview, as WritePng16 but with round(v * 255).
-void WritePng8(const std::filesystem::path& path, const Image& image);
+void WritePng8(const std::filesystem::path& path, const ImageView& image);
+
+// WritePng8 (bitDepth 8) or WritePng16 (16) with the bands on `parallel`.
+void WritePng(const std::filesystem::path& path, const ImageView& image, int bitDepth,
+              const ParallelFor& parallel);
 
 // The same PNG as WritePng8 (bitDepth 8) or WritePng16 (bitDepth 16) give, but
 // with its image data in stored, uncompressed deflate blocks: the encoder of
 // builds without libpng, available in every build.
-void WriteStoredPng(const std::filesystem::path& path, const Image& image, int bitDepth);
+void WriteStoredPng(const std::filesystem::path& path, const ImageView& image, int bitDepth);
 
 // OpenEXR with 32-bit FLOAT pixels and ZIP compression: one channel "Y" for a
 // height field, "R", "G", "B" for a bitmap. Values are stored bit-exactly.
-void WriteExr(const std::filesystem::path& path, const Image& image);
+// Blocks are compressed on OpenEXR's own threads (SetExrThreads).
+void WriteExr(const std::filesystem::path& path, const ImageView& image);
+
+// OpenEXR's process-wide thread count for compressing blocks (0: none). Set
+// it before writing, not while a write runs. Does nothing without OpenEXR.
+void SetExrThreads(int threads);
 
 // Reads a raw float32 file; its size must be exactly
 // width * height * channels * 4 bytes.

@@ -487,6 +487,26 @@ BuildReport Network::Build(const BuildOptions& options) {
     progress.threadsAllowed = options.workers > 0;
     Orogen::BuildContext context = Orogen::MakeBuildContext(world.ToGrid(), building, &progress);
 
+    // When streaming: the position of the last device reading each output,
+    // and the outputs to drop after each position.
+    std::map<std::pair<const Node*, uint32_t>, size_t> lastRead;
+    std::vector<std::vector<std::pair<Node*, uint32_t>>> dropAfter(order.size());
+    if (options.releaseOutputs) {
+        std::map<const Node*, size_t> position;
+        for (size_t i = 0; i < order.size(); ++i) position[order[i]] = i;
+        for (size_t i = 0; i < order.size(); ++i) {
+            Orogen::Device* device = order[i]->device();
+            for (uint32_t k = 0; k < device->outputs.size(); ++k) {
+                size_t last = i;
+                for (Orogen::Port* input : device->outputs[k]->links)
+                    if (Node* reader = input ? NodeOf(input->owner) : nullptr)
+                        last = std::max(last, position[reader]);
+                lastRead[{order[i], k}] = last;
+                dropAfter[last].emplace_back(order[i], k);
+            }
+        }
+    }
+
     BuildReport report;
     for (size_t position = 0; position < order.size(); ++position) {
         Node& node = *order[position];
@@ -527,8 +547,10 @@ BuildReport Network::Build(const BuildOptions& options) {
             if (options.onDeviceStart) options.onDeviceStart(node.id, position, order.size());
             current = &node;
             size_t logged = host.Network().LogLines().size();
+            HostPacket::ResetPeak();
             Clock::time_point start = Clock::now();
             try {
+                if (options.releaseOutputs) HandOverLastReads(node, position, lastRead);
                 PushParameterValues(*device);
                 entry.processResult = device->Process(context);
                 switch (entry.processResult) {
@@ -563,6 +585,7 @@ BuildReport Network::Build(const BuildOptions& options) {
                 entry.message = "the build threw an unknown exception";
             }
             entry.seconds = SecondsSince(start);
+            entry.peakBytes = HostPacket::PeakResidentBytes();
             current = nullptr;
             // A framework error is caught inside the device; what it logged says more.
             std::vector<std::string> log = host.Network().LogLines();
@@ -594,6 +617,13 @@ BuildReport Network::Build(const BuildOptions& options) {
         node.status = entry.status;
         if (options.onDeviceDone) options.onDeviceDone(entry);
         report.devices.push_back(std::move(entry));
+        if (options.releaseOutputs) {
+            for (Orogen::PacketRef& packet : result.pushedInputs) packet.Release();
+            for (const auto& [producer, k] : dropAfter[position]) {
+                Orogen::DeviceResult& stored = Orogen::doGetDevice(building, producer->device());
+                if (k < stored.outputs.size()) stored.outputs[k].Release();
+            }
+        }
         if (options.memoryBudget > 0) EnforceBudget(order, position + 1, options.memoryBudget);
     }
 
@@ -601,6 +631,35 @@ BuildReport Network::Build(const BuildOptions& options) {
     report.cancelled = cancelRequested;
     report.seconds = SecondsSince(buildStart);
     return report;
+}
+
+// Inputs this device is the last to read, from an output it alone reads and no
+// one else holds, are handed over: the device may work on them in place.
+void Network::HandOverLastReads(
+    Node& node, size_t position,
+    const std::map<std::pair<const Node*, uint32_t>, size_t>& lastRead) {
+    Orogen::Device* device = node.device();
+    for (Orogen::Port* port : device->inputs) {
+        Node* from = port && port->peer ? NodeOf(port->peer->owner) : nullptr;
+        uint32_t index, where;
+        if (!from || !Orogen::FindPort(from->device(), port->peer, index, where) ||
+            where != Orogen::kWhereOutput)
+            continue;
+        auto last = lastRead.find({from, index});
+        if (last == lastRead.end() || last->second != position) continue;
+        const std::vector<Orogen::Port*>& readers = from->device()->outputs[index]->links;
+        if (std::count_if(readers.begin(), readers.end(), [&](const Orogen::Port* reader) {
+                return reader && reader->owner == device;
+            }) != 1)
+            continue;
+        Orogen::DeviceResult& source = Orogen::doGetDevice(building, from->device());
+        if (index >= source.outputs.size()) continue;
+        Orogen::PacketRef& slot = source.outputs[index];
+        if (!slot || !AsHostPacket(slot.get()) || slot->refCount.load() != 1) continue;
+        if (slot->pagedOut) slot->PageIn();
+        Orogen::PushInputs(building, {port}, &HandOver, &slot);
+        slot.Release();
+    }
 }
 
 void Network::PushParameterValues(Orogen::Device& device) {
@@ -641,6 +700,8 @@ void Network::EnforceBudget(const std::vector<Node*>& order, size_t done, uint64
             HostPacket* packet = outputs[k] ? AsHostPacket(outputs[k].get()) : nullptr;
             if (!packet || !seen.insert(packet).second || packet->pagedOut) continue;
             resident += packet->SampleBytes();
+            // Held elsewhere too (an export reading it): it stays.
+            if (packet->refCount.load() > 1) continue;
             // The soonest device still to build that reads this output.
             size_t nextUse = std::numeric_limits<size_t>::max();
             if (k < device->outputs.size())
@@ -671,9 +732,10 @@ void Network::EnforceBudget(const std::vector<Node*>& order, size_t done, uint64
 
 Orogen::PacketRef Network::Output(std::string_view id, uint32_t index) const {
     Node& node = NodeOf(id);
-    if (!results) return Orogen::PacketRef();
-    auto found = results->results.find(node.device());
-    if (found == results->results.end() || index >= found->second.outputs.size())
+    const Orogen::BuildResultSet* set = building ? building : results.get();
+    if (!set) return Orogen::PacketRef();
+    auto found = set->results.find(node.device());
+    if (found == set->results.end() || index >= found->second.outputs.size())
         return Orogen::PacketRef();
     Orogen::PacketRef packet = found->second.outputs[index];
     if (packet && packet->pagedOut) packet->PageIn();

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -55,6 +56,9 @@ struct DeviceReport {
     int32_t processResult = 0;  // what Process answered; 0 when it was not called
     std::string message;        // why it did not build, for people
     double seconds = 0.0;
+    // The most bytes of packet samples resident while it built: its own and
+    // every output still stored.
+    uint64_t peakBytes = 0;
 };
 
 struct BuildReport {
@@ -72,6 +76,13 @@ struct BuildOptions {
     // Bytes of stored outputs kept in memory; beyond it, outputs needed
     // latest are paged out. 0: no limit.
     uint64_t memoryBudget = 0;
+    // Streams the results: an output is dropped from the result set once the
+    // last device reading it has built (right after its own device, when
+    // none reads it), and an output read by one device only, and held by no
+    // one else, is handed to it instead of copied. Take what you keep in
+    // onDeviceDone, through Output(); after the build Output() answers only
+    // for what was not dropped.
+    bool releaseOutputs = false;
     std::function<void(const std::string& id, size_t position, size_t count)> onDeviceStart;
     std::function<void(const DeviceReport& report)> onDeviceDone;
     // Item and row progress, from any thread; false cancels the build.
@@ -149,7 +160,8 @@ class Network {
     // Stops the build in progress after its current device; any thread.
     void Cancel() { cancelRequested = true; }
 
-    // The packet stored on an output by the last build (paged in), or null.
+    // The packet stored on an output by the last build, or by the build in
+    // progress while one runs (paged in), or null.
     Orogen::PacketRef Output(std::string_view id, uint32_t index) const;
     // The same as an image (1 or 3 channels). Throws NetworkError when the
     // output holds nothing or no height field or bitmap.
@@ -184,6 +196,8 @@ class Network {
     uint32_t DataTypeSize(uint32_t type) const;
     void PushParameterValues(Orogen::Device& device);
     void EnforceBudget(const std::vector<Node*>& order, size_t done, uint64_t budget);
+    void HandOverLastReads(Node& node, size_t position,
+                           const std::map<std::pair<const Node*, uint32_t>, size_t>& lastRead);
 
     Host& host;
     std::vector<std::unique_ptr<Node>> nodes;

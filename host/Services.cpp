@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <new>
 
 #include "framework/Device.h"
@@ -142,6 +143,51 @@ bool WorkerThreadPool::Submit(void (*entry)(void*), void* argument) {
     accepted.fetch_add(1);
     wake.notify_one();
     return true;
+}
+
+void WorkerThreadPool::ParallelFor(size_t count, const std::function<void(size_t)>& body) {
+    struct Shared {
+        Shared(const std::function<void(size_t)>& body, size_t count) : body(body), count(count) {}
+        const std::function<void(size_t)>& body;
+        size_t count;
+        std::atomic<size_t> next{0};
+        std::mutex mutex;
+        std::condition_variable done;
+        size_t helpers = 0;
+        std::exception_ptr error;
+
+        void Run() {
+            for (size_t i; (i = next.fetch_add(1)) < count;) {
+                try {
+                    body(i);
+                } catch (...) {
+                    std::lock_guard<std::mutex> guard(mutex);
+                    if (!error) error = std::current_exception();
+                }
+            }
+        }
+        static void Help(void* argument) {
+            auto* shared = static_cast<Shared*>(argument);
+            shared->Run();
+            std::lock_guard<std::mutex> guard(shared->mutex);
+            if (--shared->helpers == 0) shared->done.notify_all();
+        }
+    } shared(body, count);
+    // Helpers that start after the work is gone return at once.
+    for (size_t i = 1; i < count; ++i) {
+        {
+            std::lock_guard<std::mutex> guard(shared.mutex);
+            ++shared.helpers;
+        }
+        if (Submit(&Shared::Help, &shared)) continue;
+        std::lock_guard<std::mutex> guard(shared.mutex);
+        --shared.helpers;
+        break;
+    }
+    shared.Run();
+    std::unique_lock<std::mutex> lock(shared.mutex);
+    shared.done.wait(lock, [&] { return shared.helpers == 0; });
+    if (shared.error) std::rethrow_exception(shared.error);
 }
 
 void WorkerThreadPool::Worker() {

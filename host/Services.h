@@ -118,6 +118,10 @@ class WorkerThreadPool final : public Orogen::WorkerPool {
     uint32_t Size() const;
     // Blocks until no work is queued or running.
     void WaitIdle();
+    // Runs body(i) once for every i in [0, count): on the caller and on the
+    // workers that take it (none need to); returns when all have run. The
+    // first exception a body throws is thrown here once all are done.
+    void ParallelFor(size_t count, const std::function<void(size_t)>& body);
 
     uint64_t Accepted() const { return accepted.load(); }
     uint64_t Refused() const { return refused.load(); }

@@ -41,7 +41,7 @@ TEST_F(FileInputTest, ReadsHeightfieldsAndImagesOfEveryFormat) {
     using Kind = FileInput::Kind;
     struct Case {
         const char* file;
-        void (*write)(const fs::path&, const Image&);
+        void (*write)(const fs::path&, const ImageView&);
         int fileChannels;
         Kind kind;
     };

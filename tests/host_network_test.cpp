@@ -381,6 +381,63 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
     EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
 }
 
+// Streamed: each output is seen once, when its device is done; an output read
+// by one device only is handed to it, not copied; nothing stays behind.
+TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
+    auto make = [&] {
+        auto network = MakeNetwork(64, 64);
+        network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = 1;
+        std::string previous = "ramp";
+        for (int i = 0; i < 4; ++i) {
+            std::string id = "add" + std::to_string(i);
+            network->AddDevice(id, "Test Add");
+            network->Connect(previous, 0, id, 0);
+            previous = id;
+        }
+        network->AddDevice("late", "Test Add");  // the ramp's second reader
+        network->Connect("ramp", 0, "late", 0);
+        return network;
+    };
+    auto plain = make();
+    ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 6u);
+    auto expected = AllOutputs(*plain);
+    const uint64_t before = HostPacket::ResidentBytes();
+
+    for (uint64_t budget : {uint64_t{0}, uint64_t{20000}}) {
+        SCOPED_TRACE(budget);
+        auto streamed = make();
+        BuildOptions options;
+        options.releaseOutputs = true;
+        options.memoryBudget = budget;
+        options.workers = 2;
+        std::map<std::string, std::vector<float>> seen;
+        std::map<std::string, const Orogen::QXPacket*> packets;
+        Orogen::PacketRef held;  // held by the caller: copied to its reader
+        options.onDeviceDone = [&](const DeviceReport& done) {
+            Orogen::PacketRef packet = streamed->Output(done.id, 0);
+            seen[done.id + "#0"] = SamplesOf(packet);
+            packets[done.id] = packet.get();
+            if (done.id == "add2") held = packet;
+        };
+        ASSERT_EQ(streamed->Build(options).Count(BuildStatus::Built), 6u);
+        EXPECT_EQ(seen.size(), expected.size());
+        for (const auto& [key, samples] : expected) {
+            SCOPED_TRACE(key);
+            EXPECT_TRUE(SameBits(samples, seen[key]));
+        }
+        // add0 copies the ramp (two readers); add1 works in add0's packet;
+        // add3 copies add2, which the caller held.
+        EXPECT_NE(packets["add0"], packets["ramp"]);
+        EXPECT_EQ(packets["add1"], packets["add0"]);
+        EXPECT_EQ(packets["add2"], packets["add1"]);
+        EXPECT_NE(packets["add3"], packets["add2"]);
+        EXPECT_TRUE(SameBits(SamplesOf(held), expected["add2#0"]));
+        held.Release();
+        for (const std::string& id : streamed->Ids()) EXPECT_FALSE(streamed->Output(id, 0)) << id;
+        EXPECT_EQ(HostPacket::ResidentBytes(), before);
+    }
+}
+
 TEST_F(NetworkTest, AStoredOutputThatCannotComeBackFailsItsReader) {
     auto network = MakeNetwork(64, 64);
     network->AddDevice("ramp", "Test Ramp");

@@ -195,6 +195,34 @@ TEST(HostServices, WorkerPoolRefusesWorkBeyondItsSize) {
     }
 }
 
+// The pool's own loop: every index once, also nested inside one of its
+// bodies (an encoder's bands inside an export), and a body's error comes back.
+TEST(HostServices, ParallelForRunsEveryIndexOnceAndReturnsErrors) {
+    for (uint32_t size : {0u, 1u, 3u}) {
+        SCOPED_TRACE(size);
+        WorkerThreadPool pool;
+        pool.Resize(size);
+        std::vector<std::atomic<int>> hits(40 * 50);
+        std::set<std::thread::id> threads;
+        std::mutex mutex;
+        pool.ParallelFor(40, [&](size_t outer) {
+            pool.ParallelFor(50, [&](size_t inner) {
+                hits[outer * 50 + inner].fetch_add(1);
+                std::lock_guard<std::mutex> guard(mutex);
+                threads.insert(std::this_thread::get_id());
+            });
+        });
+        for (const auto& h : hits) ASSERT_EQ(h.load(), 1);
+        EXPECT_LE(threads.size(), size + 1);
+        EXPECT_THROW(pool.ParallelFor(8,
+                                      [&](size_t i) {
+                                          if (i == 5) throw std::runtime_error("band 5");
+                                      }),
+                     std::runtime_error);
+        pool.WaitIdle();
+    }
+}
+
 TEST(HostServices, NetworkServiceAnswersAndRecords) {
     Host host;
     HostNetworkService& service = host.Network();

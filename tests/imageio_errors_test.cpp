@@ -12,7 +12,7 @@
 namespace basekit::host::testing {
 namespace {
 
-using Writer = void (*)(const fs::path&, const Image&);
+using Writer = void (*)(const fs::path&, const ImageView&);
 
 struct WriterCase {
     const char* name;
@@ -20,10 +20,10 @@ struct WriterCase {
     const char* extension;
 };
 
-void WriteStoredPng16(const fs::path& path, const Image& image) {
+void WriteStoredPng16(const fs::path& path, const ImageView& image) {
     WriteStoredPng(path, image, 16);
 }
-void WriteStoredPng8(const fs::path& path, const Image& image) {
+void WriteStoredPng8(const fs::path& path, const ImageView& image) {
     WriteStoredPng(path, image, 8);
 }
 
@@ -222,7 +222,8 @@ TEST(ReadFailure, TruncatedOrCorruptPng) {
     NEED_PNG_READER();
     TempDir dir;
     const fs::path path = dir / "p.png";
-    for (const Writer write : {WritePng16, WritePng8, WriteStoredPng16, WriteStoredPng8}) {
+    for (const Writer write :
+         std::initializer_list<Writer>{WritePng16, WritePng8, WriteStoredPng16, WriteStoredPng8}) {
         for (const int channels : {1, 3}) {
             write(path, MakeImage(5, 4, channels, Smooth));
             // Every byte of a PNG is covered by a CRC or checked otherwise.

@@ -220,7 +220,7 @@ TEST(ImageIO, PngHeadersMatchDepthAndChannels) {
     const Image grey = MakeImage(3, 2, 1, PngSample);
     const Image rgb = MakeImage(3, 2, 3, PngSample);
     const struct {
-        void (*write)(const fs::path&, const Image&);
+        void (*write)(const fs::path&, const ImageView&);
         const Image* image;
         int depth, colourType;
     } cases[] = {{WritePng16, &grey, 16, 0},

@@ -1,12 +1,14 @@
-// The uncompressed PNG encoder that builds without libpng write with, checked
-// where libpng and zlib exist: libpng reads back the exact values, every
-// chunk's CRC and the zlib stream's Adler-32 are right, and the stream is
-// made of stored blocks only.
+// The PNG encoders checked where libpng and zlib exist: the uncompressed one
+// that builds without libpng write with, and the banded one of every other
+// build. libpng reads back the exact values, every chunk's CRC and the zlib
+// stream's Adler-32 are right; stored blocks are stored, and the banded file
+// is the same bytes on one thread as on several.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "imageio_test_support.h"
@@ -33,6 +35,7 @@ const Case kCases[] = {
     {"Grey16_TwoFullBlocks", 128, 510, 1, 16},
     {"Rgb8_ManyBlocks", 300, 200, 3, 8},
     {"Rgb16_SeveralChunks", 700, 300, 3, 16},
+    {"Grey16_ManyBands", 1000, 333, 1, 16},
 };
 
 float Sample(size_t i) {
@@ -91,14 +94,20 @@ uint32_t BigEndian(const std::string& bytes, size_t at) {
            (uint32_t(uint8_t(bytes[at + 2])) << 8) | uint32_t(uint8_t(bytes[at + 3]));
 }
 
-TEST_P(StoredPng, ChunksAndStreamAreExact) {
-    const Case& c = GetParam();
-    const std::string file = ReadBytes(path);
-    ASSERT_EQ(file.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+struct Chunks {
+    std::string header, stream;  // IHDR's body, the IDATs' bodies joined
+    size_t idatChunks = 0;
+};
 
+// Walks the chunks, checking each CRC, and that the file is IHDR, IDATs,
+// IEND and nothing else.
+void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
+    ASSERT_EQ(file.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
     std::vector<std::string> types;
-    std::string header, stream;
-    size_t at = 8, idatChunks = 0;
+    std::string& header = out.header;
+    std::string& stream = out.stream;
+    size_t& idatChunks = out.idatChunks;
+    size_t at = 8;
     while (at + 12 <= file.size()) {
         const uint32_t length = BigEndian(file, at);
         ASSERT_LE(at + 12 + length, file.size());
@@ -125,6 +134,15 @@ TEST_P(StoredPng, ChunksAndStreamAreExact) {
         ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
     ihdr += {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
     EXPECT_EQ(header, ihdr);
+}
+
+TEST_P(StoredPng, ChunksAndStreamAreExact) {
+    const Case& c = GetParam();
+    Chunks chunks;
+    ReadChunks(ReadBytes(path), c, chunks);
+    if (HasFatalFailure()) return;
+    const std::string& stream = chunks.stream;
+    const size_t idatChunks = chunks.idatChunks;
 
     // The scanlines: filter byte 0, then the levels, big-endian.
     std::string raw;
@@ -180,6 +198,70 @@ TEST_P(StoredPng, ChunksAndStreamAreExact) {
 
     // Several IDAT chunks only for the largest, which holds over 1 MiB.
     EXPECT_EQ(idatChunks > 1, raw.size() > (size_t{1} << 20)) << idatChunks << " IDAT chunks";
+}
+
+// Undoes the PNG filters of `raw` (a filter byte, then the row).
+std::string Unfilter(const std::string& raw, size_t rowBytes, size_t bpp) {
+    std::string out, prior(rowBytes, '\0');
+    for (size_t at = 0; at + rowBytes + 1 <= raw.size(); at += rowBytes + 1) {
+        std::string row = raw.substr(at + 1, rowBytes);
+        for (size_t i = 0; i < rowBytes; ++i) {
+            const int a = i >= bpp ? uint8_t(row[i - bpp]) : 0, b = uint8_t(prior[i]),
+                      c = i >= bpp ? uint8_t(prior[i - bpp]) : 0;
+            const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
+            const int predicted[] = {0, a, b, (a + b) / 2, pa <= pb && pa <= pc ? a : pb <= pc ? b : c};
+            const int filter = uint8_t(raw[at]);
+            if (filter > 4) return "bad filter";
+            row[i] = char(uint8_t(row[i]) + predicted[filter]);
+        }
+        out += row;
+        prior = row;
+    }
+    return out;
+}
+
+TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
+    const Case& c = GetParam();
+    const fs::path one = dir / "one.png", many = dir / "many.png";
+    WritePng(one, image, c.bitDepth, {});
+    // Bands run backwards on several threads: order may not matter.
+    const ParallelFor threads = [](size_t count, const std::function<void(size_t)>& body) {
+        std::vector<std::thread> pool;
+        for (size_t t = 0; t < 3; ++t)
+            pool.emplace_back([&, t] {
+                for (size_t i = count; i-- > 0;)
+                    if (i % 3 == t) body(i);
+            });
+        for (std::thread& thread : pool) thread.join();
+    };
+    WritePng(many, image, c.bitDepth, threads);
+    const std::string file = ReadBytes(one);
+    EXPECT_TRUE(file == ReadBytes(many)) << "the threads changed the file";
+
+    Chunks chunks;
+    ReadChunks(file, c, chunks);
+    if (HasFatalFailure()) return;
+    const size_t rowSamples = size_t(c.width) * c.channels, depth = size_t(c.bitDepth / 8);
+    std::string raw(size_t(c.height) * (1 + rowSamples * depth), '\0');
+    uLongf size = uLongf(raw.size());
+    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &size,
+                         reinterpret_cast<const Bytef*>(chunks.stream.data()),
+                         uLong(chunks.stream.size())),
+              Z_OK);  // zlib checks the joined stream's Adler-32 too
+    ASSERT_EQ(size, raw.size());
+    std::string levels;
+    for (size_t i = 0; i < image.samples.size(); ++i) {
+        const unsigned v = Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255);
+        if (c.bitDepth == 16) levels += char(v >> 8);
+        levels += char(v & 0xff);
+    }
+    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) == levels);
+    const Image back = ReadPng(one);
+    ASSERT_EQ(back.samples.size(), image.samples.size());
+    for (size_t i = 0; i < image.samples.size(); ++i)
+        ASSERT_EQ(back.samples[i] * float(c.bitDepth == 16 ? 65535 : 255),
+                  float(Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255)))
+            << "sample " << i;
 }
 #endif
 
