@@ -236,7 +236,8 @@ void PutChunk(std::FILE* file, const char* type, const std::vector<uint8_t>& dat
     Put(file, bytes.data(), bytes.size());
 }
 
-void WriteStoredPngTo(std::FILE* file, const ImageView& image, int bitDepth) {
+// The signature and the IHDR chunk of a grey or RGB image.
+void PutPngHeader(std::FILE* file, const ImageView& image, int bitDepth) {
     static const uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     Put(file, kSignature, sizeof kSignature);
     std::vector<uint8_t> header;
@@ -246,6 +247,10 @@ void WriteStoredPngTo(std::FILE* file, const ImageView& image, int bitDepth) {
     header.push_back(image.channels == 1 ? 0 : 2);  // grey or RGB
     header.insert(header.end(), {0, 0, 0});         // deflate, filter set 0, not interlaced
     PutChunk(file, "IHDR", header);
+}
+
+void WriteStoredPngTo(std::FILE* file, const ImageView& image, int bitDepth) {
+    PutPngHeader(file, image, bitDepth);
 
     // Scanlines are a filter byte (0: none) and the samples; the zlib stream
     // holds them in blocks of at most 65535 bytes and is cut into IDAT chunks.
@@ -463,15 +468,7 @@ void EncodePng(const fs::path& path, const ImageView& image, int bitDepth,
         if (!error.empty()) Fail(OnFile("write", format, path) + error);
 
     WriteAtomically(path, format, [&](std::FILE* file) {
-        static const uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-        Put(file, kSignature, sizeof kSignature);
-        std::vector<uint8_t> header;
-        PutBigEndian32(header, uint32_t(image.width));
-        PutBigEndian32(header, uint32_t(image.height));
-        header.push_back(uint8_t(bitDepth));
-        header.push_back(image.channels == 1 ? 0 : 2);  // grey or RGB
-        header.insert(header.end(), {0, 0, 0});
-        PutChunk(file, "IHDR", header);
+        PutPngHeader(file, image, bitDepth);
         // One IDAT per band: the zlib header before the first, the checksum
         // of the whole after the last.
         uLong adler = adler32(0, nullptr, 0);
