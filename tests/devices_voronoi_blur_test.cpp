@@ -20,7 +20,6 @@ class DeviceTest : public HostTest {
     void SetUp() override {
         HostTest::SetUp();
         host->RegisterHostType(&Orogen::CreateDevice<TestColors>, 1, 8);
-        host->RegisterHostType(&Orogen::CreateDevice<Inverter>, 4, 12);
         host->Workers().Resize(3);
     }
 
@@ -75,17 +74,14 @@ std::vector<float> ExpectedVoronoi(Device& device, const World& world, const flo
     return out;
 }
 
-// Voronoi
-
 TEST_F(DeviceTest, VoronoiBuildsItsKernelOverTheWorld) {
-    struct Case {
+    const struct {
         int32_t style, distance;
         float scale, shape;
-    };
-    const Case cases[] = {{kCellF1, 0, 1.0f, 0.0f},       {kCellF2MinusF1, 1, 0.4f, 0.7f},
+    } cases[] = {{kCellF1, 0, 1.0f, 0.0f},       {kCellF2MinusF1, 1, 0.4f, 0.7f},
                           {kCellF1Cells, 2, 2.5f, -1.2f}, {kCellF4, 3, 0.05f, 2.0f},
                           {kCellF3Cells, 0, 0.3f, 0.5f}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE("style " + std::to_string(c.style));
         auto network = MakeNetwork();
         network->world = World{-2.0, 1.0, 6.0, 3.5, 70, 41, 1.0};
@@ -161,17 +157,12 @@ TEST_F(DeviceTest, VoronoiRandomizeStoresASeedAndTellsTheOwner) {
     GetParameter(&voronoi, "Random Seed")->i = 40000;  // out of range: any fresh seed differs
     EXPECT_TRUE(voronoi.OptionQuery2());
     EXPECT_LE(GetParameter(&voronoi, "Random Seed")->i, 32767);
+    EXPECT_GE(GetParameter(&voronoi, "Random Seed")->i, 0);
     bool edited = false;
     for (const OwnerEvent& e : network->Events("v")) edited |= e.kind == OwnerEvent::Edited;
     EXPECT_TRUE(edited);
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_TRUE(voronoi.OptionQuery2());
-        const int32_t seed = GetParameter(&voronoi, "Random Seed")->i;
-        EXPECT_GE(seed, 0);
-        EXPECT_LE(seed, 32767);
-    }
     // The action parameter's callback does the same.
-    GetParameter(&voronoi, "Random Seed")->i = 40000;  // out of range: any fresh seed differs
+    GetParameter(&voronoi, "Random Seed")->i = 40000;
     auto action = reinterpret_cast<bool (*)(Device*)>(GetParameter(&voronoi, "Randomize")->p);
     ASSERT_NE(action, nullptr);
     EXPECT_TRUE(action(&voronoi));
@@ -194,14 +185,13 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
     const std::string saved = SavedState(voronoi);
     ASSERT_EQ(saved.substr(0, 5), std::string("CELL\x02", 5));
 
-    struct Case {
+    const struct {
         uint8_t version;
         float scale, minimum, maximum;
-    };
-    const Case cases[] = {{2, 6.0f, 0.00625f, 24.0f},
+    } cases[] = {{2, 6.0f, 0.00625f, 24.0f},
                           {1, 6.0f * 0.00390625f, 0.015625f, 16.0f},
                           {0, 6.0f * 0.00390625f, 0.015625f, 16.0f}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE("version " + std::to_string(c.version));
         std::string bytes = saved;
         bytes[4] = static_cast<char>(c.version);
@@ -248,8 +238,6 @@ TEST_F(DeviceTest, VoronoiCopyTakesTheOtherDevicesPorts) {
     EXPECT_EQ(GetParameter(&to, "Scale")->f, 3.5f);
 }
 
-// Blur
-
 // What the device should produce: both passes (or the one motion pass) of
 // the plain convolution.
 std::vector<float> ExpectedBlur(const std::vector<float>& in, int32_t w, int32_t h, int32_t c,
@@ -267,17 +255,16 @@ std::vector<float> ExpectedBlur(const std::vector<float>& in, int32_t w, int32_t
 }
 
 TEST_F(DeviceTest, BlurBuildsEveryTypeOnFieldsAndBitmaps) {
-    struct Case {
+    const struct {
         const char* source;
         int32_t channels, type, radius;
         float direction;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"Test Ramp", 1, kBlurUniform, 3, 0.0f},    {"Test Ramp", 1, kBlurGaussian, 7, 0.0f},
         {"Test Ramp", 1, kBlurMotion, 5, 33.0f},    {"Test Colors", 3, kBlurUniform, 2, 0.0f},
         {"Test Colors", 3, kBlurGaussian, 9, 0.0f}, {"Test Colors", 3, kBlurMotion, 4, 150.0f},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.source) + " type " + std::to_string(c.type));
         auto network = MakeNetwork(61, 53);
         network->AddDevice("src", c.source);
@@ -302,18 +289,17 @@ TEST_F(DeviceTest, BlurRadiusFollowsTheDensityAndTheWidth) {
     // Radius 8 at 256 samples per world unit stays 8, at 512 it is 16, at 32
     // it truncates to 1, at 16 to 0 (the input passes through); a radius past
     // the width is cut to width - 1.
-    struct Case {
+    const struct {
         int32_t width, height;
         double extent;
         int32_t radius;
         bool independent;
         int32_t effective;
-    };
-    const Case cases[] = {{64, 20, 0.25, 8, true, 8},   {64, 20, 0.125, 8, true, 16},
+    } cases[] = {{64, 20, 0.25, 8, true, 8},   {64, 20, 0.125, 8, true, 16},
                           {64, 20, 2.0, 8, true, 1},    {64, 20, 4.0, 8, true, 0},
                           {64, 20, 1.0, 0, false, 0},   {17, 40, 1.0, 128, false, 16},
                           {64, 20, -1.0, 8, true, 0}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE("extent " + std::to_string(c.extent) + " radius " + std::to_string(c.radius));
         auto network = MakeNetwork(c.width, c.height);
         network->world.x1 = network->world.x0 + c.extent;
@@ -349,34 +335,18 @@ TEST_F(DeviceTest, DevicesThatCannotBuildFailAlone) {
     }
 }
 
-// The test devices' per-sample filter on both kinds, one thread and three.
-TEST_F(DeviceTest, InverterFlipsFieldsAndBitmaps) {
-    for (const char* source : {"Test Ramp", "Test Colors"}) {
-        auto network = MakeNetwork(23, 19);
-        network->AddDevice("src", source);
-        network->AddDevice("inv", "Test Inverter");
-        network->Connect("src", 0, "inv", 0);
-        const std::vector<float> got = BuildBothWays(*network, "inv");
-        std::vector<float> expected = SamplesOf(network->Output("src", 0));
-        for (float& v : expected) v = 1.0f - v;
-        EXPECT_TRUE(SameBits(got, expected)) << source;
-        EXPECT_EQ(network->Output("inv", 0)->GetKind(), network->Output("src", 0)->GetKind());
-    }
-}
-
 TEST_F(DeviceTest, BlurStateRoundTripsAndVersionOneTypesAreRenumbered) {
     auto network = MakeNetwork();
     Device& blur = network->AddDevice("b", "Blur");
     GetParameter(&blur, "Blur radius")->i = 42;
     GetParameter(&blur, "Direction")->f = 12.5f;
-    struct Case {
+    // Version 1 had four types: 2 was the box, 3 motion blur.
+    const struct {
         uint8_t version;
         int32_t stored, loaded;
-    };
-    // Version 1 had four types: 2 was the box, 3 motion blur.
-    const Case cases[] = {{2, 0, 0}, {2, 1, 1}, {2, 2, 2}, {1, 0, 0},
+    } cases[] = {{2, 0, 0}, {2, 1, 1}, {2, 2, 2}, {1, 0, 0},
                           {1, 1, 1}, {1, 2, 0}, {1, 3, 2}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE("version " + std::to_string(c.version) + " type " + std::to_string(c.stored));
         GetParameter(&blur, "Blur type")->i = c.stored;
         std::string bytes = SavedState(blur);
