@@ -12,8 +12,16 @@
 #include "devices/filters/GaussBlur.h"
 #include "devices/generators/CellularTex.h"
 #include "framework/Terrain.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit::reference {
+
+inline std::vector<VectorPath> AvailablePaths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
 
 // Cellular search: one cube at a time, no shortcuts.
 

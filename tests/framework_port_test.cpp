@@ -12,12 +12,6 @@ using namespace basekit::testing;
 
 using PortTest = FrameworkTest;
 
-TEST_F(PortTest, NamesKeep23Characters) {
-    TestAdd device;
-    device.inputs[0]->SetName("123456789012345678901234567890");
-    EXPECT_EQ(std::string(device.inputs[0]->name), "12345678901234567890123");
-}
-
 TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
     TestAdd a, b;
     a.owner = b.owner = &recorder;

@@ -28,13 +28,6 @@ Field RandomField(int w, int h, int c, uint32_t seed) {
     return f;
 }
 
-std::vector<VectorPath> AvailablePaths() {
-    std::vector<VectorPath> paths;
-    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
-        if (PathAvailable(p)) paths.push_back(p);
-    return paths;
-}
-
 Field Blur(const Field& in, int type, int R, int pass, const std::vector<float>& w, VectorPath path,
            int firstRow = 0, int lastRow = -1) {
     Field out(in.w, in.h, in.c);

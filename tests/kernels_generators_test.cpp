@@ -185,7 +185,9 @@ TEST(Radial, GaussianPeakAndThreshold) {
         RadialGrid g(5, 5, 0.0, 1.0, 0.0, 1.0, kRadialGaussian, radius);
         g.Run();
         EXPECT_FLOAT_EQ(g.At(2, 2), 1.0f) << radius;
-        if (radius < 1e-7f) EXPECT_EQ(g.At(0, 0), 0.0f);  // far tails flush to 0
+        if (radius < 1e-7f) {
+            EXPECT_EQ(g.At(0, 0), 0.0f);  // far tails flush to 0
+        }
     }
     // Below 1e-8 nothing is written: 2e-8 gives r = 1e-8 as a float, just
     // below 1e-8 as a double.

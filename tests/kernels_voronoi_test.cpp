@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -20,26 +21,8 @@ namespace {
 
 using namespace reference;
 
-// ---------------------------------------------------------------------------
-
-uint64_t Bits(double v) {
-    uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
-
-uint32_t Bits(float v) {
-    uint32_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
-
-std::vector<VectorPath> AvailablePaths() {
-    std::vector<VectorPath> paths;
-    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
-        if (PathAvailable(p)) paths.push_back(p);
-    return paths;
-}
+uint64_t Bits(double v) { return std::bit_cast<uint64_t>(v); }
+uint32_t Bits(float v) { return std::bit_cast<uint32_t>(v); }
 
 // Points that stress the floor and the cube borders: arbitrary (near and
 // far), whole, just either side of whole, negative, and exactly on feature
@@ -154,9 +137,6 @@ TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
     }
     EXPECT_GE(tested, 10);
 }
-
-// ---------------------------------------------------------------------------
-// Row kernel.
 
 // World positions of a grid's columns and rows spread over x0..x1, y0..y1,
 // as a build context in the usual coordinate mode gives them.
