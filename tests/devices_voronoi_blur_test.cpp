@@ -3,7 +3,6 @@
 // state and its older versions.
 
 #include <cmath>
-#include <sstream>
 
 #include "ReferenceKernels.h"
 #include "host_test_support.h"
@@ -11,6 +10,8 @@
 namespace basekit::host::testing {
 namespace {
 
+using basekit::testing::LoadBytes;
+using basekit::testing::SavedBytes;
 using Orogen::Device;
 using Orogen::GetParameter;
 using Orogen::PacketRef;
@@ -169,12 +170,6 @@ TEST_F(DeviceTest, VoronoiRandomizeStoresASeedAndTellsTheOwner) {
     EXPECT_LE(GetParameter(&voronoi, "Random Seed")->i, 32767);
 }
 
-std::string SavedState(Device& device) {
-    std::ostringstream out;
-    EXPECT_TRUE(device.Save(out));
-    return out.str();
-}
-
 TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
     auto network = MakeNetwork();
     Device& voronoi = network->AddDevice("v", "Voronoi");
@@ -182,7 +177,7 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
     GetParameter(&voronoi, "Style")->i = kCellF3MinusF1;
     GetParameter(&voronoi, "Distortion Enable")->i = 1;
     GetParameter(&voronoi, "Random Seed")->i = 31000;
-    const std::string saved = SavedState(voronoi);
+    const std::string saved = SavedBytes(voronoi);
     ASSERT_EQ(saved.substr(0, 5), std::string("CELL\x02", 5));
 
     const struct {
@@ -196,8 +191,7 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
         std::string bytes = saved;
         bytes[4] = static_cast<char>(c.version);
         Device& loaded = network->AddDevice(std::to_string(c.version), "Voronoi");
-        std::istringstream in(bytes);
-        ASSERT_TRUE(loaded.Load(in));
+        ASSERT_TRUE(LoadBytes(loaded, bytes));
         const Orogen::ParamRecord& scale =
             loaded.params.records[static_cast<size_t>(Orogen::FindParameter(loaded.params, "Scale"))];
         EXPECT_EQ(scale.value.f, c.scale);
@@ -211,16 +205,14 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
         EXPECT_NE(GetParameter(&loaded, "Randomize")->p, nullptr);
         if (c.version == 2) {
             loaded.seed = voronoi.seed;  // the one field the host draws afresh
-            EXPECT_EQ(SavedState(loaded), saved);
+            EXPECT_EQ(SavedBytes(loaded), saved);
         }
     }
 
     std::string wrong = saved;
     wrong[0] = 'X';
-    std::istringstream in(wrong);
-    EXPECT_FALSE(network->AddDevice("bad", "Voronoi").Load(in));
-    std::istringstream cut(saved.substr(0, saved.size() / 2));
-    EXPECT_FALSE(network->AddDevice("cut", "Voronoi").Load(cut));
+    EXPECT_FALSE(LoadBytes(network->AddDevice("bad", "Voronoi"), wrong));
+    EXPECT_FALSE(LoadBytes(network->AddDevice("cut", "Voronoi"), saved.substr(0, saved.size() / 2)));
 }
 
 TEST_F(DeviceTest, VoronoiCopyTakesTheOtherDevicesPorts) {
@@ -229,8 +221,7 @@ TEST_F(DeviceTest, VoronoiCopyTakesTheOtherDevicesPorts) {
     Device& to = network->AddDevice("to", "Voronoi");
     GetParameter(&from, "Distortion Enable")->i = 1;
     GetParameter(&from, "Scale")->f = 3.5f;
-    std::istringstream in(SavedState(from));
-    ASSERT_TRUE(from.Load(in));  // declares the input
+    ASSERT_TRUE(LoadBytes(from, SavedBytes(from)));  // declares the input
     to.CopyFrom(&from);
     ASSERT_EQ(to.inputs.size(), 1u);
     EXPECT_EQ(to.outputs.size(), 1u);
@@ -349,20 +340,18 @@ TEST_F(DeviceTest, BlurStateRoundTripsAndVersionOneTypesAreRenumbered) {
     for (const auto& c : cases) {
         SCOPED_TRACE("version " + std::to_string(c.version) + " type " + std::to_string(c.stored));
         GetParameter(&blur, "Blur type")->i = c.stored;
-        std::string bytes = SavedState(blur);
+        std::string bytes = SavedBytes(blur);
         ASSERT_EQ(bytes.substr(0, 5), std::string("BLUR\x02", 5));
         bytes[4] = static_cast<char>(c.version);
         Device& loaded = network->AddDevice(std::to_string(c.version * 10 + c.stored), "Blur");
-        std::istringstream in(bytes);
-        ASSERT_TRUE(loaded.Load(in));
+        ASSERT_TRUE(LoadBytes(loaded, bytes));
         EXPECT_EQ(GetParameter(&loaded, "Blur type")->i, c.loaded);
         EXPECT_EQ(GetParameter(&loaded, "Blur radius")->i, 42);
         EXPECT_EQ(GetParameter(&loaded, "Direction")->f, 12.5f);
     }
-    std::string wrong = SavedState(blur);
+    std::string wrong = SavedBytes(blur);
     wrong[1] = 'X';
-    std::istringstream in(wrong);
-    EXPECT_FALSE(network->AddDevice("bad", "Blur").Load(in));
+    EXPECT_FALSE(LoadBytes(network->AddDevice("bad", "Blur"), wrong));
 }
 
 }  // namespace

@@ -20,15 +20,6 @@ using namespace basekit::testing;
 
 using FieldsTest = FrameworkTest;
 
-std::string Message(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const QXException& e) {
-        return e.what();
-    }
-    return "";
-}
-
 TEST_F(FieldsTest, NewPacketLikeAndConvertPacket) {
     PacketRef field = NewHeightField(Grid{3, 2, -1.0, 2.0, 5.0, 4.0, 250.0});
     const float heights[] = {0.0f, 0.25f, 0.5f, 0.75f, 1.0f, 0.125f};
@@ -77,7 +68,7 @@ TEST_F(FieldsTest, CheckSameShapeNamesWhatDiffers) {
         PacketRef other;
         const char* message;
     } cases[] = {
-        {NewHeightField(Grid{4, 3, 9.0, 9.0, 10.0, 10.0}), ""},  // placement may differ
+        {NewHeightField(Grid{4, 3, 9.0, 9.0, 10.0, 10.0}), "no exception"},  // placement may differ
         {NewHeightField(Grid{5, 3}), "Size of packets don't match"},
         {NewHeightField(Grid{4, 2}), "Size of packets don't match"},
         {NewBitmap(Grid{4, 3}), "Kinds of packets don't match"},
@@ -86,8 +77,8 @@ TEST_F(FieldsTest, CheckSameShapeNamesWhatDiffers) {
     BuildContext context = Context(a->grid, &results);
     PlainDevice device;
     for (const auto& c : cases) {
-        EXPECT_EQ(Message([&] { CheckSameShape(*a, *c.other); }), c.message);
-        EXPECT_EQ(Message([&] { ZipSamples(context, &device, *a, *c.other, [](float x, float) { return x; }); }),
+        EXPECT_EQ(ThrownMessage([&] { CheckSameShape(*a, *c.other); }), c.message);
+        EXPECT_EQ(ThrownMessage([&] { ZipSamples(context, &device, *a, *c.other, [](float x, float) { return x; }); }),
                   c.message);
     }
 }
@@ -179,17 +170,6 @@ TEST_F(FieldsTest, SweepInteriorSeesItsOwnResults) {
     }
 }
 
-std::string Saved(Device& device) {
-    std::ostringstream out;
-    EXPECT_TRUE(device.Save(out));
-    return out.str();
-}
-
-bool Load(Device& device, const std::string& bytes) {
-    std::istringstream in(bytes);
-    return device.Load(in);
-}
-
 // Tag, version byte, the device's own fields, then the base state; the
 // fix-up of older versions after the load; a wrong tag or a newer version
 // fails.
@@ -197,7 +177,7 @@ TEST_F(FieldsTest, DeviceOfSavesItsFieldsAndFixesOlderStates) {
     TestShade shade;
     shade.stamp = 0x01020304;
     shade.params.records[1].value.f = 0.75f;
-    const std::string bytes = Saved(shade);
+    const std::string bytes = SavedBytes(shade);
     ASSERT_GT(bytes.size(), 9u);
     EXPECT_EQ(bytes.substr(0, 9), std::string("TSHD\x02\x04\x03\x02\x01", 9));
     EXPECT_EQ(bytes.substr(9, 4), "SPRK");
@@ -223,13 +203,13 @@ TEST_F(FieldsTest, DeviceOfSavesItsFieldsAndFixesOlderStates) {
     for (const auto& c : cases) {
         TestShade loaded;
         loaded.stamp = 99;
-        EXPECT_EQ(Load(loaded, c.bytes), c.ok) << c.what;
+        EXPECT_EQ(LoadBytes(loaded, c.bytes), c.ok) << c.what;
         EXPECT_EQ(loaded.stamp, c.stamp) << c.what;
         if (c.ok) {
             EXPECT_EQ(loaded.params.records[1].value.f, 0.75f) << c.what;
             loaded.stamp = shade.stamp;
             loaded.seed = shade.seed;
-            EXPECT_EQ(Saved(loaded), bytes) << c.what;
+            EXPECT_EQ(SavedBytes(loaded), bytes) << c.what;
         }
     }
 }

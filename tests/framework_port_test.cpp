@@ -137,12 +137,8 @@ TEST_F(PortTest, SetOutputNamesAndIgnoresExtraSlots) {
 
 TEST_F(PortTest, ResultSetMisuseThrows) {
     BuildResultSet results;
-    try {
-        doGetDevice(&results, nullptr);
-        FAIL();
-    } catch (const QXException& e) {
-        EXPECT_STREQ(e.what(), "Null device pointer to doGetDevice()!");
-    }
+    EXPECT_EQ(ThrownMessage([&] { doGetDevice(&results, nullptr); }),
+              "Null device pointer to doGetDevice()!");
     TestAdd device;
     DeviceResult& first = doGetDevice(&results, &device);
     EXPECT_EQ(first.outputs.size(), 1u);

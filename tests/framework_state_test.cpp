@@ -50,18 +50,6 @@ protected:
         };
         DeclareParameters(device, table);
     }
-
-    static bool Load(Device& device, const std::string& bytes) {
-        std::istringstream in(bytes);
-        return device.Load(in);
-    }
-
-    static std::string Save(Device& device) {
-        std::ostringstream out;
-        EXPECT_TRUE(device.Save(out));
-        return out.str();
-    }
-
 };
 
 Bytes BaseBlock(uint8_t version) {
@@ -72,7 +60,7 @@ Bytes BaseBlock(uint8_t version) {
 
 TEST_F(StateTest, PlainDeviceSaves68Bytes) {
     PlainDevice device;
-    std::string bytes = Save(device);
+    std::string bytes = SavedBytes(device);
     Bytes expected;
     expected.Raw("TEST").U8(1).Raw("SPRK").U8(9).Text("", 8).Text("", 24).U8(1).U8(0).U8(0);
     expected.F32(0.5f).F32(0.5f).U32(0).U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
@@ -82,7 +70,7 @@ TEST_F(StateTest, PlainDeviceSaves68Bytes) {
 TEST_F(StateTest, RecordsAreWrittenInTheCurrentVersion) {
     PlainDevice device;
     Declare(&device);
-    std::string bytes = Save(device);
+    std::string bytes = SavedBytes(device);
     Bytes gain;
     gain.Raw("P1").U8(5).F32(0.5f).F32(0.0f).F32(2.0f).U32(1).U32(513).Text("Gain", 32);
     gain.U32(9).Text("How much", 9).U32(0);
@@ -107,14 +95,14 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     source.placement[0] = 7;
     source.params.records[0].value.f = 1.5f;
     source.params.records[1].value.i = 2;
-    std::string bytes = Save(source);
+    std::string bytes = SavedBytes(source);
 
     PlainDevice copy;
     Declare(&copy);
     host.Seeds().SetStart(900);
     basekit::host::SeedSource same;
     same.SetStart(900);
-    ASSERT_TRUE(Load(copy, bytes));
+    ASSERT_TRUE(LoadBytes(copy, bytes));
     EXPECT_STREQ(copy.name, "Saved");
     EXPECT_EQ(copy.enabled, 0);
     EXPECT_EQ(copy.bypassed, 1);
@@ -127,7 +115,7 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     EXPECT_EQ(host.Seeds().Calls(), 1u);
     EXPECT_EQ(copy.params.records[0].value.f, 1.5f);
     EXPECT_EQ(copy.params.records[1].value.i, 2);
-    EXPECT_EQ(Save(copy).substr(0, 40), bytes.substr(0, 40));
+    EXPECT_EQ(SavedBytes(copy).substr(0, 40), bytes.substr(0, 40));
 }
 
 TEST_F(StateTest, OldBaseVersions) {
@@ -140,7 +128,7 @@ TEST_F(StateTest, OldBaseVersions) {
         device.mode = 1;
         Bytes bytes = BaseBlock(version);
         bytes.Text("Old name", 24);
-        ASSERT_TRUE(Load(device, bytes.data)) << int(version);
+        ASSERT_TRUE(LoadBytes(device, bytes.data)) << int(version);
         EXPECT_EQ(std::memcmp(device.placement, "placemnt", 8), 0);
         EXPECT_STREQ(device.name, version == 3 ? "Old name" : "Before");
         EXPECT_EQ(device.anchor[0], 0.5f);
@@ -167,7 +155,7 @@ TEST_F(StateTest, OlderRecordsAndBlocksLoad) {
     for (uint8_t recordVersion = 1; recordVersion <= 5; ++recordVersion) {
         PlainDevice device;
         Declare(&device);
-        ASSERT_TRUE(Load(device, OldRecordBlock(4, recordVersion).data)) << int(recordVersion);
+        ASSERT_TRUE(LoadBytes(device, OldRecordBlock(4, recordVersion).data)) << int(recordVersion);
         EXPECT_EQ(device.params.records[0].value.f, 1.25f) << int(recordVersion);
         EXPECT_STREQ(device.name, "Name4");
         // The declared range and description are never replaced.
@@ -187,7 +175,7 @@ TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
         if (version >= 9) bytes.U32(12345);
         bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
         uint64_t before = host.Seeds().Calls();
-        ASSERT_TRUE(Load(device, bytes.data)) << int(version);
+        ASSERT_TRUE(LoadBytes(device, bytes.data)) << int(version);
         EXPECT_EQ(host.Seeds().Calls(), before + 1);
         EXPECT_NE(device.seed, 12345);
         EXPECT_EQ(device.enabled, 1);
@@ -225,7 +213,7 @@ TEST_F(StateTest, FixedListQuirks) {
     static const ParamSpec fixed[] = {{"Fixed", kParamInteger, 3, 0, 9, 0, nullptr, {}, kParamKeepOnLoad}};
     DeclareParameters(&device, fixed);
     device.params.records[2].value.i = 5;
-    ASSERT_TRUE(Load(device, CurrentBlockWith(records, 4).data));
+    ASSERT_TRUE(LoadBytes(device, CurrentBlockWith(records, 4).data));
     EXPECT_EQ(device.params.records[0].value.f, 0.25f);  // loaded
     EXPECT_EQ(device.params.records[1].value.i, 1);      // missing from the file: default
     EXPECT_EQ(device.params.records[2].value.i, 5);      // kind 3 keeps its value
@@ -259,7 +247,7 @@ TEST_F(StateTest, DynamicListsTakeWhatTheFileHolds) {
         PlainDevice device;
         device.params.dynamic = 1;
         Declare(&device);
-        ASSERT_TRUE(Load(device, CurrentBlockWith(Bytes().Raw(c.records), 1).data));
+        ASSERT_TRUE(LoadBytes(device, CurrentBlockWith(Bytes().Raw(c.records), 1).data));
         ASSERT_EQ(device.params.records.size(), 1u);
         const ParamRecord& got = device.params.records[0];
         EXPECT_STREQ(got.name, c.name);
@@ -295,7 +283,7 @@ TEST_F(StateTest, BadTagsAndHostileCountsFail) {
         PlainDevice device;
         device.params.dynamic = 1;
         device.SetName("Keep");
-        EXPECT_FALSE(Load(device, c.bytes)) << c.what;
+        EXPECT_FALSE(LoadBytes(device, c.bytes)) << c.what;
         if (std::string(c.what) == "device tag") {
             EXPECT_STREQ(device.name, "Keep");
         }
@@ -305,12 +293,12 @@ TEST_F(StateTest, BadTagsAndHostileCountsFail) {
 TEST_F(StateTest, EveryTruncationFailsCleanly) {
     PlainDevice source;
     Declare(&source);
-    std::string bytes = Save(source);
+    std::string bytes = SavedBytes(source);
     int64_t outstanding = Outstanding();
     for (size_t cut = 0; cut < bytes.size(); ++cut) {
         PlainDevice device;
         Declare(&device);
-        EXPECT_FALSE(Load(device, bytes.substr(0, cut))) << "cut at " << cut;
+        EXPECT_FALSE(LoadBytes(device, bytes.substr(0, cut))) << "cut at " << cut;
     }
     EXPECT_EQ(Outstanding(), outstanding);
 }
@@ -318,7 +306,7 @@ TEST_F(StateTest, EveryTruncationFailsCleanly) {
 TEST_F(StateTest, RandomCorruptionNeverCrashes) {
     PlainDevice source;
     Declare(&source);
-    std::string bytes = Save(source);
+    std::string bytes = SavedBytes(source);
     std::mt19937 random(7);
     for (int round = 0; round < 2000; ++round) {
         std::string damaged = bytes;
@@ -327,12 +315,12 @@ TEST_F(StateTest, RandomCorruptionNeverCrashes) {
             damaged[random() % damaged.size()] = static_cast<char>(random());
         PlainDevice device;
         Declare(&device);
-        Load(device, damaged);
+        LoadBytes(device, damaged);
         // Whatever the answer, the device stays whole: it saves and reloads.
-        std::string again = Save(device);
+        std::string again = SavedBytes(device);
         PlainDevice reloaded;
         Declare(&reloaded);
-        ASSERT_TRUE(Load(reloaded, again)) << "round " << round;
+        ASSERT_TRUE(LoadBytes(reloaded, again)) << "round " << round;
     }
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "TestDevices.h"
 #include "TestHost.h"
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/GradGen.h"
@@ -282,9 +283,7 @@ void CheckSavedState(const char* tag) {
         if (p.kind == kParamReal) p.value.f = p.maximum.f;
         else if (p.kind != kParamAction) p.value.i = p.maximum.i;
     }
-    std::ostringstream saved;
-    ASSERT_TRUE(device.Save(saved));
-    const std::string bytes = saved.str();
+    const std::string bytes = testing::SavedBytes(device);
     ASSERT_GE(bytes.size(), 10u);
     EXPECT_EQ(bytes.substr(0, 9), std::string(tag) + "\x02SPRK");
     const struct {
@@ -301,8 +300,7 @@ void CheckSavedState(const char* tag) {
         changed[4] = c.version;
         T loaded;
         loaded.anchor[0] = 9.0f;
-        std::istringstream in(changed);
-        EXPECT_EQ(loaded.Load(in), c.ok);
+        EXPECT_EQ(testing::LoadBytes(loaded, changed), c.ok);
         EXPECT_EQ(loaded.anchor[0], c.anchor);
         EXPECT_EQ(loaded.mode, c.mode);
         if (c.version == 2 && c.ok) {
