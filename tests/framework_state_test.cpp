@@ -118,9 +118,12 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     EXPECT_EQ(SavedBytes(copy).substr(0, 40), bytes.substr(0, 40));
 }
 
+// Versions 0 to 2 restore only the placement, 3 also the name; from 5 the
+// flags, from 7 bypassing, from 8 the anchor, and a seed is drawn on every
+// load (a stored one from 9 is not used). The rest is reset.
 TEST_F(StateTest, OldBaseVersions) {
-    // Versions 0 to 2 restore only the placement; 3 also the name.
-    for (uint8_t version : {0, 1, 2, 3}) {
+    for (uint8_t version : {0, 1, 2, 3, 5, 6, 7, 8, 9}) {
+        SCOPED_TRACE(int(version));
         PlainDevice device;
         Declare(&device);
         device.SetName("Before");
@@ -128,13 +131,21 @@ TEST_F(StateTest, OldBaseVersions) {
         device.mode = 1;
         Bytes bytes = BaseBlock(version);
         bytes.Text("Old name", 24);
-        ASSERT_TRUE(LoadBytes(device, bytes.data)) << int(version);
+        if (version >= 5) bytes.U8(0x03);
+        if (version >= 8) bytes.U8(1).U8(1).F32(0.2f).F32(0.3f);
+        if (version >= 9) bytes.U32(12345);
+        if (version >= 5) bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
+        const uint64_t before = host.Seeds().Calls();
+        ASSERT_TRUE(LoadBytes(device, bytes.data));
         EXPECT_EQ(std::memcmp(device.placement, "placemnt", 8), 0);
-        EXPECT_STREQ(device.name, version == 3 ? "Old name" : "Before");
-        EXPECT_EQ(device.anchor[0], 0.5f);
-        EXPECT_EQ(device.mode, 0u);
+        EXPECT_STREQ(device.name, version >= 3 ? "Old name" : "Before");
+        EXPECT_EQ(device.anchor[0], version >= 8 ? 0.2f : 0.5f);
+        EXPECT_EQ(device.mode, version >= 8 ? 1u : 0u);
+        EXPECT_EQ(device.enabled, 1);
+        EXPECT_EQ(device.bypassed, version >= 7 ? 1 : 0);
         EXPECT_EQ(device.params.records[0].value.f, 0.5f);
-        EXPECT_EQ(host.Seeds().Calls(), 0u);
+        EXPECT_EQ(host.Seeds().Calls(), before + (version >= 5 ? 1 : 0));
+        EXPECT_NE(device.seed, 12345);
     }
 }
 
@@ -163,25 +174,6 @@ TEST_F(StateTest, OlderRecordsAndBlocksLoad) {
         EXPECT_STREQ(device.params.records[0].description, "How much");
     }
     EXPECT_EQ(host.Seeds().Calls(), 0u);
-}
-
-TEST_F(StateTest, SeedIsDrawnOncePerLoadFromVersion5) {
-    for (uint8_t version : {5, 6, 7, 8, 9}) {
-        PlainDevice device;
-        Declare(&device);
-        Bytes bytes = BaseBlock(version);
-        bytes.Text("N", 24).U8(0x03);
-        if (version >= 8) bytes.U8(1).U8(1).F32(0.2f).F32(0.3f);
-        if (version >= 9) bytes.U32(12345);
-        bytes.U8(0xCE).U8(0xFF).Raw("PAR2").U8(1).U32(0);
-        uint64_t before = host.Seeds().Calls();
-        ASSERT_TRUE(LoadBytes(device, bytes.data)) << int(version);
-        EXPECT_EQ(host.Seeds().Calls(), before + 1);
-        EXPECT_NE(device.seed, 12345);
-        EXPECT_EQ(device.enabled, 1);
-        EXPECT_EQ(device.bypassed, version >= 7 ? 1 : 0) << int(version);
-        EXPECT_EQ(device.anchor[0], version >= 8 ? 0.2f : 0.5f);
-    }
 }
 
 Bytes CurrentBlockWith(const Bytes& records, uint32_t count) {

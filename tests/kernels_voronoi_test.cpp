@@ -69,21 +69,6 @@ TEST(CellularSearch, MatchesReferenceBitForBit) {
     }
 }
 
-TEST(CellularSearch, FeaturePointItselfIsAtDistanceZero) {
-    // Seed 0, cube (0,0,0): the hash is 0, so the cube holds kRefCounts[0]
-    // points and the first one's coordinates come from the first three steps.
-    const uint32_t r0 = 586950981u;
-    const double x = (RefStep(r0) + 0.5) * 2.3283064365386963e-10;
-    const double y = (RefStep(RefStep(r0)) + 0.5) * 2.3283064365386963e-10;
-    const double z = (RefStep(RefStep(RefStep(r0))) + 0.5) * 2.3283064365386963e-10;
-    for (CellDistance m : kDistances) {
-        CellularResult r = CellularSearch(x, y, z, 0u, m);
-        EXPECT_EQ(r.f[0], 0.0) << static_cast<int>(m);
-        EXPECT_EQ(r.id[0], r0) << static_cast<int>(m);
-        EXPECT_GT(r.f[1], 0.0);
-    }
-}
-
 // The first two feature points of cube (0, 0, 0) for `seed`, when it has two.
 bool FirstTwoPoints(uint32_t seed, double a[3], double b[3], uint32_t ids[2]) {
     if (kRefCounts[seed >> 24] - '0' < 2) return false;
@@ -97,6 +82,20 @@ bool FirstTwoPoints(uint32_t seed, double a[3], double b[3], uint32_t ids[2]) {
         r = RefStep(RefStep(RefStep(RefStep(r))));
     }
     return true;
+}
+
+// Seed 0 puts cube (0, 0, 0)'s hash at 0: its first point is at distance 0
+// from itself.
+TEST(CellularSearch, FeaturePointItselfIsAtDistanceZero) {
+    double a[3], b[3];
+    uint32_t ids[2];
+    ASSERT_TRUE(FirstTwoPoints(0u, a, b, ids));
+    for (CellDistance m : kDistances) {
+        CellularResult r = CellularSearch(a[0], a[1], a[2], 0u, m);
+        EXPECT_EQ(r.f[0], 0.0) << static_cast<int>(m);
+        EXPECT_EQ(r.id[0], 586950981u) << static_cast<int>(m);
+        EXPECT_GT(r.f[1], 0.0);
+    }
 }
 
 TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
