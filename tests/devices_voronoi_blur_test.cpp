@@ -193,7 +193,8 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
         Device& loaded = network->AddDevice(std::to_string(c.version), "Voronoi");
         ASSERT_TRUE(LoadBytes(loaded, bytes));
         const Orogen::ParamRecord& scale =
-            loaded.params.records[static_cast<size_t>(Orogen::FindParameter(loaded.params, "Scale"))];
+            loaded.params
+                .records[static_cast<size_t>(Orogen::FindParameter(loaded.params, "Scale"))];
         EXPECT_EQ(scale.value.f, c.scale);
         EXPECT_EQ(scale.minimum.f, c.minimum);
         EXPECT_EQ(scale.maximum.f, c.maximum);
@@ -212,7 +213,8 @@ TEST_F(DeviceTest, VoronoiStateRoundTripsAndOldScalesAreConverted) {
     std::string wrong = saved;
     wrong[0] = 'X';
     EXPECT_FALSE(LoadBytes(network->AddDevice("bad", "Voronoi"), wrong));
-    EXPECT_FALSE(LoadBytes(network->AddDevice("cut", "Voronoi"), saved.substr(0, saved.size() / 2)));
+    EXPECT_FALSE(
+        LoadBytes(network->AddDevice("cut", "Voronoi"), saved.substr(0, saved.size() / 2)));
 }
 
 TEST_F(DeviceTest, VoronoiCopyTakesTheOtherDevicesPorts) {

@@ -79,7 +79,8 @@ TEST_F(PacketTest, FailedPageInStaysPagedOutAndReports) {
 }
 
 TEST_F(PacketTest, VisitorChecksItsPackets) {
-    EXPECT_EQ(ThrownMessage([] { PacketVisitor visitor(nullptr); }), "Instantiated with empty packet");
+    EXPECT_EQ(ThrownMessage([] { PacketVisitor visitor(nullptr); }),
+              "Instantiated with empty packet");
     PacketRef a = NewHeightField(Grid{4, 3});
     PacketRef b = NewHeightField(Grid{4, 3});
     PacketRef c = NewHeightField(Grid{3, 4});

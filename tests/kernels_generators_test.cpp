@@ -7,6 +7,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <numbers>
 #include <random>
 #include <sstream>
 #include <string>
@@ -21,7 +22,9 @@ namespace basekit {
 namespace {
 
 // World position of sample k of n spread over lo..hi.
-double Spread(double lo, double hi, int k, int n) { return n > 1 ? lo + (hi - lo) * k / (n - 1) : lo; }
+double Spread(double lo, double hi, int k, int n) {
+    return n > 1 ? lo + (hi - lo) * k / (n - 1) : lo;
+}
 
 // Triangle wave of period 2 written with floor rather than fmod.
 double Zigzag(double t) {
@@ -37,36 +40,38 @@ std::vector<float> RunGradient(const GradientSetup& s) {
     return out;
 }
 
+// The ramp rises 1 per `width` world units along the direction, 0.5 on the
+// line through the anchor, then is clamped, zigzagged or sawn.
 TEST(Gradient, MatchesTheRampFormula) {
-    const double r2 = std::sqrt(0.5);
     const struct {
-        const char* what;
         int32_t direction;
         float width;
         int32_t tiling;
         double px, py;
-        std::function<double(double dx, double dy)> expected;  // relative to the anchor
     } cases[] = {
-        {"east, width 1", 0, 1.0f, kTileNone, 0.5, 0.5, [](double dx, double) { return Clamp01(dx + 0.5); }},
-        {"east, off-centre anchor", 0, 1.0f, kTileNone, 0.25, 0.8, [](double dx, double) { return Clamp01(dx + 0.5); }},
-        {"south, width 2", 90, 2.0f, kTileNone, 0.5, 0.5, [](double, double dy) { return Clamp01(dy / 2.0 + 0.5); }},
-        {"west, width 0.5", 180, 0.5f, kTileNone, 0.0, 0.0, [](double dx, double) { return Clamp01(-2.0 * dx + 0.5); }},
-        {"diagonal 45", 45, 1.0f, kTileNone, 0.5, 0.5, [r2](double dx, double dy) { return Clamp01((dx + dy) * r2 + 0.5); }},
-        {"full turn is east", 360, 1.0f, kTileNone, 0.5, 0.5, [](double dx, double) { return Clamp01(dx + 0.5); }},
-        {"linear", 0, 1.0f, kTileLinear, 0.5, 0.5, [](double dx, double) { return Zigzag(dx + 0.5); }},
-        {"linear, south", 90, 0.75f, kTileLinear, 0.3, 0.6, [](double, double dy) { return Zigzag(dy / 0.75 + 0.5); }},
-        {"discontinuous", 0, 1.0f, kTileDiscontinuous, 0.5, 0.5, [](double dx, double) { return Saw(dx + 0.5); }},
-        {"discontinuous, west", 180, 1.5f, kTileDiscontinuous, 1.0, 0.0, [](double dx, double) { return Saw(-dx / 1.5 + 0.5); }},
-        {"unknown tiling leaves the ramp", 0, 1.0f, 7, 0.5, 0.5, [](double dx, double) { return dx + 0.5; }},
+        {0, 1.0f, kTileNone, 0.5, 0.5},          {0, 1.0f, kTileNone, 0.25, 0.8},
+        {90, 2.0f, kTileNone, 0.5, 0.5},         {180, 0.5f, kTileNone, 0.0, 0.0},
+        {45, 1.0f, kTileNone, 0.5, 0.5},         {360, 1.0f, kTileNone, 0.5, 0.5},
+        {0, 1.0f, kTileLinear, 0.5, 0.5},        {90, 0.75f, kTileLinear, 0.3, 0.6},
+        {0, 1.0f, kTileDiscontinuous, 0.5, 0.5}, {180, 1.5f, kTileDiscontinuous, 1.0, 0.0},
+        {0, 1.0f, 7, 0.5, 0.5},  // an unknown tiling leaves the ramp
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const GradientSetup s{41, 23, -3.0, 4.0, -2.0, 3.5, c.px, c.py, c.direction, c.width, c.tiling};
+        SCOPED_TRACE(::testing::Message() << c.direction << " degrees, width " << c.width
+                                          << ", tiling " << c.tiling);
+        const GradientSetup s{41, 23,   -3.0,        4.0,     -2.0,    3.5,
+                              c.px, c.py, c.direction, c.width, c.tiling};
         const std::vector<float> out = RunGradient(s);
+        const double a = c.direction * std::numbers::pi / 180.0;
         for (int j = 0; j < s.height; ++j)
             for (int i = 0; i < s.width; ++i) {
-                double want = c.expected(Spread(s.left, s.right, i, s.width) - c.px,
-                                         Spread(s.top, s.bottom, j, s.height) - c.py);
+                const double dx = Spread(s.left, s.right, i, s.width) - c.px,
+                             dy = Spread(s.top, s.bottom, j, s.height) - c.py;
+                const double t = (dx * std::cos(a) + dy * std::sin(a)) / c.width + 0.5;
+                const double want = c.tiling == kTileNone            ? Clamp01(t)
+                                    : c.tiling == kTileLinear        ? Zigzag(t)
+                                    : c.tiling == kTileDiscontinuous ? Saw(t)
+                                                                     : t;
                 // Near a saw tooth's jump the two sides are both right.
                 if (c.tiling == kTileDiscontinuous && (want < 1e-5 || want > 1.0 - 1e-5)) continue;
                 ASSERT_NEAR(out[static_cast<size_t>(j) * s.width + i], want, 2e-6) << i << "," << j;
@@ -77,7 +82,8 @@ TEST(Gradient, MatchesTheRampFormula) {
 // Width 0 climbs one unit per sample of the shorter side: k = min(8, 4).
 TEST(Gradient, ZeroWidthClimbsOneUnitPerSampleOfTheShorterSide) {
     for (int32_t tiling : {kTileNone, kTileDiscontinuous}) {
-        const std::vector<float> out = RunGradient({9, 5, 0.0, 1.0, 0.0, 1.0, 0.5, 0.5, 0, 0.0f, tiling});
+        const std::vector<float> out =
+            RunGradient({9, 5, 0.0, 1.0, 0.0, 1.0, 0.5, 0.5, 0, 0.0f, tiling});
         for (int i = 0; i < 9; ++i) {
             const double t = 4.0 * (i / 8.0 - 0.5) + 0.5;
             EXPECT_NEAR(out[i], tiling == kTileNone ? Clamp01(t) : Saw(t), 1e-6) << i;
@@ -130,7 +136,9 @@ struct RadialGrid {
         setup = {w, h, xs.data(), ys.data(), 0.5f, 0.5f, radius, shape};
         out.assign(static_cast<size_t>(w) * h, value);
     }
-    void Run(const std::function<void(int32_t)>& percent = {}) { FillRadial(setup, out.data(), percent); }
+    void Run(const std::function<void(int32_t)>& percent = {}) {
+        FillRadial(setup, out.data(), percent);
+    }
     float At(int i, int j) const { return out[static_cast<size_t>(j) * setup.width + i]; }
 };
 
@@ -205,7 +213,8 @@ TEST(Radial, SquareEdgesAreOutsideAndZeroRadiusFlattens) {
     g.Run();
     for (int j = 0; j < 9; ++j)
         for (int i = 0; i < 9; ++i)
-            EXPECT_EQ(g.At(i, j), (i > 2 && i < 6 && j > 2 && j < 6) ? 1.0f : 0.0f) << i << "," << j;
+            EXPECT_EQ(g.At(i, j), (i > 2 && i < 6 && j > 2 && j < 6) ? 1.0f : 0.0f)
+                << i << "," << j;
     for (int shape : {kRadialSpherical, kRadialDiamond, kRadialSquare, kRadialCone}) {
         RadialGrid zero(5, 5, 0.0, 1.0, 0.0, 1.0, shape, 0.0f);  // a sample sits on the anchor
         zero.Run();
@@ -244,7 +253,8 @@ TEST(Radial, VisitsColumnByColumnAndReportsHundredths) {
     g.Run([&](int32_t percent) {
         // Exactly the first 2 * percent samples in column order are written.
         for (int k = 0; k < 200 && reports.size() < 100; ++k)
-            ASSERT_EQ(g.At(k / 10, k % 10) == 1.0f, k < 2 * percent) << percent << "%, sample " << k;
+            ASSERT_EQ(g.At(k / 10, k % 10) == 1.0f, k < 2 * percent)
+                << percent << "%, sample " << k;
         reports.push_back(percent);
     });
     std::vector<int32_t> want;
@@ -294,7 +304,8 @@ void CheckSavedState(const char* tag) {
         uint32_t mode;
     } cases[] = {{2, tag, true, 0.125f, 3}, {1, tag, true, 0.5f, 1}, {2, "CHGT", false, 9.0f, 0}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << tag << " as " << c.tag << " version " << int(c.version));
+        SCOPED_TRACE(::testing::Message()
+                     << tag << " as " << c.tag << " version " << int(c.version));
         std::string changed = bytes;
         changed.replace(0, 4, c.tag);
         changed[4] = c.version;
@@ -327,7 +338,8 @@ TEST_F(GeneratorDevices, GradientBuildUsesTheWorldExtentAndAnchor) {
     EXPECT_EQ(field->grid.width, 21);
     for (int j = 0; j < grid.height; ++j)
         for (int i = 0; i < grid.width; ++i)
-            EXPECT_NEAR(field->samples[j * grid.width + i], Clamp01((0.2 * i - 2.0) / 2.0 + 0.5), 1e-6);
+            EXPECT_NEAR(field->samples[j * grid.width + i], Clamp01((0.2 * i - 2.0) / 2.0 + 0.5),
+                        1e-6);
     EXPECT_EQ(recorder.rows, (std::vector<std::pair<int32_t, int32_t>>{
                                  {0, 6}, {1, 6}, {2, 6}, {3, 6}, {4, 6}, {5, 6}}));
 }
