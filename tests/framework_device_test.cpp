@@ -62,17 +62,6 @@ TEST_F(DeviceTest, ConstructionMakesTheSpecialPorts) {
     EXPECT_EQ(device.params.device, &device);
 }
 
-TEST_F(DeviceTest, DestructionTellsTheHostAndFreesDescriptions) {
-    int64_t before = Outstanding();
-    host.Network().ClearNotifications();
-    auto* device = new basekit::ConstantHeight();
-    EXPECT_GT(Outstanding(), before);
-    Device* raw = device;
-    device->identity.destroy(device);
-    EXPECT_EQ(host.Network().Destroyed(), std::vector<const Device*>{raw});
-    EXPECT_EQ(Outstanding(), before);
-}
-
 TEST_F(DeviceTest, AddPortPositions) {
     PlainDevice device;
     device.owner = &recorder;
