@@ -23,6 +23,15 @@ inline std::vector<VectorPath> AvailablePaths() {
     return paths;
 }
 
+// World positions of `count` samples over lo..hi, as the build context
+// gives them.
+inline std::vector<double> Positions(double lo, double hi, int count) {
+    std::vector<double> out;
+    for (int i = 0; i < count; ++i)
+        out.push_back(lo + (i * (count > 1 ? 1.0 / (count - 1) : 0.0)) * (hi - lo));
+    return out;
+}
+
 // Cellular search: one cube at a time, no shortcuts.
 
 inline const char* const kRefCounts =

@@ -39,18 +39,10 @@ class DeviceTest : public HostTest {
     }
 };
 
-// World positions as the build context gives them.
-std::vector<double> Positions(double lo, double hi, int32_t count) {
-    std::vector<double> out;
-    for (int32_t i = 0; i < count; ++i)
-        out.push_back(lo + (i * (count > 1 ? 1.0 / (count - 1) : 0.0)) * (hi - lo));
-    return out;
-}
-
 // The device's settings through the plain search, clamped.
 std::vector<float> ExpectedVoronoi(Device& device, const World& world, const float* heights) {
-    const auto xs = Positions(world.x0, world.x1, world.width);
-    const auto ys = Positions(world.y0, world.y1, world.height);
+    const auto xs = reference::Positions(world.x0, world.x1, world.width);
+    const auto ys = reference::Positions(world.y0, world.y1, world.height);
     const double s = 1.0 / GetParameter(&device, "Scale")->f;
     const double z = GetParameter(&device, "Shape")->f;
     const int style = GetParameter(&device, "Style")->i;

@@ -137,17 +137,12 @@ TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
     EXPECT_GE(tested, 10);
 }
 
-// World positions of a grid's columns and rows spread over x0..x1, y0..y1,
-// as a build context in the usual coordinate mode gives them.
+// A grid's column and row positions.
 struct World {
     std::vector<double> x, y;
     World(int width, int height, double x0 = -3.25, double x1 = 5.5, double y0 = -1.0,
-          double y1 = 2.75) {
-        for (int i = 0; i < width; ++i)
-            x.push_back(x0 + (i * (width > 1 ? 1.0 / (width - 1) : 0.0)) * (x1 - x0));
-        for (int j = 0; j < height; ++j)
-            y.push_back(y0 + (j * (height > 1 ? 1.0 / (height - 1) : 0.0)) * (y1 - y0));
-    }
+          double y1 = 2.75)
+        : x(Positions(x0, x1, width)), y(Positions(y0, y1, height)) {}
 };
 
 CellularRowSetup MakeSetup(const World& world, int style, CellDistance m, uint32_t seed) {
