@@ -12,8 +12,25 @@
 #include "devices/filters/GaussBlur.h"
 #include "devices/generators/CellularTex.h"
 #include "framework/Terrain.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit::reference {
+
+inline std::vector<VectorPath> AvailablePaths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
+
+// World positions of `count` samples over lo..hi, as the build context
+// gives them.
+inline std::vector<double> Positions(double lo, double hi, int count) {
+    std::vector<double> out;
+    for (int i = 0; i < count; ++i)
+        out.push_back(lo + (i * (count > 1 ? 1.0 / (count - 1) : 0.0)) * (hi - lo));
+    return out;
+}
 
 // Cellular search: one cube at a time, no shortcuts.
 

@@ -6,12 +6,25 @@
 #include <cstdint>
 #include <istream>
 #include <ostream>
+#include <sstream>
+#include <string>
 #include <stdexcept>
 
 #include "framework/DeviceOf.h"
 #include "framework/PortableMath.h"
 
 namespace basekit::testing {
+
+// A device's saved state; empty when the save fails.
+inline std::string SavedBytes(Device& device) {
+    std::ostringstream out;
+    return device.Save(out) ? out.str() : std::string();
+}
+
+inline bool LoadBytes(Device& device, const std::string& bytes) {
+    std::istringstream in(bytes);
+    return device.Load(in);
+}
 
 // Category 0, no ports or parameters; Build answers `buildAnswer`.
 class PlainDevice : public DeviceOf<PlainDevice, Device> {

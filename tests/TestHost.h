@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <tuple>
@@ -63,6 +64,17 @@ public:
     std::vector<std::pair<int32_t, int32_t>> rows;
     std::vector<int32_t> percents;
 };
+
+// What `f` throws as an exception of type E; "no exception" when it returns.
+template <class E = QXException>
+std::string ThrownMessage(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "no exception";
+}
 
 // A reference host whose services are the framework's for one test, and a
 // recorder as owner and progress.

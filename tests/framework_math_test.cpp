@@ -14,14 +14,7 @@
 
 namespace {
 
-using Orogen::Atan2;
-using Orogen::Cos;
-using Orogen::Exp;
-using Orogen::Exp2;
-using Orogen::Log;
-using Orogen::Log10;
-using Orogen::Pow;
-using Orogen::Sin;
+using namespace Orogen;
 
 int64_t UlpsApart(double a, double b) {
     const int64_t d = std::bit_cast<int64_t>(a) - std::bit_cast<int64_t>(b);

@@ -59,13 +59,17 @@ TEST_F(PacketTest, FailedPageInStaysPagedOutAndReports) {
     PacketRef field = NewHeightField(Grid{3, 1});
     std::snprintf(field->swapFileName, sizeof field->swapFileName, "%s", "missing.swp");
     field->pagedOut = 1;
-    try {
-        field->PageIn();
-        FAIL() << "no exception";
-    } catch (const FileAccessException& e) {
-        EXPECT_STREQ(e.what(), "The filename specified could not be accessed.");
-        EXPECT_EQ(e.path, SwapFolder() + "missing.swp");
-    }
+    std::string path;
+    EXPECT_EQ(ThrownMessage<FileAccessException>([&] {
+                  try {
+                      field->PageIn();
+                  } catch (const FileAccessException& e) {
+                      path = e.path;
+                      throw;
+                  }
+              }),
+              "The filename specified could not be accessed.");
+    EXPECT_EQ(path, SwapFolder() + "missing.swp");
     EXPECT_EQ(field->pagedOut, 1);
     EXPECT_EQ(field->samples, nullptr);
     ASSERT_EQ(host.Network().LogLines().size(), 1u);
@@ -75,24 +79,16 @@ TEST_F(PacketTest, FailedPageInStaysPagedOutAndReports) {
 }
 
 TEST_F(PacketTest, VisitorChecksItsPackets) {
-    try {
-        PacketVisitor visitor(nullptr);
-        FAIL();
-    } catch (const QXException& e) {
-        EXPECT_STREQ(e.what(), "Instantiated with empty packet");
-    }
+    EXPECT_EQ(ThrownMessage([] { PacketVisitor visitor(nullptr); }),
+              "Instantiated with empty packet");
     PacketRef a = NewHeightField(Grid{4, 3});
     PacketRef b = NewHeightField(Grid{4, 3});
     PacketRef c = NewHeightField(Grid{3, 4});
     PacketVisitor visitor(a.get());
     EXPECT_EQ(visitor.Add(b.get()), 1);
     EXPECT_EQ(visitor.Add(nullptr), 2);
-    try {
-        visitor.Add(c.get());
-        FAIL();
-    } catch (const QXException& e) {
-        EXPECT_STREQ(e.what(), "Size of packets don't match in PacketVisitor");
-    }
+    EXPECT_EQ(ThrownMessage([&] { visitor.Add(c.get()); }),
+              "Size of packets don't match in PacketVisitor");
     EXPECT_EQ(visitor.Row(2, 0), nullptr);
     EXPECT_EQ(visitor.Row(1, 2), b->samples + 8);
 }

@@ -119,12 +119,8 @@ TEST_F(ParameterTest, FindParameterIsExact) {
 TEST_F(ParameterTest, UnknownNameThrowsAndChangesNothing) {
     TestAdd device;
     device.params.records[0].value.f = 0.3f;
-    try {
-        GetParameter(&device, "Nope");
-        FAIL() << "no exception";
-    } catch (const ParameterException& e) {
-        EXPECT_STREQ(e.what(), "Parameter specified does not exist!");
-    }
+    EXPECT_EQ(ThrownMessage<ParameterException>([&] { GetParameter(&device, "Nope"); }),
+              "Parameter specified does not exist!");
     EXPECT_FLOAT_EQ(device.params.records[0].value.f, 0.3f);
 }
 

@@ -15,6 +15,7 @@
 #include <sstream>
 #include <string>
 
+#include "TestDevices.h"
 #include "TestHost.h"
 
 namespace {
@@ -54,8 +55,6 @@ protected:
     Module module;
 };
 
-TEST_F(PluginTest, HeaderVersionIs16) { EXPECT_EQ(module.version(), 16); }
-
 TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
     DeviceDescriptor descriptor;
     std::memset(&descriptor, 0xAB, sizeof descriptor);
@@ -68,47 +67,32 @@ TEST_F(PluginTest, OutOfRangeIndicesLeaveTheDescriptorAlone) {
     EXPECT_TRUE(host.Network().Destroyed().empty());
 }
 
-// The catalogue's columns are compared in tests/golden/devices.json; here
-// what a descriptor holds beyond them.
-TEST_F(PluginTest, EveryBuiltEntryMatchesItsDevice) {
+// Every built entry (the catalogue's columns are compared in
+// tests/golden/devices.json): a descriptor that matches its device and is
+// the same when asked again, defaults inside their ranges, a save that loads
+// back to the same bytes, and builds of 1x1, 3x2 and empty worlds.
+TEST_F(PluginTest, EveryDeviceMatchesItsEntryRoundTripsAndBuildsTinyWorlds) {
+    DeviceDescriptor constant;
+    ASSERT_TRUE(module.plugin(0, &constant));
     int built = 0;
     for (int32_t index = 0; index < 35; ++index) {
         DeviceDescriptor descriptor;
         host.Network().ClearNotifications();
         if (!module.plugin(index, &descriptor)) continue;
         ++built;
+        SCOPED_TRACE(descriptor.typeName);
         EXPECT_EQ(descriptor.identity.terminator, '\0');
         // The temporary device was destroyed through the module.
-        ASSERT_EQ(host.Network().Destroyed().size(), 1u) << index;
+        ASSERT_EQ(host.Network().Destroyed().size(), 1u);
+        DeviceDescriptor again;
+        ASSERT_TRUE(module.plugin(index, &again));
+        EXPECT_EQ(std::memcmp(&again, &descriptor, 97), 0);
 
         Device* device = descriptor.identity.create();
         ASSERT_NE(device, nullptr);
         EXPECT_STREQ(device->GetTypeName(), descriptor.typeName);
         EXPECT_EQ(device->GetCategory(), descriptor.category);
-        std::ostringstream saved;
-        EXPECT_TRUE(device->Save(saved));
-        EXPECT_EQ(saved.str().substr(0, 4), std::string(descriptor.identity.tag, 4)) << index;
         EXPECT_EQ(device->identity.destroy, descriptor.identity.destroy);
-        descriptor.identity.destroy(device);
-
-        DeviceDescriptor again;
-        ASSERT_TRUE(module.plugin(index, &again));
-        EXPECT_EQ(std::memcmp(&again, &descriptor, 97), 0) << index;
-    }
-    EXPECT_GE(built, 1);
-    EXPECT_EQ(Outstanding(), 0);
-}
-
-// Every built device: defaults inside their ranges, a save that loads back to
-// the same bytes, and builds of 1x1, 3x2 and empty worlds that do not crash.
-TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
-    DeviceDescriptor constant;
-    ASSERT_TRUE(module.plugin(0, &constant));
-    for (int32_t index = 0; index < 35; ++index) {
-        DeviceDescriptor descriptor;
-        if (!module.plugin(index, &descriptor)) continue;
-        SCOPED_TRACE(descriptor.typeName);
-        Device* device = descriptor.identity.create();
         for (const ParamRecord& p : device->params.records) {
             SCOPED_TRACE(p.name);
             if (p.kind == kParamReal) {
@@ -123,15 +107,12 @@ TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
             }
         }
 
-        std::ostringstream saved;
-        ASSERT_TRUE(device->Save(saved));
+        const std::string saved = SavedBytes(*device);
+        EXPECT_EQ(saved.substr(0, 4), std::string(descriptor.identity.tag, 4));
         Device* loaded = descriptor.identity.create();
-        std::istringstream in(saved.str());
-        ASSERT_TRUE(loaded->Load(in));
-        std::ostringstream again;
+        ASSERT_TRUE(LoadBytes(*loaded, saved));
         loaded->seed = device->seed;  // the one field a load draws afresh
-        ASSERT_TRUE(loaded->Save(again));
-        EXPECT_EQ(again.str(), saved.str());
+        EXPECT_EQ(SavedBytes(*loaded), saved);
         loaded->identity.destroy(loaded);
 
         for (Grid grid : {Grid{1, 1}, Grid{3, 2}, Grid{0, 0}}) {
@@ -160,11 +141,13 @@ TEST_F(PluginTest, EveryDeviceHasSaneDefaultsRoundTripsAndBuildsTinyWorlds) {
         }
         device->identity.destroy(device);
     }
+    EXPECT_GE(built, 1);
     EXPECT_EQ(Outstanding(), 0);
     EXPECT_EQ(LivePackets(), 0);
 }
 
 TEST_F(PluginTest, ExportsExactlyTheThreeEntryPoints) {
+    EXPECT_EQ(module.version(), 16);
     std::set<std::string> exported;
 #ifdef _WIN32
     // The loaded image's export directory; an ordinal-only export fails too.

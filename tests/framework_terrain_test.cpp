@@ -9,12 +9,7 @@ namespace {
 using namespace Orogen;
 
 TEST(Terrain, WorldPositionsSpanTheExtent) {
-    Grid grid{5, 3};
-    grid.x0 = -2.0;
-    grid.x1 = 2.0;
-    grid.y0 = 10.0;
-    grid.y1 = 11.0;
-    BuildContext context = MakeBuildContext(grid, nullptr, nullptr);
+    BuildContext context = MakeBuildContext(Grid{5, 3, -2.0, 10.0, 2.0, 11.0}, nullptr, nullptr);
     EXPECT_EQ(WorldX(context, 0), -2.0);
     EXPECT_EQ(WorldX(context, 4), 2.0);
     EXPECT_EQ(WorldX(context, 1), -1.0);
@@ -43,9 +38,7 @@ TEST(Terrain, ScaleIndependenceIsRelativeTo256SamplesPerUnit) {
 }
 
 TEST(Terrain, APlaneHasOneSlope) {
-    Grid grid{6, 4};
-    grid.x1 = 2.0;  // 3 samples per world unit
-    grid.verticalScale = 2.0;
+    const Grid grid{6, 4, 0.0, 0.0, 2.0, 1.0, 2.0};  // 3 samples per world unit, vertical 2
     std::vector<float> heights(24);
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 6; ++x) heights[y * 6 + x] = 0.25f * x + 0.125f * y;

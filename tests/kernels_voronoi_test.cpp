@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -20,26 +21,8 @@ namespace {
 
 using namespace reference;
 
-// ---------------------------------------------------------------------------
-
-uint64_t Bits(double v) {
-    uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
-
-uint32_t Bits(float v) {
-    uint32_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
-
-std::vector<VectorPath> AvailablePaths() {
-    std::vector<VectorPath> paths;
-    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
-        if (PathAvailable(p)) paths.push_back(p);
-    return paths;
-}
+uint64_t Bits(double v) { return std::bit_cast<uint64_t>(v); }
+uint32_t Bits(float v) { return std::bit_cast<uint32_t>(v); }
 
 // Points that stress the floor and the cube borders: arbitrary (near and
 // far), whole, just either side of whole, negative, and exactly on feature
@@ -86,21 +69,6 @@ TEST(CellularSearch, MatchesReferenceBitForBit) {
     }
 }
 
-TEST(CellularSearch, FeaturePointItselfIsAtDistanceZero) {
-    // Seed 0, cube (0,0,0): the hash is 0, so the cube holds kRefCounts[0]
-    // points and the first one's coordinates come from the first three steps.
-    const uint32_t r0 = 586950981u;
-    const double x = (RefStep(r0) + 0.5) * 2.3283064365386963e-10;
-    const double y = (RefStep(RefStep(r0)) + 0.5) * 2.3283064365386963e-10;
-    const double z = (RefStep(RefStep(RefStep(r0))) + 0.5) * 2.3283064365386963e-10;
-    for (CellDistance m : kDistances) {
-        CellularResult r = CellularSearch(x, y, z, 0u, m);
-        EXPECT_EQ(r.f[0], 0.0) << static_cast<int>(m);
-        EXPECT_EQ(r.id[0], r0) << static_cast<int>(m);
-        EXPECT_GT(r.f[1], 0.0);
-    }
-}
-
 // The first two feature points of cube (0, 0, 0) for `seed`, when it has two.
 bool FirstTwoPoints(uint32_t seed, double a[3], double b[3], uint32_t ids[2]) {
     if (kRefCounts[seed >> 24] - '0' < 2) return false;
@@ -114,6 +82,20 @@ bool FirstTwoPoints(uint32_t seed, double a[3], double b[3], uint32_t ids[2]) {
         r = RefStep(RefStep(RefStep(RefStep(r))));
     }
     return true;
+}
+
+// Seed 0 puts cube (0, 0, 0)'s hash at 0: its first point is at distance 0
+// from itself.
+TEST(CellularSearch, FeaturePointItselfIsAtDistanceZero) {
+    double a[3], b[3];
+    uint32_t ids[2];
+    ASSERT_TRUE(FirstTwoPoints(0u, a, b, ids));
+    for (CellDistance m : kDistances) {
+        CellularResult r = CellularSearch(a[0], a[1], a[2], 0u, m);
+        EXPECT_EQ(r.f[0], 0.0) << static_cast<int>(m);
+        EXPECT_EQ(r.id[0], 586950981u) << static_cast<int>(m);
+        EXPECT_GT(r.f[1], 0.0);
+    }
 }
 
 TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
@@ -155,20 +137,12 @@ TEST(CellularSearch, EqualDistancesKeepTheOrderOfDiscovery) {
     EXPECT_GE(tested, 10);
 }
 
-// ---------------------------------------------------------------------------
-// Row kernel.
-
-// World positions of a grid's columns and rows spread over x0..x1, y0..y1,
-// as a build context in the usual coordinate mode gives them.
+// A grid's column and row positions.
 struct World {
     std::vector<double> x, y;
     World(int width, int height, double x0 = -3.25, double x1 = 5.5, double y0 = -1.0,
-          double y1 = 2.75) {
-        for (int i = 0; i < width; ++i)
-            x.push_back(x0 + (i * (width > 1 ? 1.0 / (width - 1) : 0.0)) * (x1 - x0));
-        for (int j = 0; j < height; ++j)
-            y.push_back(y0 + (j * (height > 1 ? 1.0 / (height - 1) : 0.0)) * (y1 - y0));
-    }
+          double y1 = 2.75)
+        : x(Positions(x0, x1, width)), y(Positions(y0, y1, height)) {}
 };
 
 CellularRowSetup MakeSetup(const World& world, int style, CellDistance m, uint32_t seed) {
