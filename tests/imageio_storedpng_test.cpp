@@ -1,8 +1,5 @@
-// The PNG encoders checked where libpng and zlib exist: the uncompressed one
-// that builds without libpng write with, and the banded one of every other
-// build. libpng reads back the exact values, every chunk's CRC and the zlib
-// stream's Adler-32 are right; stored blocks are stored, and the banded file
-// is the same bytes on one thread as on several.
+// The PNG encoders where libpng and zlib exist: the stored one of builds
+// without libpng, and the banded one, the same bytes on any thread count.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -54,6 +51,17 @@ unsigned Level(float v, unsigned max) {
     return unsigned(std::round(double(v) * max));
 }
 
+// The levels of `samples`, big-endian, as a PNG row holds them.
+std::string Levels(const float* samples, size_t count, int bitDepth) {
+    std::string bytes;
+    for (size_t i = 0; i < count; ++i) {
+        const unsigned v = Level(samples[i], bitDepth == 16 ? 65535 : 255);
+        if (bitDepth == 16) bytes += char(v >> 8);
+        bytes += char(v & 0xff);
+    }
+    return bytes;
+}
+
 class StoredPng : public ::testing::TestWithParam<Case> {
   protected:
     void SetUp() override {
@@ -68,25 +76,6 @@ class StoredPng : public ::testing::TestWithParam<Case> {
     Image image;
     fs::path path;
 };
-
-TEST_P(StoredPng, LibpngReadsTheExactLevels) {
-    const Case& c = GetParam();
-    const unsigned max = c.bitDepth == 16 ? 65535 : 255;
-    const Image back = ReadPng(path);
-    ASSERT_EQ(back.width, c.width);
-    ASSERT_EQ(back.height, c.height);
-    ASSERT_EQ(back.channels, c.channels);
-    ASSERT_EQ(back.samples.size(), image.samples.size());
-    for (size_t i = 0; i < image.samples.size(); ++i) {
-        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], max)) / float(max))
-            << "sample " << i << " = " << image.samples[i];
-    }
-    // The same pixels as libpng's own compressed file.
-    const fs::path compressed = dir / "libpng.png";
-    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
-    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
-    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
-}
 
 #ifdef BASEKIT64_HAVE_LIBPNG
 uint32_t BigEndian(const std::string& bytes, size_t at) {
@@ -112,9 +101,7 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
         const uint32_t length = BigEndian(file, at);
         ASSERT_LE(at + 12 + length, file.size());
         const std::string body = file.substr(at + 4, 4 + length);
-        const uLong crc = crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(body.data()),
-                                uInt(body.size()));
-        EXPECT_EQ(BigEndian(file, at + 8 + length), uint32_t(crc)) << "chunk " << body.substr(0, 4);
+        EXPECT_EQ(BigEndian(file, at + 8 + length), Crc32(body)) << "chunk " << body.substr(0, 4);
         types.push_back(body.substr(0, 4));
         if (types.back() == "IHDR") header = body.substr(4);
         if (types.back() == "IDAT") {
@@ -129,15 +116,27 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
     EXPECT_EQ(types.back(), "IEND");
     EXPECT_EQ(types.size(), idatChunks + 2);  // nothing else, IDATs together
 
-    std::string ihdr;
-    for (const uint32_t v : {uint32_t(c.width), uint32_t(c.height)})
-        ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    ihdr += {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
-    EXPECT_EQ(header, ihdr);
+    const std::string depthAndType = {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
+    EXPECT_EQ(header, BigEndian32(uint32_t(c.width)) + BigEndian32(uint32_t(c.height)) + depthAndType);
 }
 
-TEST_P(StoredPng, ChunksAndStreamAreExact) {
+TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
     const Case& c = GetParam();
+    // libpng reads the exact levels, the same pixels as its own compressed file.
+    const Image back = ReadPng(path);
+    ASSERT_EQ(back.width, c.width);
+    ASSERT_EQ(back.height, c.height);
+    ASSERT_EQ(back.channels, c.channels);
+    ASSERT_EQ(back.samples.size(), image.samples.size());
+    const float max = c.bitDepth == 16 ? 65535.0f : 255.0f;
+    for (size_t i = 0; i < image.samples.size(); ++i)
+        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], unsigned(max))) / max)
+            << "sample " << i << " = " << image.samples[i];
+    const fs::path compressed = dir / "libpng.png";
+    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
+    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
+    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
+
     Chunks chunks;
     ReadChunks(ReadBytes(path), c, chunks);
     if (HasFatalFailure()) return;
@@ -147,14 +146,8 @@ TEST_P(StoredPng, ChunksAndStreamAreExact) {
     // The scanlines: filter byte 0, then the levels, big-endian.
     std::string raw;
     const size_t rowSamples = size_t(c.width) * c.channels;
-    for (int32_t y = 0; y < c.height; ++y) {
-        raw += '\0';
-        for (size_t i = 0; i < rowSamples; ++i) {
-            const unsigned v = Level(image.samples[y * rowSamples + i], c.bitDepth == 16 ? 65535 : 255);
-            if (c.bitDepth == 16) raw += char(v >> 8);
-            raw += char(v & 0xff);
-        }
-    }
+    for (int32_t y = 0; y < c.height; ++y)
+        raw += '\0' + Levels(&image.samples[y * rowSamples], rowSamples, c.bitDepth);
 
     // zlib header, stored blocks of at most 65535 bytes with the last one
     // marked, then the Adler-32 of the data.
@@ -249,26 +242,16 @@ TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
                          uLong(chunks.stream.size())),
               Z_OK);  // zlib checks the joined stream's Adler-32 too
     ASSERT_EQ(size, raw.size());
-    std::string levels;
-    for (size_t i = 0; i < image.samples.size(); ++i) {
-        const unsigned v = Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255);
-        if (c.bitDepth == 16) levels += char(v >> 8);
-        levels += char(v & 0xff);
-    }
-    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) == levels);
-    const Image back = ReadPng(one);
-    ASSERT_EQ(back.samples.size(), image.samples.size());
-    for (size_t i = 0; i < image.samples.size(); ++i)
-        ASSERT_EQ(back.samples[i] * float(c.bitDepth == 16 ? 65535 : 255),
-                  float(Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255)))
-            << "sample " << i;
+    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) ==
+                Levels(image.samples.data(), image.samples.size(), c.bitDepth));
+    EXPECT_EQ(ReadPng(one).samples, ReadPng(path).samples);  // the stored file's exact levels
 }
-#endif
 
 INSTANTIATE_TEST_SUITE_P(Shapes, StoredPng, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<Case>& info) {
                              return std::string(info.param.name);
                          });
+#endif
 
 }  // namespace
 }  // namespace basekit::host::testing

@@ -1,12 +1,13 @@
 // Helpers shared by the image I/O tests.
 #pragma once
 
-#include <algorithm>
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -47,6 +48,42 @@ Image MakeImage(int32_t width, int32_t height, int channels, F f) {
     image.samples.resize(size_t(width) * height * channels);
     for (size_t i = 0; i < image.samples.size(); ++i) image.samples[i] = f(i);
     return image;
+}
+
+// Runs f, which must throw std::runtime_error; returns its message.
+inline std::string ErrorOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    } catch (...) {
+        ADD_FAILURE() << "threw something other than std::runtime_error";
+        return {};
+    }
+    ADD_FAILURE() << "did not throw";
+    return {};
+}
+
+inline bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+inline std::string BigEndian32(uint32_t v) {
+    return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+
+// CRC-32 as PNG chunks and zlib use it, written independently of both.
+inline uint32_t Crc32(const std::string& bytes) {
+    uint32_t crc = 0xffffffffu;
+    for (const char c : bytes) {
+        crc ^= uint8_t(c);
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+    }
+    return crc ^ 0xffffffffu;
+}
+
+inline std::string PngChunk(const std::string& type, const std::string& data) {
+    return BigEndian32(uint32_t(data.size())) + type + data + BigEndian32(Crc32(type + data));
 }
 
 }  // namespace basekit::host::testing
