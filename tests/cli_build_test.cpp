@@ -154,7 +154,7 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
         args.insert(args.end(), runs[r].begin(), runs[r].end());
         RunResult run = RunOrogen(args, dir.path());
         ASSERT_EQ(run.code, 0) << run.err;
-        std::vector<std::string> files = Listing(dir / out);  // no swap folder left
+        std::vector<std::string> files = ListFolder(dir / out);  // no swap folder left
         ASSERT_EQ(files.size(), 4 * (basekit::host::CanUseExr() ? 3 : 2) + 1u);
         if (r == 0) first = files;
         ASSERT_EQ(files, first);
@@ -173,7 +173,7 @@ TEST(CliBuild, ResolutionAndFormatOptions) {
                               dir.path());
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(run.out, "");  // --quiet
-    EXPECT_EQ(Listing(dir / "out"),
+    EXPECT_EQ(ListFolder(dir / "out"),
               (std::vector<std::string>{"cone.r32", "manifest.json", "ramp.r32", "zigzag.r32"}));
     json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
     EXPECT_EQ(manifest["outputs"][0]["width"], 33);
@@ -241,7 +241,7 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     ASSERT_EQ(run.code, 0) << run.err;
     std::string goodScan = ReadText(dir / "out" / "scan.r32");
     std::string goodPng = ReadText(dir / "out" / "scan.png");
-    std::vector<std::string> goodListing = Listing(dir / "out");
+    std::vector<std::string> goodListing = ListFolder(dir / "out");
 
     // The input goes away: that device fails, the other still builds.
     fs::remove(dir / "input.r32");
@@ -250,7 +250,7 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     EXPECT_NE(run.err.find("\"scan\""), std::string::npos) << run.err;
     EXPECT_EQ(ReadText(dir / "out" / "scan.r32"), goodScan);
     EXPECT_EQ(ReadText(dir / "out" / "scan.png"), goodPng);
-    EXPECT_EQ(Listing(dir / "out"), goodListing);  // no temporary left behind
+    EXPECT_EQ(ListFolder(dir / "out"), goodListing);  // no temporary left behind
 
     manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
     ASSERT_EQ(manifest["outputs"].size(), 2u);
@@ -320,7 +320,7 @@ TEST(CliSave, SettingsBeforeLinksAndRoundTripBuildsTheSameBits) {
     EXPECT_EQ(again["links"], saved["links"]);
     EXPECT_EQ(again["world"], saved["world"]);
     build("saved.json", "b");
-    EXPECT_EQ(Listing(dir / "a"), Listing(dir / "b"));
+    EXPECT_EQ(ListFolder(dir / "a"), ListFolder(dir / "b"));
     for (const char* name : {"ramp.r32", "zigzag.r32", "smooth.r32", "flat.r32"}) {
         std::string a = ReadText(dir / "a" / name);
         EXPECT_FALSE(a.empty());

@@ -69,7 +69,7 @@ TEST(CliErrors, BadInputIsRefusedWithOneLineAndNothingWritten) {
         SCOPED_TRACE(c.what);
         Scratch dir;
         if (c.network) WriteText(dir / "net.json", c.network);
-        std::vector<std::string> before = Listing(dir.path());
+        std::vector<std::string> before = ListFolder(dir.path());
         RunResult run = RunOrogen(c.args, dir.path());
         EXPECT_EQ(run.code, 2) << run.err;
         ASSERT_FALSE(run.err.empty());
@@ -82,7 +82,7 @@ TEST(CliErrors, BadInputIsRefusedWithOneLineAndNothingWritten) {
         for (const std::string& mention : c.mentions)
             EXPECT_NE(first.find(mention), std::string::npos) << "\"" << mention << "\" not in: " << first;
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(Listing(dir.path()), before) << "something was written";
+        EXPECT_EQ(ListFolder(dir.path()), before) << "something was written";
     }
 }
 

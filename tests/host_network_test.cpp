@@ -320,14 +320,6 @@ std::unique_ptr<Network> ThreadedNetwork(Host& host) {
     return network;
 }
 
-std::map<std::string, std::vector<float>> AllOutputs(const Network& network) {
-    std::map<std::string, std::vector<float>> outputs;
-    for (const std::string& id : network.Ids())
-        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
-            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
-    return outputs;
-}
-
 TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
     host->Seeds().SetStart(5);
     auto single = ThreadedNetwork(*host);

@@ -257,15 +257,6 @@ TEST(NetworkFileBase64, RoundTripsAndRefusesDamage) {
         EXPECT_FALSE(DecodeBase64(bad)) << bad;
 }
 
-// Outputs of every device of a built network, keyed by device and slot.
-std::map<std::string, std::vector<float>> Outputs(const Network& network) {
-    std::map<std::string, std::vector<float>> outputs;
-    for (const std::string& id : network.Ids())
-        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
-            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
-    return outputs;
-}
-
 TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
     TempDir dir;
     fs::create_directory(dir / "data");
@@ -298,13 +289,13 @@ TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
     options.workers = 2;
     BuildReport built = first.network->Build(options);
     ASSERT_EQ(built.Count(BuildStatus::Built), first.network->Size());
-    auto expected = Outputs(*first.network);
+    auto expected = AllOutputs(*first.network);
 
     SaveNetworkFile(first, dir / "saved.json");
     first.network.reset();
     Project second = LoadNetworkFile(*host, dir / "saved.json");
     ASSERT_EQ(second.network->Build().Count(BuildStatus::Built), second.network->Size());
-    auto outputs = Outputs(*second.network);
+    auto outputs = AllOutputs(*second.network);
     ASSERT_EQ(outputs.size(), expected.size());
     for (const auto& [key, samples] : expected) {
         SCOPED_TRACE(key);
@@ -326,12 +317,12 @@ TEST_F(NetworkFileTest, SavingIntoAMissingFolderWritesNothing) {
     TempDir dir;
     Project project = ParseNetwork(*host, R"({"devices": [{"id": "a", "type": "Test Ramp"}]})", "");
     EXPECT_THROW(SaveNetworkFile(project, dir / "no" / "such.json"), std::runtime_error);
-    EXPECT_EQ(dir.Count(), 0u);
+    EXPECT_TRUE(dir.List().empty());
     // Over an existing file, the new text replaces it whole.
     WriteBytes(dir / "p.json", "old");
     SaveNetworkFile(project, dir / "p.json");
     EXPECT_EQ(ReadBytes(dir / "p.json"), NetworkToText(project, dir.path()));
-    EXPECT_EQ(dir.Count(), 1u);
+    EXPECT_EQ(dir.List(), std::vector<std::string>{"p.json"});
 }
 
 }  // namespace

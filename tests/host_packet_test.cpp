@@ -243,7 +243,7 @@ TEST(HostPacket, AFailedPageOutLeavesThePacketResident) {
     EXPECT_THROW(AsHostPacket(packet.get())->PageOut(missing), std::runtime_error);
     EXPECT_EQ(packet->pagedOut, 0);
     EXPECT_TRUE(SameBits(SamplesOf(packet), before));
-    EXPECT_EQ(dir.Count(), 0u);
+    EXPECT_TRUE(dir.List().empty());
 }
 
 }  // namespace

@@ -156,8 +156,8 @@ TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
             names.push_back(it.name());
             EXPECT_EQ(it.channel().type, Imf::FLOAT) << it.name();
         }
-        EXPECT_EQ(names, channels == 1 ? std::vector<std::string>{"Y"}
-                                       : std::vector<std::string>{"B", "G", "R"});
+        EXPECT_EQ(names, (channels == 1 ? std::vector<std::string>{"Y"}
+                                        : std::vector<std::string>{"B", "G", "R"}));
     }
 #endif
 }

@@ -5,9 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,19 +25,9 @@ namespace basekit::host::testing {
 
 namespace fs = std::filesystem;
 
+using basekit::testing::ReadBytes;
 using basekit::testing::TempDir;
-
-inline std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw std::runtime_error("test: cannot open " + path.string());
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void WriteBytes(const fs::path& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    if (!out) throw std::runtime_error("test: cannot write " + path.string());
-}
+using basekit::testing::WriteBytes;
 
 // A deterministic image whose sample i is f(i).
 template <class F>
