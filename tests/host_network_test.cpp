@@ -334,13 +334,7 @@ TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
     EXPECT_GT(host->Workers().Accepted(), 0u);
     ASSERT_EQ(a.Count(BuildStatus::Built), single->Size());
     ASSERT_EQ(b.Count(BuildStatus::Built), threaded->Size());
-    auto first = AllOutputs(*single), second = AllOutputs(*threaded);
-    ASSERT_EQ(first.size(), second.size());
-    for (const auto& [key, samples] : first) {
-        SCOPED_TRACE(key);
-        EXPECT_FALSE(samples.empty());
-        EXPECT_TRUE(SameBits(samples, second[key]));
-    }
+    ExpectSameOutputs(AllOutputs(*single), AllOutputs(*threaded));
 }
 
 TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
@@ -375,11 +369,7 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
     EXPECT_GE(pagedOut, 5u);
     EXPECT_EQ(fs::is_empty(host->SwapDirectory()), false);
     // Everything comes back as it was built without a budget.
-    auto outputs = AllOutputs(*budgeted);
-    for (const auto& [key, samples] : expected) {
-        SCOPED_TRACE(key);
-        EXPECT_TRUE(SameBits(samples, outputs[key]));
-    }
+    ExpectSameOutputs(expected, AllOutputs(*budgeted));
     budgeted.reset();
     EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
 }
@@ -410,11 +400,7 @@ TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
             if (done.id == "add2") held = packet;
         };
         ASSERT_EQ(streamed->Build(options).Count(BuildStatus::Built), 6u);
-        EXPECT_EQ(seen.size(), expected.size());
-        for (const auto& [key, samples] : expected) {
-            SCOPED_TRACE(key);
-            EXPECT_TRUE(SameBits(samples, seen[key]));
-        }
+        ExpectSameOutputs(expected, seen);
         // add0 copies the ramp (two readers); add1 works in add0's packet;
         // add3 copies add2, which the caller held.
         EXPECT_NE(packets["add0"], packets["ramp"]);

@@ -289,13 +289,7 @@ TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
     first.network.reset();
     Project second = LoadNetworkFile(*host, dir / "saved.json");
     ASSERT_EQ(second.network->Build().Count(BuildStatus::Built), second.network->Size());
-    auto outputs = AllOutputs(*second.network);
-    ASSERT_EQ(outputs.size(), expected.size());
-    for (const auto& [key, samples] : expected) {
-        SCOPED_TRACE(key);
-        EXPECT_FALSE(samples.empty());
-        EXPECT_TRUE(SameBits(samples, outputs[key]));
-    }
+    ExpectSameOutputs(expected, AllOutputs(*second.network));
     // What was saved reads back to the same file, paths still relative.
     EXPECT_EQ(NetworkToText(second, dir.path()), ReadBytes(dir / "saved.json"));
     EXPECT_NE(ReadBytes(dir / "saved.json").find("\"file\": \"data/dem.r32\""), std::string::npos);

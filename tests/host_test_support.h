@@ -52,6 +52,17 @@ inline std::map<std::string, std::vector<float>> AllOutputs(const Network& netwo
     return outputs;
 }
 
+// Two such maps hold the same outputs, bit for bit, none of them empty.
+inline void ExpectSameOutputs(const std::map<std::string, std::vector<float>>& expected,
+                              const std::map<std::string, std::vector<float>>& actual) {
+    EXPECT_EQ(actual.size(), expected.size());
+    for (const auto& [key, samples] : expected) {
+        const auto found = actual.find(key);
+        EXPECT_FALSE(samples.empty()) << key;
+        EXPECT_TRUE(found != actual.end() && SameBits(samples, found->second)) << key;
+    }
+}
+
 using basekit::testing::Inverter;
 using basekit::testing::TestAdd;
 using basekit::testing::TestColors;
