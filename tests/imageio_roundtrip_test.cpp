@@ -40,7 +40,7 @@ float Quantized(float v, double max) {
     return float(std::round(std::clamp(double(v), 0.0, 1.0) * max)) / float(max);
 }
 
-// Special floats for the float formats; the PNG range and beyond for PNG.
+// Special floats, bit patterns included, and ordinary ones.
 float FloatSample(size_t i) {
     static const float special[] = {0.0f, -0.0f, 1.0f, -1.5f, 0.1f, 3.4e38f,
                                     1e-40f,  // subnormal
@@ -48,13 +48,6 @@ float FloatSample(size_t i) {
                                     std::bit_cast<float>(0x7fc01234u)};  // NaN with a payload
     if (i < std::size(special)) return special[i];
     return std::sin(float(i) * 0.37f) * 1000.0f + float(i) * 1e-3f;
-}
-
-float PngSample(size_t i) {
-    static const float special[] = {0.0f, 1.0f, 0.5f, 0.25f, 0.2f, -0.25f, 1.75f, kNan,
-                                    kInf, -kInf, 1.0f / 65535.0f, 0.5f / 255.0f};
-    if (i < std::size(special)) return special[i];
-    return 0.5f + 0.6f * std::sin(float(i) * 0.61f);  // spills a little beyond 0..1
 }
 
 struct Shape {

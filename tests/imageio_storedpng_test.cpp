@@ -35,15 +35,6 @@ const Case kCases[] = {
     {"Grey16_ManyBands", 1000, 333, 1, 16},
 };
 
-float Sample(size_t i) {
-    static const float special[] = {0.0f,  1.0f,  0.5f,
-                                    -0.25f, 1.75f, std::numeric_limits<float>::quiet_NaN(),
-                                    1.0f / 65535.0f, 0.5f / 255.0f, std::numeric_limits<float>::infinity()};
-    constexpr size_t n = sizeof special / sizeof special[0];
-    if (i < n) return special[i];
-    return 0.5f + 0.6f * std::sin(float(i) * 0.61f);  // spills a little beyond 0..1
-}
-
 // The stored level of v: clamped to 0..1, NaN as 0, rounded half away from 0.
 unsigned Level(float v, unsigned max) {
     if (std::isnan(v) || v <= 0.0f) return 0;
@@ -67,7 +58,7 @@ class StoredPng : public ::testing::TestWithParam<Case> {
     void SetUp() override {
         NEED_PNG_READER();
         const Case& c = GetParam();
-        image = MakeImage(c.width, c.height, c.channels, Sample);
+        image = MakeImage(c.width, c.height, c.channels, PngSample);
         path = dir / "stored.png";
         WriteStoredPng(path, image, c.bitDepth);
     }
@@ -87,6 +78,17 @@ struct Chunks {
     std::string header, stream;  // IHDR's body, the IDATs' bodies joined
     size_t idatChunks = 0;
 };
+
+// The zlib stream inflated by zlib, its own checks included.
+std::string Inflate(const std::string& stream, size_t size) {
+    std::string raw(size, '\0');
+    uLongf length = uLongf(size);
+    EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &length,
+                         reinterpret_cast<const Bytef*>(stream.data()), uLong(stream.size())),
+              Z_OK);
+    raw.resize(length);
+    return raw;
+}
 
 // Walks the chunks, checking each CRC, and that the file is IHDR, IDATs,
 // IEND and nothing else.
@@ -180,14 +182,7 @@ TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
                                 uInt(raw.size()));
     EXPECT_EQ(BigEndian(stream, p), uint32_t(adler));
 
-    // zlib itself agrees, its own checks included.
-    std::string inflated(raw.size(), '\0');
-    uLongf size = uLongf(inflated.size());
-    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(inflated.data()), &size,
-                         reinterpret_cast<const Bytef*>(stream.data()), uLong(stream.size())),
-              Z_OK);
-    EXPECT_EQ(size, raw.size());
-    EXPECT_TRUE(inflated == raw);
+    EXPECT_TRUE(Inflate(stream, raw.size()) == raw) << "zlib disagrees";
 
     // Several IDAT chunks only for the largest, which holds over 1 MiB.
     EXPECT_EQ(idatChunks > 1, raw.size() > (size_t{1} << 20)) << idatChunks << " IDAT chunks";
@@ -235,13 +230,8 @@ TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
     ReadChunks(file, c, chunks);
     if (HasFatalFailure()) return;
     const size_t rowSamples = size_t(c.width) * c.channels, depth = size_t(c.bitDepth / 8);
-    std::string raw(size_t(c.height) * (1 + rowSamples * depth), '\0');
-    uLongf size = uLongf(raw.size());
-    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &size,
-                         reinterpret_cast<const Bytef*>(chunks.stream.data()),
-                         uLong(chunks.stream.size())),
-              Z_OK);  // zlib checks the joined stream's Adler-32 too
-    ASSERT_EQ(size, raw.size());
+    // zlib checks the joined stream's Adler-32 too.
+    const std::string raw = Inflate(chunks.stream, size_t(c.height) * (1 + rowSamples * depth));
     EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) ==
                 Levels(image.samples.data(), image.samples.size(), c.bitDepth));
     EXPECT_EQ(ReadPng(one).samples, ReadPng(path).samples);  // the stored file's exact levels

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
+#include <iterator>
+#include <limits>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -36,6 +39,17 @@ Image MakeImage(int32_t width, int32_t height, int channels, F f) {
     image.samples.resize(size_t(width) * height * channels);
     for (size_t i = 0; i < image.samples.size(); ++i) image.samples[i] = f(i);
     return image;
+}
+
+// Values for the PNG writers: the levels' edges and halves, NaN, infinities,
+// and ordinary values a little beyond 0..1.
+inline float PngSample(size_t i) {
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float inf = std::numeric_limits<float>::infinity();
+    static const float special[] = {0.0f, 1.0f,  0.5f, 0.25f, 0.2f, -0.25f, 1.75f, nan,
+                                    inf,  -inf, 1.0f / 65535.0f, 0.5f / 255.0f};
+    if (i < std::size(special)) return special[i];
+    return 0.5f + 0.6f * std::sin(float(i) * 0.61f);
 }
 
 // Runs f, which must throw std::runtime_error; returns its message.
