@@ -376,7 +376,7 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
 
 // Streamed: each output is seen once, when its device is done; an output read
 // by one device only is handed to it, not copied; nothing stays behind.
-TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
+TEST_F(NetworkTest, StreamedBuildsOnWorkersHandOverLastReads) {
     auto make = [&] { return Chain(*host, 4, 1); };
     auto plain = make();
     ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 6u);
@@ -483,23 +483,13 @@ TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {
     network->Disconnect("b", 0);
     auto summary = [&](const std::string& id) {
         std::vector<std::string> lines;
-        for (const OwnerEvent& e : network->Events(id)) {
-            switch (e.kind) {
-                case OwnerEvent::Connection:
-                    lines.push_back("link " + std::to_string(e.where) + "/" +
-                                    std::to_string(e.index) + " " + std::to_string(e.state));
-                    break;
-                case OwnerEvent::QueryLink:
-                    lines.push_back("query");
-                    break;
-                case OwnerEvent::Edited:
-                    lines.push_back("edited");
-                    break;
-                case OwnerEvent::PortsChanged:
-                    lines.push_back("ports");
-                    break;
-            }
-        }
+        for (const OwnerEvent& e : network->Events(id))
+            lines.push_back(e.kind == OwnerEvent::Connection
+                                ? "link " + std::to_string(e.where) + "/" +
+                                      std::to_string(e.index) + " " + std::to_string(e.state)
+                            : e.kind == OwnerEvent::QueryLink ? "query"
+                            : e.kind == OwnerEvent::Edited    ? "edited"
+                                                              : "ports");
         return lines;
     };
     // The unlink is put to the network through the output's device.
