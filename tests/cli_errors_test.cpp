@@ -91,7 +91,8 @@ TEST(CliErrors, ModuleFromOptionOrEnvironmentAndMissingOnesNamed) {
     RunResult run = RunOrogen({"--module", BASEKIT64_MODULE_PATH, "devices"}, dir.path());
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_NE(run.out.find("Radial Grad"), std::string::npos);
-    run = RunOrogen({"devices"}, dir.path(), std::string("BASEKIT64_MODULE=") + BASEKIT64_MODULE_PATH);
+    run = RunOrogen({"devices"}, dir.path(),
+                    std::string("BASEKIT64_MODULE=") + BASEKIT64_MODULE_PATH);
     EXPECT_EQ(run.code, 0) << run.err;
 
     WriteText(dir / "net.json", kRadial);

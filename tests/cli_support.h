@@ -144,9 +144,8 @@ inline std::string Quote(const std::string& text) {
 inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path& workDir,
                            const std::string& env = "BASEKIT64_MODULE=") {
     static int serial = 0;
-    const std::string captured = (fs::temp_directory_path() / ("orogen-run-" + std::to_string(::getpid()) +
-                                                               "-" + std::to_string(serial++)))
-                                     .string();
+    const std::string captured = (fs::temp_directory_path() / "orogen-run-").string() +
+                                 std::to_string(::getpid()) + "-" + std::to_string(serial++);
     std::string command = "cd " + Quote(workDir.string()) + " && env " + env + " " +
                           Quote(OrogenPath().string());
     for (const std::string& arg : args) {

@@ -272,15 +272,13 @@ TEST(HostServices, ADefaultSwapFolderLivesAsLongAsItsHost) {
 TEST(HostServices, ModuleDevicesUseTheSeedsAndTheirOwner) {
     Host host;
     host.LoadModule(BASEKIT64_MODULE_PATH);
-    SeedSource reference;
-    reference.SetStart(99);
-    host.Seeds().SetStart(99);
     Network network(host);
     network.world.width = 17;
     network.world.height = 13;
     Orogen::Device& constant = network.AddDevice("c", "Constant");
-    EXPECT_EQ(host.Seeds().Calls(), 1u);  // the new device's seed
-    reference.NextSeed();
+    SeedSource reference;
+    reference.SetStart(99);
+    host.Seeds().SetStart(99);
     const int32_t next = reference.NextSeed();
     EXPECT_EQ(constant.RefreshRandomSeed(), next);
     EXPECT_EQ(constant.seed, next);
@@ -290,7 +288,8 @@ TEST(HostServices, ModuleDevicesUseTheSeedsAndTheirOwner) {
                                                    {0, 17 * 13 * 12},
                                                    {Orogen::kCoordinateData, 17 * 13 * 8},
                                                    {3, 8}};
-    for (const auto& [kind, bytes] : sizes) EXPECT_EQ(constant.owner->DataTypeSize(kind), bytes) << kind;
+    for (const auto& [kind, bytes] : sizes)
+        EXPECT_EQ(constant.owner->DataTypeSize(kind), bytes) << kind;
     // The module's own estimate: (links + 1) x the size of its output kind.
     EXPECT_EQ(constant.EstimateMemory(), 17u * 13 * 4);
 }

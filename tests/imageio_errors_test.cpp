@@ -20,12 +20,14 @@ struct WriterCase {
     const char* extension;
 };
 
-const WriterCase kWriters[] = {{"R32", WriteR32, ".r32"},
-                               {"Png16", WritePng16, ".png"},
-                               {"Png8", WritePng8, ".png"},
-                               {"StoredPng16", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 16); }, ".png"},
-                               {"StoredPng8", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 8); }, ".png"},
-                               {"Exr", WriteExr, ".exr"}};
+const WriterCase kWriters[] = {
+    {"R32", WriteR32, ".r32"},
+    {"Png16", WritePng16, ".png"},
+    {"Png8", WritePng8, ".png"},
+    {"StoredPng16", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 16); },
+     ".png"},
+    {"StoredPng8", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 8); }, ".png"},
+    {"Exr", WriteExr, ".exr"}};
 
 float Smooth(size_t i) {
     return 0.5f + 0.4f * std::sin(float(i));

@@ -119,7 +119,8 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
     EXPECT_EQ(types.size(), idatChunks + 2);  // nothing else, IDATs together
 
     const std::string depthAndType = {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
-    EXPECT_EQ(header, BigEndian32(uint32_t(c.width)) + BigEndian32(uint32_t(c.height)) + depthAndType);
+    EXPECT_EQ(header,
+              BigEndian32(uint32_t(c.width)) + BigEndian32(uint32_t(c.height)) + depthAndType);
 }
 
 TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
