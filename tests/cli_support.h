@@ -4,12 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -28,25 +24,11 @@ namespace fs = std::filesystem;
 
 using Scratch = basekit::testing::TempDir;
 
-inline std::string ReadText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
+inline std::string ReadText(const fs::path& path) { return basekit::testing::ReadBytes(path); }
 inline void WriteText(const fs::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
+    basekit::testing::WriteBytes(path, text);
 }
-
-// Every name in `dir` (not recursive), sorted; empty when it does not exist.
-inline std::vector<std::string> Listing(const fs::path& dir) {
-    std::vector<std::string> names;
-    std::error_code error;
-    if (!fs::is_directory(dir, error)) return names;
-    for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
+using basekit::testing::ListFolder;
 
 inline fs::path OrogenPath() {
 #ifdef OROGEN_PATH
@@ -162,8 +144,8 @@ inline std::string Quote(const std::string& text) {
 inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path& workDir,
                            const std::string& env = "BASEKIT64_MODULE=") {
     static int serial = 0;
-    fs::path captured = fs::temp_directory_path() /
-                        ("orogen-run-" + std::to_string(::getpid()) + "-" + std::to_string(serial++));
+    const std::string captured = (fs::temp_directory_path() / "orogen-run-").string() +
+                                 std::to_string(::getpid()) + "-" + std::to_string(serial++);
     std::string command = "cd " + Quote(workDir.string()) + " && env " + env + " " +
                           Quote(OrogenPath().string());
     for (const std::string& arg : args) {
@@ -171,17 +153,15 @@ inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path&
         command += Quote(arg);
     }
     command += " >";
-    command += Quote(captured.string() + ".out");
+    command += Quote(captured + ".out");
     command += " 2>";
-    command += Quote(captured.string() + ".err");
+    command += Quote(captured + ".err");
     command += " </dev/null";
-    int status = std::system(command.c_str());
-    RunResult result;
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = ReadText(captured.string() + ".out");
-    result.err = ReadText(captured.string() + ".err");
-    fs::remove(captured.string() + ".out");
-    fs::remove(captured.string() + ".err");
+    const int status = std::system(command.c_str());
+    RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadText(captured + ".out"),
+                     ReadText(captured + ".err")};
+    fs::remove(captured + ".out");
+    fs::remove(captured + ".err");
     return result;
 }
 

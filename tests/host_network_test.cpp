@@ -37,12 +37,9 @@ TEST_F(NetworkTest, AModuleDeviceBuildsOverTheWorld) {
     EXPECT_EQ(SamplesOf(out), std::vector<float>(17 * 13, 0.25f));
     EXPECT_STREQ(out->name, "Flat: slot 0");
     // The packet carries the world's extent and vertical scale.
-    EXPECT_EQ(out->grid.width, 17);
-    EXPECT_EQ(out->grid.x0, -2.0);
-    EXPECT_EQ(out->grid.y0, 1.0);
-    EXPECT_EQ(out->grid.x1, 6.0);
-    EXPECT_EQ(out->grid.y1, 3.5);
-    EXPECT_EQ(out->grid.verticalScale, 250.0);
+    const Orogen::Grid& g = out->grid;
+    EXPECT_EQ(std::vector<double>({double(g.width), g.x0, g.y0, g.x1, g.y1, g.verticalScale}),
+              std::vector<double>({17, -2.0, 1.0, 6.0, 3.5, 250.0}));
     EXPECT_FALSE(network->Output("flat", 1));
 }
 
@@ -109,33 +106,18 @@ TEST_F(NetworkTest, BuildOrderFollowsTheLinks) {
     }
 }
 
-TEST_F(NetworkTest, LinksThatWouldCloseACycleAreRefused) {
-    auto network = MakeNetwork();
-    network->AddDevice("a", "Test Add");
-    network->AddDevice("b", "Test Add");
-    network->AddDevice("c", "Test Add");
-    network->Connect("a", 0, "b", 0);
-    network->Connect("b", 0, "c", 0);
-    EXPECT_EQ(ErrorOf([&] { network->Connect("c", 0, "a", 0); }),
-              "linking \"c\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
-              "\"c\" -> \"a\"");
-    EXPECT_EQ(ErrorOf([&] { network->ConnectParameter("b", 0, "b", "Amount"); }),
-              "linking \"b\" to \"b\" would make a cycle between devices: \"b\" -> \"b\"");
-    EXPECT_EQ(network->Links().size(), 2u);
-
-    // A cycle made through the ports themselves is named when ordering.
-    network->Get("c").outputs[0]->Connect(network->Get("a").inputs[0]);
-    EXPECT_EQ(ErrorOf([&] { network->BuildOrder(); }),
-              "cycle between devices: \"a\" -> \"b\" -> \"c\" -> \"a\"");
-    EXPECT_EQ(ErrorOf([&] { network->Build(); }),
-              "cycle between devices: \"a\" -> \"b\" -> \"c\" -> \"a\"");
-}
-
 TEST_F(NetworkTest, MisuseGivesClearErrors) {
     auto network = MakeNetwork();
     network->AddDevice("ramp", "Test Ramp");
-    network->AddDevice("add", "Test Add");
+    for (const char* id : {"add", "a", "b", "c"}) network->AddDevice(id, "Test Add");
+    network->Connect("a", 0, "b", 0);
+    network->Connect("b", 0, "c", 0);
     const std::pair<std::function<void()>, std::string> cases[] = {
+        {[&] { network->Connect("c", 0, "a", 0); },
+         "linking \"c\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
+         "\"c\" -> \"a\""},
+        {[&] { network->ConnectParameter("b", 0, "b", "Amount"); },
+         "linking \"b\" to \"b\" would make a cycle between devices: \"b\" -> \"b\""},
         {[&] { network->AddDevice("ramp", "Test Add"); }, "duplicate device id \"ramp\""},
         {[&] { network->AddDevice("", "Test Add"); }, "a device needs a non-empty id"},
         {[&] { network->AddDevice("x", "Mountain"); }, "unknown device type \"Mountain\""},
@@ -148,8 +130,14 @@ TEST_F(NetworkTest, MisuseGivesClearErrors) {
         {[&] { network->RemoveDevice("gone"); }, "no device \"gone\""},
     };
     for (const auto& [action, message] : cases) EXPECT_EQ(ErrorOf(action), message);
-    EXPECT_EQ(network->Size(), 2u);
-    EXPECT_TRUE(network->Links().empty());
+    EXPECT_EQ(network->Size(), 5u);
+    EXPECT_EQ(network->Links().size(), 2u);
+
+    // A cycle made through the ports themselves is named when ordering.
+    network->Get("c").outputs[0]->Connect(network->Get("a").inputs[0]);
+    const std::string cycle = "cycle between devices: \"a\" -> \"b\" -> \"c\" -> \"a\"";
+    EXPECT_EQ(ErrorOf([&] { network->BuildOrder(); }), cycle);
+    EXPECT_EQ(ErrorOf([&] { network->Build(); }), cycle);
 }
 
 TEST_F(NetworkTest, FailuresStayWithTheirDeviceAndWhatDependsOnIt) {
@@ -255,7 +243,9 @@ TEST_F(NetworkTest, CancellingStopsTheBuild) {
         options.onDeviceDone = [&](const DeviceReport& r) {
             if (!fromProgress && r.id == "ramp") network->Cancel();
         };
+        const Orogen::BuildResultSet* before = network->Results();
         BuildReport report = network->Build(options);
+        EXPECT_NE(network->Results(), before);
         EXPECT_TRUE(report.cancelled);
         EXPECT_EQ(report.Find("ramp")->status, BuildStatus::Built);
         EXPECT_EQ(report.Find("rows")->status, BuildStatus::Cancelled);
@@ -264,11 +254,45 @@ TEST_F(NetworkTest, CancellingStopsTheBuild) {
         std::vector<std::string> rowsExpected;
         if (fromProgress) rowsExpected = {"1", "2", "3"};
         EXPECT_EQ(rowsSeen, rowsExpected);
-        // The next build starts afresh.
-        options.onProgress = nullptr;
-        options.onDeviceDone = nullptr;
+        // The next build starts afresh; the callbacks follow it.
+        std::vector<std::string> calls;
+        options.onDeviceStart = [&](const std::string& id, size_t position, size_t count) {
+            calls.push_back("start " + id + " " + std::to_string(position) + "/" +
+                            std::to_string(count));
+        };
+        options.onDeviceDone = [&](const DeviceReport& r) {
+            calls.push_back(std::string("done ") + r.id + " " + StatusName(r.status));
+        };
+        uint32_t items = 0, total = 0;
+        options.onProgress = [&](const std::string& id, uint32_t, uint32_t all) {
+            if (id == "ramp") ++items, total = all;
+            return true;
+        };
         EXPECT_EQ(network->Build(options).Count(BuildStatus::Built), 3u);
+        EXPECT_EQ(calls, (std::vector<std::string>{"start ramp 0/3", "done ramp built",
+                                                   "start rows 1/3", "done rows built",
+                                                   "start last 2/3", "done last built"}));
+        // The ramp's rows came in items, each reported once.
+        EXPECT_GT(items, 0u);
+        EXPECT_EQ(items, total);
     }
+}
+
+// A ramp, a chain of `adds` Test Adds and "late", the ramp's second reader.
+std::unique_ptr<Network> Chain(Host& host, int adds, int waves) {
+    auto network = std::make_unique<Network>(host);
+    network->world.width = network->world.height = 64;  // 16 KiB per height field
+    network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = waves;
+    std::string previous = "ramp";
+    for (int i = 0; i < adds; ++i) {
+        const std::string id = "add" + std::to_string(i);
+        network->AddDevice(id, "Test Add");
+        network->Connect(previous, 0, id, 0);
+        previous = id;
+    }
+    network->AddDevice("late", "Test Add");
+    network->Connect("ramp", 0, "late", 0);
+    return network;
 }
 
 // A network that uses every threaded path the tests and the module offer.
@@ -296,14 +320,6 @@ std::unique_ptr<Network> ThreadedNetwork(Host& host) {
     return network;
 }
 
-std::map<std::string, std::vector<float>> AllOutputs(const Network& network) {
-    std::map<std::string, std::vector<float>> outputs;
-    for (const std::string& id : network.Ids())
-        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
-            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
-    return outputs;
-}
-
 TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
     host->Seeds().SetStart(5);
     auto single = ThreadedNetwork(*host);
@@ -318,30 +334,11 @@ TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
     EXPECT_GT(host->Workers().Accepted(), 0u);
     ASSERT_EQ(a.Count(BuildStatus::Built), single->Size());
     ASSERT_EQ(b.Count(BuildStatus::Built), threaded->Size());
-    auto first = AllOutputs(*single), second = AllOutputs(*threaded);
-    ASSERT_EQ(first.size(), second.size());
-    for (const auto& [key, samples] : first) {
-        SCOPED_TRACE(key);
-        EXPECT_FALSE(samples.empty());
-        EXPECT_TRUE(SameBits(samples, second[key]));
-    }
+    ExpectSameOutputs(AllOutputs(*single), AllOutputs(*threaded));
 }
 
 TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
-    auto make = [&] {
-        auto network = MakeNetwork(64, 64);  // 16 KiB per height field
-        network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = 1;
-        std::string previous = "ramp";
-        for (int i = 0; i < 6; ++i) {
-            std::string id = "add" + std::to_string(i);
-            network->AddDevice(id, "Test Add");
-            network->Connect(previous, 0, id, 0);
-            previous = id;
-        }
-        network->AddDevice("late", "Test Add");  // reads the ramp last of all
-        network->Connect("ramp", 0, "late", 0);
-        return network;
-    };
+    auto make = [&] { return Chain(*host, 6, 1); };
     auto plain = make();
     ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 8u);
     auto expected = AllOutputs(*plain);
@@ -372,32 +369,15 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
     EXPECT_GE(pagedOut, 5u);
     EXPECT_EQ(fs::is_empty(host->SwapDirectory()), false);
     // Everything comes back as it was built without a budget.
-    auto outputs = AllOutputs(*budgeted);
-    for (const auto& [key, samples] : expected) {
-        SCOPED_TRACE(key);
-        EXPECT_TRUE(SameBits(samples, outputs[key]));
-    }
+    ExpectSameOutputs(expected, AllOutputs(*budgeted));
     budgeted.reset();
     EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
 }
 
 // Streamed: each output is seen once, when its device is done; an output read
 // by one device only is handed to it, not copied; nothing stays behind.
-TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
-    auto make = [&] {
-        auto network = MakeNetwork(64, 64);
-        network->AddDevice("ramp", "Test Ramp").params.records[1].value.i = 1;
-        std::string previous = "ramp";
-        for (int i = 0; i < 4; ++i) {
-            std::string id = "add" + std::to_string(i);
-            network->AddDevice(id, "Test Add");
-            network->Connect(previous, 0, id, 0);
-            previous = id;
-        }
-        network->AddDevice("late", "Test Add");  // the ramp's second reader
-        network->Connect("ramp", 0, "late", 0);
-        return network;
-    };
+TEST_F(NetworkTest, StreamedBuildsOnWorkersHandOverLastReads) {
+    auto make = [&] { return Chain(*host, 4, 1); };
     auto plain = make();
     ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 6u);
     auto expected = AllOutputs(*plain);
@@ -420,11 +400,7 @@ TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
             if (done.id == "add2") held = packet;
         };
         ASSERT_EQ(streamed->Build(options).Count(BuildStatus::Built), 6u);
-        EXPECT_EQ(seen.size(), expected.size());
-        for (const auto& [key, samples] : expected) {
-            SCOPED_TRACE(key);
-            EXPECT_TRUE(SameBits(samples, seen[key]));
-        }
+        ExpectSameOutputs(expected, seen);
         // add0 copies the ramp (two readers); add1 works in add0's packet;
         // add3 copies add2, which the caller held.
         EXPECT_NE(packets["add0"], packets["ramp"]);
@@ -439,17 +415,7 @@ TEST_F(NetworkTest, StreamedBuildsHandOverLastReadsAndKeepNothing) {
 }
 
 TEST_F(NetworkTest, AStoredOutputThatCannotComeBackFailsItsReader) {
-    auto network = MakeNetwork(64, 64);
-    network->AddDevice("ramp", "Test Ramp");
-    std::string previous = "ramp";
-    for (int i = 0; i < 4; ++i) {
-        std::string id = "add" + std::to_string(i);
-        network->AddDevice(id, "Test Add");
-        network->Connect(previous, 0, id, 0);
-        previous = id;
-    }
-    network->AddDevice("late", "Test Add");
-    network->Connect("ramp", 0, "late", 0);
+    auto network = Chain(*host, 4, 0);
     BuildOptions options;
     options.memoryBudget = 20000;
     // Damage every swap file just before the last reader of the ramp runs.
@@ -467,38 +433,29 @@ TEST_F(NetworkTest, AStoredOutputThatCannotComeBackFailsItsReader) {
     EXPECT_FALSE(network->Output("late", 0));
 }
 
-TEST_F(NetworkTest, AFieldOnAParameterLinkCountsByItsMean) {
+// A field on a parameter counts by its mean; a fanned-out output gives each
+// reader its own copy and stays as it was.
+TEST_F(NetworkTest, ParameterLinksAndFanOut) {
     auto network = MakeNetwork(9, 9);
-    Orogen::Device& base = network->AddDevice("base", "Constant");
-    Orogen::Device& driver = network->AddDevice("driver", "Constant");
-    Orogen::GetParameter(&base, "Height")->f = 0.25f;
-    Orogen::GetParameter(&driver, "Height")->f = 0.75f;
+    Orogen::GetParameter(&network->AddDevice("base", "Constant"), "Height")->f = 0.25f;
+    Orogen::GetParameter(&network->AddDevice("driver", "Constant"), "Height")->f = 0.75f;
     network->AddDevice("add", "Test Add");
+    network->AddDevice("down", "Test Add").params.records[0].value.f = -0.25f;
     network->Connect("base", 0, "add", 0);
     network->ConnectParameter("driver", 0, "add", "Amount");
-    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 3u);
+    network->Connect("base", 0, "down", 0);
+    EXPECT_EQ(network->Get("base").outputs[0]->links.size(), 2u);
+    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 4u);
     // Amount spans -1..1: a value of 0.75 reads as 0.5.
     EXPECT_EQ(SamplesOf(network->Output("add", 0)), std::vector<float>(81, 0.75f));
+    EXPECT_EQ(SamplesOf(network->Output("down", 0)), std::vector<float>(81, 0.0f));
+    EXPECT_EQ(SamplesOf(network->Output("base", 0)), std::vector<float>(81, 0.25f));
+    EXPECT_NE(network->Output("add", 0).get(), network->Output("base", 0).get());
     std::vector<Link> links = network->Links();
-    ASSERT_EQ(links.size(), 2u);
+    ASSERT_EQ(links.size(), 3u);
     EXPECT_EQ(links[1].target, LinkTarget::Parameter);
     EXPECT_EQ(links[1].parameter, "Amount");
     EXPECT_EQ(links[1].from, "driver");
-}
-
-TEST_F(NetworkTest, FanOutGivesEachReaderItsOwnCopy) {
-    auto network = MakeNetwork(6, 6);
-    Orogen::GetParameter(&network->AddDevice("src", "Constant"), "Height")->f = 0.5f;
-    network->AddDevice("up", "Test Add").params.records[0].value.f = 0.25f;
-    network->AddDevice("down", "Test Add").params.records[0].value.f = -0.25f;
-    network->Connect("src", 0, "up", 0);
-    network->Connect("src", 0, "down", 0);
-    EXPECT_EQ(network->Get("src").outputs[0]->links.size(), 2u);
-    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 3u);
-    EXPECT_EQ(SamplesOf(network->Output("up", 0)), std::vector<float>(36, 0.75f));
-    EXPECT_EQ(SamplesOf(network->Output("down", 0)), std::vector<float>(36, 0.25f));
-    EXPECT_EQ(SamplesOf(network->Output("src", 0)), std::vector<float>(36, 0.5f));
-    EXPECT_NE(network->Output("up", 0).get(), network->Output("src", 0).get());
 }
 
 TEST_F(NetworkTest, RemovingADeviceUnlinksIt) {
@@ -526,23 +483,13 @@ TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {
     network->Disconnect("b", 0);
     auto summary = [&](const std::string& id) {
         std::vector<std::string> lines;
-        for (const OwnerEvent& e : network->Events(id)) {
-            switch (e.kind) {
-                case OwnerEvent::Connection:
-                    lines.push_back("link " + std::to_string(e.where) + "/" +
-                                    std::to_string(e.index) + " " + std::to_string(e.state));
-                    break;
-                case OwnerEvent::QueryLink:
-                    lines.push_back("query");
-                    break;
-                case OwnerEvent::Edited:
-                    lines.push_back("edited");
-                    break;
-                case OwnerEvent::PortsChanged:
-                    lines.push_back("ports");
-                    break;
-            }
-        }
+        for (const OwnerEvent& e : network->Events(id))
+            lines.push_back(e.kind == OwnerEvent::Connection
+                                ? "link " + std::to_string(e.where) + "/" +
+                                      std::to_string(e.index) + " " + std::to_string(e.state)
+                            : e.kind == OwnerEvent::QueryLink ? "query"
+                            : e.kind == OwnerEvent::Edited    ? "edited"
+                                                              : "ports");
         return lines;
     };
     // The unlink is put to the network through the output's device.
@@ -555,38 +502,6 @@ TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {
     b.RemovePort(0, 1);
     b.SettingsChanged();
     EXPECT_EQ(summary("b"), (std::vector<std::string>{"ports", "ports", "edited"}));
-}
-
-TEST_F(NetworkTest, ProgressCallbacksFollowTheBuild) {
-    auto network = MakeNetwork(8, 8);
-    network->AddDevice("ramp", "Test Ramp");
-    network->AddDevice("add", "Test Add");
-    network->Connect("ramp", 0, "add", 0);
-    std::vector<std::string> calls;
-    BuildOptions options;
-    options.onDeviceStart = [&](const std::string& id, size_t position, size_t count) {
-        calls.push_back("start " + id + " " + std::to_string(position) + "/" +
-                        std::to_string(count));
-    };
-    options.onDeviceDone = [&](const DeviceReport& r) {
-        calls.push_back(std::string("done ") + r.id + " " + StatusName(r.status));
-    };
-    uint32_t items = 0, total = 0;
-    options.onProgress = [&](const std::string& id, uint32_t, uint32_t all) {
-        if (id == "ramp") {
-            ++items;
-            total = all;
-        }
-        return true;
-    };
-    const Orogen::BuildResultSet* before = network->Results();
-    network->Build(options);
-    EXPECT_EQ(calls, (std::vector<std::string>{"start ramp 0/2", "done ramp built", "start add 1/2",
-                                               "done add built"}));
-    // The ramp's rows came in items, each reported once.
-    EXPECT_GT(items, 0u);
-    EXPECT_EQ(items, total);
-    EXPECT_NE(network->Results(), before);
 }
 
 }  // namespace

@@ -8,11 +8,8 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <map>
 #include <memory>
-#include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -28,17 +25,9 @@ namespace basekit::host::testing {
 
 namespace fs = std::filesystem;
 
+using basekit::testing::ReadBytes;
 using basekit::testing::TempDir;
-
-inline std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void WriteBytes(const fs::path& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
+using basekit::testing::WriteBytes;
 
 // The samples of a packet as a vector, for exact comparisons.
 inline std::vector<float> SamplesOf(const Orogen::PacketRef& packet) {
@@ -52,6 +41,26 @@ inline std::vector<float> SamplesOf(const Orogen::PacketRef& packet) {
 inline bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
     return a.size() == b.size() &&
            (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0);
+}
+
+// Every output of every device of a built network, keyed "id#slot".
+inline std::map<std::string, std::vector<float>> AllOutputs(const Network& network) {
+    std::map<std::string, std::vector<float>> outputs;
+    for (const std::string& id : network.Ids())
+        for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
+            outputs[id + "#" + std::to_string(k)] = SamplesOf(network.Output(id, k));
+    return outputs;
+}
+
+// Two such maps hold the same outputs, bit for bit, none of them empty.
+inline void ExpectSameOutputs(const std::map<std::string, std::vector<float>>& expected,
+                              const std::map<std::string, std::vector<float>>& actual) {
+    EXPECT_EQ(actual.size(), expected.size());
+    for (const auto& [key, samples] : expected) {
+        const auto found = actual.find(key);
+        EXPECT_FALSE(samples.empty()) << key;
+        EXPECT_TRUE(found != actual.end() && SameBits(samples, found->second)) << key;
+    }
 }
 
 using basekit::testing::Inverter;

@@ -20,37 +20,14 @@ struct WriterCase {
     const char* extension;
 };
 
-void WriteStoredPng16(const fs::path& path, const ImageView& image) {
-    WriteStoredPng(path, image, 16);
-}
-void WriteStoredPng8(const fs::path& path, const ImageView& image) {
-    WriteStoredPng(path, image, 8);
-}
-
-const WriterCase kWriters[] = {{"R32", WriteR32, ".r32"},
-                               {"Png16", WritePng16, ".png"},
-                               {"Png8", WritePng8, ".png"},
-                               {"StoredPng16", WriteStoredPng16, ".png"},
-                               {"StoredPng8", WriteStoredPng8, ".png"},
-                               {"Exr", WriteExr, ".exr"}};
-
-// Runs f, which must throw std::runtime_error; returns its message.
-std::string ErrorOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const std::runtime_error& e) {
-        return e.what();
-    } catch (...) {
-        ADD_FAILURE() << "threw something other than std::runtime_error";
-        return {};
-    }
-    ADD_FAILURE() << "did not throw";
-    return {};
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+const WriterCase kWriters[] = {
+    {"R32", WriteR32, ".r32"},
+    {"Png16", WritePng16, ".png"},
+    {"Png8", WritePng8, ".png"},
+    {"StoredPng16", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 16); },
+     ".png"},
+    {"StoredPng8", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 8); }, ".png"},
+    {"Exr", WriteExr, ".exr"}};
 
 float Smooth(size_t i) {
     return 0.5f + 0.4f * std::sin(float(i));
@@ -182,16 +159,8 @@ TEST(ReadFailure, R32WrongSizeNamesExpectedAndActual) {
         const std::string message = ErrorOf([&] { ReadR32(path, 3, 2, 1); });
         EXPECT_TRUE(Contains(message, std::to_string(changed.size()) + " bytes")) << message;
     }
-}
-
-TEST(ReadFailure, R32InvalidArguments) {
-    TempDir dir;
-    const fs::path path = dir / "h.r32";
-    WriteR32(path, MakeImage(1, 1, 1, Smooth));
-    ErrorOf([&] { ReadR32(path, 0, 1, 1); });
-    ErrorOf([&] { ReadR32(path, 1, -1, 1); });
-    ErrorOf([&] { ReadR32(path, 1, 1, 2); });
-    ErrorOf([&] { ReadR32(path, 65536, 65536, 1); });  // refused before any allocation
+    for (const auto& [w, h, c] : {std::tuple{0, 1, 1}, {1, -1, 1}, {1, 1, 2}, {65536, 65536, 1}})
+        ErrorOf([&] { ReadR32(path, w, h, c); });  // the last refused before any allocation
 }
 
 // Every prefix of a good file, and the file with any one byte changed, must
@@ -222,13 +191,12 @@ TEST(ReadFailure, TruncatedOrCorruptPng) {
     NEED_PNG_READER();
     TempDir dir;
     const fs::path path = dir / "p.png";
-    for (const Writer write :
-         std::initializer_list<Writer>{WritePng16, WritePng8, WriteStoredPng16, WriteStoredPng8}) {
+    for (const WriterCase& w : kWriters) {
+        if (std::string(w.extension) != ".png") continue;
         for (const int channels : {1, 3}) {
-            write(path, MakeImage(5, 4, channels, Smooth));
+            w.write(path, MakeImage(5, 4, channels, Smooth));
             // Every byte of a PNG is covered by a CRC or checked otherwise.
-            CheckDamaged(
-                path, ReadBytes(path), [&] { return ReadPng(path); }, true);
+            CheckDamaged(path, ReadBytes(path), [&] { return ReadPng(path); }, true);
         }
     }
     WriteBytes(path, "not a PNG at all, just some text");
@@ -241,23 +209,10 @@ TEST(ReadFailure, TruncatedOrCorruptExr) {
     const fs::path path = dir / "e.exr";
     for (const int channels : {1, 3}) {
         WriteExr(path, MakeImage(6, 5, channels, Smooth));
-        CheckDamaged(
-            path, ReadBytes(path), [&] { return ReadExr(path); }, false);
+        CheckDamaged(path, ReadBytes(path), [&] { return ReadExr(path); }, false);
     }
     WriteBytes(path, std::string("v/1\x01", 4) + std::string(100, '\xff'));
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadExr(path); }), path.string()));
-}
-
-std::string PngChunk(const std::string& type, const std::string& data) {
-    auto bigEndian = [](uint32_t v) {
-        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    };
-    uint32_t crc = 0xffffffffu;  // CRC-32 of type and data
-    for (const char c : type + data) {
-        crc ^= uint8_t(c);
-        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
-    }
-    return bigEndian(uint32_t(data.size())) + type + data + bigEndian(crc ^ 0xffffffffu);
 }
 
 // A PNG header claiming a huge image is refused before the pixels are
@@ -283,16 +238,12 @@ TEST(ReadFailure, ReadImageRefusesUnknownTypesAndR32) {
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(r32); }), "ReadR32"));
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(tif); }), tif.string()));
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadImage(dir / "noextension"); }), "unknown"));
-    WritePng8(dir / "p.png", MakeImage(1, 1, 1, Smooth));
+    WritePng16(dir / "p.png", MakeImage(2, 2, 1, Smooth));
     ErrorOf([&] { ReadImage(dir / "p.png", 2); });
-}
-
-TEST(ReadFailure, WrongContentForExtension) {
-    NEED_EXR();
-    TempDir dir;
+    if (!CanUseExr()) return;
+    // Content that does not match the extension.
     WriteExr(dir / "e.exr", MakeImage(2, 2, 1, Smooth));
     fs::copy_file(dir / "e.exr", dir / "e.png");
-    WritePng16(dir / "p.png", MakeImage(2, 2, 1, Smooth));
     fs::copy_file(dir / "p.png", dir / "p.exr");
     ErrorOf([&] { ReadImage(dir / "e.png"); });
     ErrorOf([&] { ReadImage(dir / "p.exr"); });

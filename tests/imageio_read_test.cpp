@@ -13,6 +13,7 @@
 #include <zlib.h>  // comes with libpng
 #endif
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -22,31 +23,9 @@ namespace basekit::host::testing {
 namespace {
 
 #ifdef BASEKIT64_HAVE_LIBPNG
-std::string BigEndian32(uint32_t v) {
-    return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-}
-
-std::string Chunk(const std::string& type, const std::string& data) {
-    const std::string body = type + data;
-    const uint32_t crc = uint32_t(crc32(
-        crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(body.data()), uInt(body.size())));
-    return BigEndian32(uint32_t(data.size())) + body + BigEndian32(crc);
-}
-
+// Grey, -, RGB, palette, grey + alpha, -, RGBA.
 int SamplesPerPixel(int colourType) {
-    switch (colourType) {
-        case 0:
-            return 1;  // grey
-        case 2:
-            return 3;  // RGB
-        case 3:
-            return 1;  // palette
-        case 4:
-            return 2;  // grey + alpha
-        case 6:
-            return 4;  // RGBA
-    }
-    return 0;
+    return std::array{1, 0, 3, 1, 2, 0, 4}.at(size_t(colourType));
 }
 
 struct PngSpec {
@@ -111,10 +90,10 @@ std::string MakePng(const PngSpec& layout) {
     header += char(layout.colourType);
     header += std::string(2, '\0');  // deflate, adaptive filtering
     header += char(layout.interlaced ? 1 : 0);
-    std::string file = "\x89PNG\r\n\x1a\n" + Chunk("IHDR", header);
-    if (!layout.palette.empty()) file += Chunk("PLTE", layout.palette);
-    if (!layout.transparency.empty()) file += Chunk("tRNS", layout.transparency);
-    return file + Chunk("IDAT", packed) + Chunk("IEND", "");
+    std::string file = "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header);
+    if (!layout.palette.empty()) file += PngChunk("PLTE", layout.palette);
+    if (!layout.transparency.empty()) file += PngChunk("tRNS", layout.transparency);
+    return file + PngChunk("IDAT", packed) + PngChunk("IEND", "");
 }
 
 struct PngCase {
@@ -133,51 +112,31 @@ float V16(unsigned v) {
 
 std::vector<PngCase> PngCases() {
     const std::string palette("\x00\x00\x00\xff\x80\x01\x10\x20\x30", 9);  // 3 RGB entries
+    const std::string tRnsGrey("\x00\x0a", 2), tRnsPalette("\x00\x80", 2);
+    const std::string tRnsGrey2("\x00\x01", 2), tRnsRgb("\x00\x07\x00\x08\x00\x09", 6);
     return {
         {"Grey8", {3, 1, 8, 0, {0, 128, 255}}, 1, {0.0f, V8(128), 1.0f}},
         {"Grey16", {2, 2, 16, 0, {0, 1, 32768, 65535}}, 1, {0.0f, V16(1), V16(32768), 1.0f}},
-        {"Grey1",
-         {9, 1, 1, 0, {1, 0, 1, 1, 0, 0, 0, 0, 1}},
-         1,
-         {1.0f, 0.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f}},
+        {"Grey1", {9, 1, 1, 0, {1, 0, 1, 1, 0, 0, 0, 0, 1}}, 1, {1, 0, 1, 1, 0, 0, 0, 0, 1}},
         {"Grey2", {4, 1, 2, 0, {0, 1, 2, 3}}, 1, {0.0f, V8(85), V8(170), 1.0f}},
         {"Grey4", {3, 1, 4, 0, {0, 7, 15}}, 1, {0.0f, V8(7 * 17), 1.0f}},
-        {"GreyTransparency8",
-         {2, 1, 8, 0, {10, 20}, "", std::string("\x00\x0a", 2)},
-         1,
-         {V8(10), V8(20)}},
+        {"GreyTransparency8", {2, 1, 8, 0, {10, 20}, "", tRnsGrey}, 1, {V8(10), V8(20)}},
         {"GreyAlpha8", {2, 1, 8, 4, {10, 0, 20, 255}}, 1, {V8(10), V8(20)}},
         {"GreyAlpha16", {1, 2, 16, 4, {1000, 0, 65535, 7}}, 1, {V16(1000), 1.0f}},
-        {"Rgb8",
-         {2, 1, 8, 2, {1, 2, 3, 253, 254, 255}},
-         3,
+        {"Rgb8", {2, 1, 8, 2, {1, 2, 3, 253, 254, 255}}, 3,
          {V8(1), V8(2), V8(3), V8(253), V8(254), 1.0f}},
         {"Rgb16", {1, 1, 16, 2, {0, 32768, 65535}}, 3, {0.0f, V16(32768), 1.0f}},
-        {"Rgba8",
-         {1, 2, 8, 6, {1, 2, 3, 0, 4, 5, 6, 128}},
-         3,
+        {"Rgba8", {1, 2, 8, 6, {1, 2, 3, 0, 4, 5, 6, 128}}, 3,
          {V8(1), V8(2), V8(3), V8(4), V8(5), V8(6)}},
         {"Rgba16", {1, 1, 16, 6, {100, 200, 300, 0}}, 3, {V16(100), V16(200), V16(300)}},
-        {"Palette8",
-         {3, 1, 8, 3, {2, 0, 1}, palette},
-         3,
+        {"Palette8", {3, 1, 8, 3, {2, 0, 1}, palette}, 3,
          {V8(0x10), V8(0x20), V8(0x30), 0.0f, 0.0f, 0.0f, 1.0f, V8(0x80), V8(1)}},
-        {"Palette2Transparency",
-         {3, 1, 2, 3, {1, 2, 0}, palette, std::string("\x00\x80", 2)},
-         3,
+        {"Palette2Transparency", {3, 1, 2, 3, {1, 2, 0}, palette, tRnsPalette}, 3,
          {1.0f, V8(0x80), V8(1), V8(0x10), V8(0x20), V8(0x30), 0.0f, 0.0f, 0.0f}},
-        {"Grey2Transparency",
-         {2, 1, 2, 0, {3, 1}, "", std::string("\x00\x01", 2)},
-         1,
-         {1.0f, V8(85)}},
-        {"Rgb8Transparency",
-         {1, 1, 8, 2, {7, 8, 9}, "", std::string("\x00\x07\x00\x08\x00\x09", 6)},
-         3,
-         {V8(7), V8(8), V8(9)}},
-        {"Interlaced8Rgb",
-         {5, 3, 8, 2, {}, "", "", true},
-         3,
-         {}},  // samples and expectations filled below
+        {"Grey2Transparency", {2, 1, 2, 0, {3, 1}, "", tRnsGrey2}, 1, {1.0f, V8(85)}},
+        {"Rgb8Transparency", {1, 1, 8, 2, {7, 8, 9}, "", tRnsRgb}, 3, {V8(7), V8(8), V8(9)}},
+        // Samples and expectations of the interlaced ones: a pattern, made below.
+        {"Interlaced8Rgb", {5, 3, 8, 2, {}, "", "", true}, 3, {}},
         {"Interlaced16Grey", {9, 10, 16, 0, {}, "", "", true}, 1, {}},
     };
 }
@@ -238,65 +197,45 @@ void WriteExrDirect(const fs::path& path, const Imath::Box2i& window,
     out.writePixels(window.max.y - window.min.y + 1);
 }
 
-TEST(ExrRead, HalfRgbaGivesRgb) {
+TEST(ExrRead, ChannelsTypesAndWindows) {
+    using Box = Imath::Box2i;
+    using V = Imath::V2i;
+    const struct {
+        const char* name;
+        Box window;
+        std::vector<std::string> channels;
+        Imf::PixelType type;
+        std::vector<float> values;
+        int width, height, readChannels;
+        std::vector<float> expected;  // empty: refused
+    } cases[] = {
+        {"half RGBA gives RGB", Box(V(0, 0), V(1, 0)), {"R", "G", "B", "A"}, Imf::HALF,
+         {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f}, 2, 1, 3,
+         {0.5f, 1.0f, 2.0f, -0.25f, 0.125f, 65504.0f}},
+        {"half Y gives grey", Box(V(0, 0), V(0, 2)), {"Y"}, Imf::HALF, {0.5f, 0.75f, -8.0f}, 1, 3,
+         1, {0.5f, 0.75f, -8.0f}},
+        {"window away from the origin", Box(V(5, -3), V(7, -2)), {"Y"}, Imf::FLOAT,
+         {1, 2, 3, 4, 5, 6}, 3, 2, 1, {1, 2, 3, 4, 5, 6}},
+        {"RGB wins over Y, others ignored", Box(V(0, 0), V(0, 0)), {"R", "G", "B", "Y", "Z"},
+         Imf::FLOAT, {1, 2, 3, 4, 5}, 1, 1, 3, {1, 2, 3}},
+        {"neither Y nor RGB", Box(V(0, 0), V(0, 0)), {"R", "Z"}, Imf::FLOAT, {1, 2}, 0, 0, 0, {}},
+    };
     TempDir dir;
-    const fs::path path = dir / "h.exr";
-    const Imath::Box2i window(Imath::V2i(0, 0), Imath::V2i(1, 0));
-    WriteExrDirect(path, window, {"R", "G", "B", "A"}, Imf::HALF,
-                   {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f});
-    const Image image = ReadExr(path);
-    EXPECT_EQ(image.width, 2);
-    EXPECT_EQ(image.height, 1);
-    EXPECT_EQ(image.channels, 3);
-    EXPECT_EQ(image.samples, (std::vector<float>{0.5f, 1.0f, 2.0f, -0.25f, 0.125f, 65504.0f}));
-}
-
-TEST(ExrRead, HalfLuminanceGivesGrey) {
-    TempDir dir;
-    const fs::path path = dir / "y.exr";
-    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 2)), {"Y"}, Imf::HALF,
-                   {0.5f, 0.75f, -8.0f});
-    const Image image = ReadExr(path);
-    EXPECT_EQ(image.channels, 1);
-    EXPECT_EQ(image.width, 1);
-    EXPECT_EQ(image.height, 3);
-    EXPECT_EQ(image.samples, (std::vector<float>{0.5f, 0.75f, -8.0f}));
-}
-
-TEST(ExrRead, DataWindowAwayFromOrigin) {
-    TempDir dir;
-    const fs::path path = dir / "w.exr";
-    const Imath::Box2i window(Imath::V2i(5, -3), Imath::V2i(7, -2));  // 3x2
-    WriteExrDirect(path, window, {"Y"}, Imf::FLOAT, {1, 2, 3, 4, 5, 6});
-    const Image image = ReadExr(path);
-    EXPECT_EQ(image.width, 3);
-    EXPECT_EQ(image.height, 2);
-    EXPECT_EQ(image.samples, (std::vector<float>{1, 2, 3, 4, 5, 6}));
-}
-
-TEST(ExrRead, RgbWinsOverYAndOtherChannelsAreIgnored) {
-    TempDir dir;
-    const fs::path path = dir / "m.exr";
-    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 0)),
-                   {"R", "G", "B", "Y", "Z"}, Imf::FLOAT, {1, 2, 3, 4, 5});
-    const Image image = ReadExr(path);
-    EXPECT_EQ(image.channels, 3);
-    EXPECT_EQ(image.samples, (std::vector<float>{1, 2, 3}));
-}
-
-TEST(ExrRead, NeitherYNorRgbIsAnError) {
-    TempDir dir;
-    const fs::path path = dir / "z.exr";
-    WriteExrDirect(path, Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(0, 0)), {"R", "Z"}, Imf::FLOAT,
-                   {1, 2});
-    try {
-        ReadExr(path);
-        FAIL() << "no error";
-    } catch (const std::runtime_error& e) {
-        EXPECT_NE(std::string(e.what()).find("neither a Y channel nor R, G and B"),
-                  std::string::npos)
-            << e.what();
-        EXPECT_NE(std::string(e.what()).find(path.string()), std::string::npos) << e.what();
+    const fs::path path = dir / "in.exr";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteExrDirect(path, c.window, c.channels, c.type, c.values);
+        if (c.expected.empty()) {
+            const std::string message = ErrorOf([&] { ReadExr(path); });
+            EXPECT_TRUE(Contains(message, "neither a Y channel nor R, G and B")) << message;
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+            continue;
+        }
+        const Image image = ReadExr(path);
+        EXPECT_EQ(image.width, c.width);
+        EXPECT_EQ(image.height, c.height);
+        EXPECT_EQ(image.channels, c.readChannels);
+        EXPECT_EQ(image.samples, c.expected);
     }
 }
 #else

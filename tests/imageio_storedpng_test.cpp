@@ -1,8 +1,5 @@
-// The PNG encoders checked where libpng and zlib exist: the uncompressed one
-// that builds without libpng write with, and the banded one of every other
-// build. libpng reads back the exact values, every chunk's CRC and the zlib
-// stream's Adler-32 are right; stored blocks are stored, and the banded file
-// is the same bytes on one thread as on several.
+// The PNG encoders where libpng and zlib exist: the stored one of builds
+// without libpng, and the banded one, the same bytes on any thread count.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,15 +35,6 @@ const Case kCases[] = {
     {"Grey16_ManyBands", 1000, 333, 1, 16},
 };
 
-float Sample(size_t i) {
-    static const float special[] = {0.0f,  1.0f,  0.5f,
-                                    -0.25f, 1.75f, std::numeric_limits<float>::quiet_NaN(),
-                                    1.0f / 65535.0f, 0.5f / 255.0f, std::numeric_limits<float>::infinity()};
-    constexpr size_t n = sizeof special / sizeof special[0];
-    if (i < n) return special[i];
-    return 0.5f + 0.6f * std::sin(float(i) * 0.61f);  // spills a little beyond 0..1
-}
-
 // The stored level of v: clamped to 0..1, NaN as 0, rounded half away from 0.
 unsigned Level(float v, unsigned max) {
     if (std::isnan(v) || v <= 0.0f) return 0;
@@ -54,12 +42,23 @@ unsigned Level(float v, unsigned max) {
     return unsigned(std::round(double(v) * max));
 }
 
+// The levels of `samples`, big-endian, as a PNG row holds them.
+std::string Levels(const float* samples, size_t count, int bitDepth) {
+    std::string bytes;
+    for (size_t i = 0; i < count; ++i) {
+        const unsigned v = Level(samples[i], bitDepth == 16 ? 65535 : 255);
+        if (bitDepth == 16) bytes += char(v >> 8);
+        bytes += char(v & 0xff);
+    }
+    return bytes;
+}
+
 class StoredPng : public ::testing::TestWithParam<Case> {
   protected:
     void SetUp() override {
         NEED_PNG_READER();
         const Case& c = GetParam();
-        image = MakeImage(c.width, c.height, c.channels, Sample);
+        image = MakeImage(c.width, c.height, c.channels, PngSample);
         path = dir / "stored.png";
         WriteStoredPng(path, image, c.bitDepth);
     }
@@ -68,25 +67,6 @@ class StoredPng : public ::testing::TestWithParam<Case> {
     Image image;
     fs::path path;
 };
-
-TEST_P(StoredPng, LibpngReadsTheExactLevels) {
-    const Case& c = GetParam();
-    const unsigned max = c.bitDepth == 16 ? 65535 : 255;
-    const Image back = ReadPng(path);
-    ASSERT_EQ(back.width, c.width);
-    ASSERT_EQ(back.height, c.height);
-    ASSERT_EQ(back.channels, c.channels);
-    ASSERT_EQ(back.samples.size(), image.samples.size());
-    for (size_t i = 0; i < image.samples.size(); ++i) {
-        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], max)) / float(max))
-            << "sample " << i << " = " << image.samples[i];
-    }
-    // The same pixels as libpng's own compressed file.
-    const fs::path compressed = dir / "libpng.png";
-    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
-    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
-    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
-}
 
 #ifdef BASEKIT64_HAVE_LIBPNG
 uint32_t BigEndian(const std::string& bytes, size_t at) {
@@ -98,6 +78,17 @@ struct Chunks {
     std::string header, stream;  // IHDR's body, the IDATs' bodies joined
     size_t idatChunks = 0;
 };
+
+// The zlib stream inflated by zlib, its own checks included.
+std::string Inflate(const std::string& stream, size_t size) {
+    std::string raw(size, '\0');
+    uLongf length = uLongf(size);
+    EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &length,
+                         reinterpret_cast<const Bytef*>(stream.data()), uLong(stream.size())),
+              Z_OK);
+    raw.resize(length);
+    return raw;
+}
 
 // Walks the chunks, checking each CRC, and that the file is IHDR, IDATs,
 // IEND and nothing else.
@@ -112,9 +103,7 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
         const uint32_t length = BigEndian(file, at);
         ASSERT_LE(at + 12 + length, file.size());
         const std::string body = file.substr(at + 4, 4 + length);
-        const uLong crc = crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(body.data()),
-                                uInt(body.size()));
-        EXPECT_EQ(BigEndian(file, at + 8 + length), uint32_t(crc)) << "chunk " << body.substr(0, 4);
+        EXPECT_EQ(BigEndian(file, at + 8 + length), Crc32(body)) << "chunk " << body.substr(0, 4);
         types.push_back(body.substr(0, 4));
         if (types.back() == "IHDR") header = body.substr(4);
         if (types.back() == "IDAT") {
@@ -129,15 +118,28 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
     EXPECT_EQ(types.back(), "IEND");
     EXPECT_EQ(types.size(), idatChunks + 2);  // nothing else, IDATs together
 
-    std::string ihdr;
-    for (const uint32_t v : {uint32_t(c.width), uint32_t(c.height)})
-        ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    ihdr += {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
-    EXPECT_EQ(header, ihdr);
+    const std::string depthAndType = {char(c.bitDepth), char(c.channels == 1 ? 0 : 2), 0, 0, 0};
+    EXPECT_EQ(header,
+              BigEndian32(uint32_t(c.width)) + BigEndian32(uint32_t(c.height)) + depthAndType);
 }
 
-TEST_P(StoredPng, ChunksAndStreamAreExact) {
+TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
     const Case& c = GetParam();
+    // libpng reads the exact levels, the same pixels as its own compressed file.
+    const Image back = ReadPng(path);
+    ASSERT_EQ(back.width, c.width);
+    ASSERT_EQ(back.height, c.height);
+    ASSERT_EQ(back.channels, c.channels);
+    ASSERT_EQ(back.samples.size(), image.samples.size());
+    const float max = c.bitDepth == 16 ? 65535.0f : 255.0f;
+    for (size_t i = 0; i < image.samples.size(); ++i)
+        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], unsigned(max))) / max)
+            << "sample " << i << " = " << image.samples[i];
+    const fs::path compressed = dir / "libpng.png";
+    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
+    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
+    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
+
     Chunks chunks;
     ReadChunks(ReadBytes(path), c, chunks);
     if (HasFatalFailure()) return;
@@ -147,14 +149,8 @@ TEST_P(StoredPng, ChunksAndStreamAreExact) {
     // The scanlines: filter byte 0, then the levels, big-endian.
     std::string raw;
     const size_t rowSamples = size_t(c.width) * c.channels;
-    for (int32_t y = 0; y < c.height; ++y) {
-        raw += '\0';
-        for (size_t i = 0; i < rowSamples; ++i) {
-            const unsigned v = Level(image.samples[y * rowSamples + i], c.bitDepth == 16 ? 65535 : 255);
-            if (c.bitDepth == 16) raw += char(v >> 8);
-            raw += char(v & 0xff);
-        }
-    }
+    for (int32_t y = 0; y < c.height; ++y)
+        raw += '\0' + Levels(&image.samples[y * rowSamples], rowSamples, c.bitDepth);
 
     // zlib header, stored blocks of at most 65535 bytes with the last one
     // marked, then the Adler-32 of the data.
@@ -187,14 +183,7 @@ TEST_P(StoredPng, ChunksAndStreamAreExact) {
                                 uInt(raw.size()));
     EXPECT_EQ(BigEndian(stream, p), uint32_t(adler));
 
-    // zlib itself agrees, its own checks included.
-    std::string inflated(raw.size(), '\0');
-    uLongf size = uLongf(inflated.size());
-    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(inflated.data()), &size,
-                         reinterpret_cast<const Bytef*>(stream.data()), uLong(stream.size())),
-              Z_OK);
-    EXPECT_EQ(size, raw.size());
-    EXPECT_TRUE(inflated == raw);
+    EXPECT_TRUE(Inflate(stream, raw.size()) == raw) << "zlib disagrees";
 
     // Several IDAT chunks only for the largest, which holds over 1 MiB.
     EXPECT_EQ(idatChunks > 1, raw.size() > (size_t{1} << 20)) << idatChunks << " IDAT chunks";
@@ -242,33 +231,18 @@ TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
     ReadChunks(file, c, chunks);
     if (HasFatalFailure()) return;
     const size_t rowSamples = size_t(c.width) * c.channels, depth = size_t(c.bitDepth / 8);
-    std::string raw(size_t(c.height) * (1 + rowSamples * depth), '\0');
-    uLongf size = uLongf(raw.size());
-    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &size,
-                         reinterpret_cast<const Bytef*>(chunks.stream.data()),
-                         uLong(chunks.stream.size())),
-              Z_OK);  // zlib checks the joined stream's Adler-32 too
-    ASSERT_EQ(size, raw.size());
-    std::string levels;
-    for (size_t i = 0; i < image.samples.size(); ++i) {
-        const unsigned v = Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255);
-        if (c.bitDepth == 16) levels += char(v >> 8);
-        levels += char(v & 0xff);
-    }
-    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) == levels);
-    const Image back = ReadPng(one);
-    ASSERT_EQ(back.samples.size(), image.samples.size());
-    for (size_t i = 0; i < image.samples.size(); ++i)
-        ASSERT_EQ(back.samples[i] * float(c.bitDepth == 16 ? 65535 : 255),
-                  float(Level(image.samples[i], c.bitDepth == 16 ? 65535 : 255)))
-            << "sample " << i;
+    // zlib checks the joined stream's Adler-32 too.
+    const std::string raw = Inflate(chunks.stream, size_t(c.height) * (1 + rowSamples * depth));
+    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) ==
+                Levels(image.samples.data(), image.samples.size(), c.bitDepth));
+    EXPECT_EQ(ReadPng(one).samples, ReadPng(path).samples);  // the stored file's exact levels
 }
-#endif
 
 INSTANTIATE_TEST_SUITE_P(Shapes, StoredPng, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<Case>& info) {
                              return std::string(info.param.name);
                          });
+#endif
 
 }  // namespace
 }  // namespace basekit::host::testing
