@@ -26,7 +26,7 @@ struct DeviceInfo {
 // operation is added).
 template <class Self, class Category>
 class DeviceOf : public Category {
-public:
+  public:
     DeviceOf() { this->SetIdentity(Self::kInfo.tag, &CreateDevice<Self>); }
 
     const char* GetTypeName() override { return Self::kInfo.typeName; }

@@ -4,7 +4,9 @@
 
 namespace Orogen {
 
-PacketRef NewPacketLike(const QXPacket& like, uint32_t kind) { return NewPacket(kind, like.grid); }
+PacketRef NewPacketLike(const QXPacket& like, uint32_t kind) {
+    return NewPacket(kind, like.grid);
+}
 
 PacketRef ConvertPacket(const PacketRef& packet, uint32_t kind) {
     const uint32_t have = packet->GetKind();

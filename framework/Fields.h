@@ -14,7 +14,9 @@ namespace Orogen {
 // A new packet of `kind` from the host with the size and world placement of
 // `like`: the output that matches an input.
 PacketRef NewPacketLike(const QXPacket& like, uint32_t kind);
-inline PacketRef NewPacketLike(const QXPacket& like) { return NewPacketLike(like, like.GetKind()); }
+inline PacketRef NewPacketLike(const QXPacket& like) {
+    return NewPacketLike(like, like.GetKind());
+}
 
 // A height field as a grey bitmap (three equal channels), a bitmap as a height
 // field (the mean of its channels); the mask flag and name go along. Any other
@@ -23,8 +25,7 @@ PacketRef ConvertPacket(const PacketRef& packet, uint32_t kind);
 
 // Floats in one row of a packet: width times its channels.
 inline uint64_t RowFloats(const QXPacket& packet) {
-    return packet.grid.width > 0 ? static_cast<uint64_t>(packet.grid.width) * packet.Channels()
-                                 : 0;
+    return packet.grid.width > 0 ? static_cast<uint64_t>(packet.grid.width) * packet.Channels() : 0;
 }
 
 // Throws QXException unless `a` and `b` have one size and one kind.

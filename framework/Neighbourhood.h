@@ -64,7 +64,7 @@ inline Window WindowAt(const float* samples, int32_t width, int32_t height, int3
 // Slopes in world units per world unit: the samples per world unit and the
 // vertical scale of a field, found once for all its samples.
 class SlopeScale {
-public:
+  public:
     explicit SlopeScale(const Grid& grid);
     // d * samples per unit * vertical scale * half, multiplied in that order.
     void Slope(const Window& win, float& gx, float& gy) const {
@@ -72,7 +72,7 @@ public:
         gy = win.halfY == 0.0f ? 0.0f : (win.s - win.n) * density * vertical * win.halfY;
     }
 
-private:
+  private:
     float density;
     float vertical;
 };

@@ -7,7 +7,7 @@ namespace Orogen {
 namespace {
 
 class RowRun final : public ThreadHelperScanline {
-public:
+  public:
     RowRun(const BuildContext& context, Device* device, int32_t first, int32_t last,
            uint32_t pieces, RowProgress mode, const std::function<bool(int32_t, int32_t)>& work)
         : ThreadHelperScanline(context.progress, device, first, last, pieces),
@@ -29,21 +29,21 @@ public:
         const int64_t rows = static_cast<int64_t>(lastRow) - firstRow + 1;
         switch (mode) {
             case RowProgress::Rows:
-                if (progressSink &&
-                    !progressSink->ReportRow(device, firstRow + rowsDone - 1,
-                                             static_cast<int32_t>(rows)))
+                if (progressSink && !progressSink->ReportRow(device, firstRow + rowsDone - 1,
+                                                             static_cast<int32_t>(rows)))
                     cancelled = true;
                 break;
             case RowProgress::Percent:
                 if (progressSink)
-                    progressSink->ReportPercent(device, static_cast<int32_t>(100 * rowsDone / rows));
+                    progressSink->ReportPercent(device,
+                                                static_cast<int32_t>(100 * rowsDone / rows));
                 break;
             default:
                 DeviceThreadHelper::ReportProgress();
         }
     }
 
-private:
+  private:
     Device* device;
     RowProgress mode;
     const std::function<bool(int32_t, int32_t)>& work;

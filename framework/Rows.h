@@ -16,9 +16,9 @@ class Device;
 
 // What a row run reports after each piece. A false answer cancels the run.
 enum class RowProgress {
-    Pieces,  // ReportItems(device, pieces done, pieces)
-    Rows,    // ReportRow(device, the last row of those done, rows), as a row loop reports
-             // the index of the row it just finished
+    Pieces,   // ReportItems(device, pieces done, pieces)
+    Rows,     // ReportRow(device, the last row of those done, rows), as a row loop reports
+              // the index of the row it just finished
     Percent,  // ReportPercent(device, share of the rows done), ending with 100
     None,     // nothing: one pass of several, whose caller reports between passes
 };
@@ -36,17 +36,16 @@ bool RunRows(const BuildContext& context, Device* device, int32_t first, int32_t
 
 // The same for pieces that always succeed: `work(firstRow, lastRow)` returns nothing.
 template <class PieceFunction>
-    requires std::is_void_v<std::invoke_result_t<PieceFunction&, int32_t, int32_t>>
+requires std::is_void_v<std::invoke_result_t<PieceFunction&, int32_t, int32_t>>
 bool RunRows(const BuildContext& context, Device* device, int32_t first, int32_t last,
              PieceFunction work, uint32_t pieces = kRowPieces,
              RowProgress progress = RowProgress::Pieces) {
-    return RunRows(
-        context, device, first, last,
-        std::function<bool(int32_t, int32_t)>([&](int32_t from, int32_t to) {
-            work(from, to);
-            return true;
-        }),
-        pieces, progress);
+    return RunRows(context, device, first, last,
+                   std::function<bool(int32_t, int32_t)>([&](int32_t from, int32_t to) {
+                       work(from, to);
+                       return true;
+                   }),
+                   pieces, progress);
 }
 
 // The same, one row at a time: `row(y)`.
