@@ -72,6 +72,14 @@ private:
     void (*previousTerm)(int);
 };
 
+int ProcessId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return static_cast<int>(getpid());
+#endif
+}
+
 bool PlainFileName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
            name.find_first_of("/\\:") == std::string::npos;
@@ -98,12 +106,7 @@ void PrepareOutputFolder(const fs::path& dir) {
         throw UsageError("output folder " + dir.string() + " is not a folder");
     fs::create_directories(dir, error);
     if (error) throw UsageError("cannot create output folder " + dir.string() + ": " + error.message());
-#ifdef _WIN32
-    int pid = _getpid();
-#else
-    int pid = static_cast<int>(getpid());
-#endif
-    fs::path probe = dir / (".orogen-probe-" + std::to_string(pid));
+    fs::path probe = dir / (".orogen-probe-" + std::to_string(ProcessId()));
     std::FILE* file = std::fopen(probe.string().c_str(), "wb");
     if (!file) throw UsageError("output folder " + dir.string() + " is not writable");
     std::fclose(file);
@@ -155,8 +158,8 @@ json Range(const float* samples, size_t count) {
     return json{low, high};
 }
 
-// One export's files, written on the host's pool as soon as its device has
-// built; the packet it holds goes when it is done.
+// One export's files, written as soon as its device has built; the packet it
+// holds goes when it is done.
 struct ExportJob {
     const ExportEntry* entry = nullptr;
     Orogen::PacketRef packet;
@@ -269,12 +272,7 @@ private:
 class SwapFolder {
 public:
     SwapFolder(basekit::host::Host& host, const fs::path& outputDir) : host(host) {
-#ifdef _WIN32
-        int pid = _getpid();
-#else
-        int pid = static_cast<int>(getpid());
-#endif
-        folder = outputDir / (".orogen-swap-" + std::to_string(pid));
+        folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()));
         std::error_code error;
         fs::create_directories(folder, error);
         if (error) throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " + error.message());

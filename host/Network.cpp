@@ -292,6 +292,15 @@ std::vector<Network::Node*> Network::Predecessors(const Node& node) const {
     return before;
 }
 
+Network::Node* Network::Upstream(const Orogen::Port* input, uint32_t& output) const {
+    Node* from = input && input->peer ? NodeOf(input->peer->owner) : nullptr;
+    uint32_t where;
+    if (!from || !Orogen::FindPort(from->device(), input->peer, output, where) ||
+        where != Orogen::kWhereOutput)
+        return nullptr;
+    return from;
+}
+
 // Ids along a path of links from `start` to `goal`; empty when there is none.
 std::vector<std::string> Network::PathBetween(const Node& start, const Node& goal) const {
     std::map<const Node*, const Node*> cameFrom{{&start, nullptr}};
@@ -385,14 +394,9 @@ void Network::DisconnectParameter(std::string_view to, std::string_view paramete
 std::vector<Link> Network::Links() const {
     std::vector<Link> links;
     auto source = [&](const Orogen::Port* port, Link& link) {
-        Node* from = port->peer ? NodeOf(port->peer->owner) : nullptr;
-        uint32_t index, where;
-        if (!from || !Orogen::FindPort(from->device(), port->peer, index, where) ||
-            where != Orogen::kWhereOutput)
-            return false;
-        link.from = from->id;
-        link.output = index;
-        return true;
+        Node* from = Upstream(port, link.output);
+        if (from) link.from = from->id;
+        return from != nullptr;
     };
     for (const auto& node : nodes) {
         Orogen::Device* device = node->device();
@@ -640,11 +644,9 @@ void Network::HandOverLastReads(
     const std::map<std::pair<const Node*, uint32_t>, size_t>& lastRead) {
     Orogen::Device* device = node.device();
     for (Orogen::Port* port : device->inputs) {
-        Node* from = port && port->peer ? NodeOf(port->peer->owner) : nullptr;
-        uint32_t index, where;
-        if (!from || !Orogen::FindPort(from->device(), port->peer, index, where) ||
-            where != Orogen::kWhereOutput)
-            continue;
+        uint32_t index;
+        Node* from = Upstream(port, index);
+        if (!from) continue;
         auto last = lastRead.find({from, index});
         if (last == lastRead.end() || last->second != position) continue;
         const std::vector<Orogen::Port*>& readers = from->device()->outputs[index]->links;
@@ -665,9 +667,9 @@ void Network::HandOverLastReads(
 void Network::PushParameterValues(Orogen::Device& device) {
     // A height field or bitmap on a parameter link counts by its mean value.
     for (Orogen::Port* port : device.paramPorts) {
-        Node* from = port->peer ? NodeOf(port->peer->owner) : nullptr;
-        uint32_t index, where;
-        if (!from || !Orogen::FindPort(from->device(), port->peer, index, where)) continue;
+        uint32_t index;
+        Node* from = Upstream(port, index);
+        if (!from) continue;
         Orogen::DeviceResult& source = Orogen::doGetDevice(building, from->device());
         if (index >= source.outputs.size() || !source.outputs[index]) continue;
         Orogen::PacketRef packet = source.outputs[index];

@@ -190,6 +190,9 @@ class Network {
     std::vector<Node*> Successors(const Node& node) const;
     std::vector<Node*> Predecessors(const Node& node) const;
     std::vector<std::string> PathBetween(const Node& start, const Node& goal) const;
+    // The device and output index linked to `input`; null when nothing of
+    // this network's outputs is.
+    Node* Upstream(const Orogen::Port* input, uint32_t& output) const;
     void CheckNoCycle(const Node& from, const Node& to) const;
     void LinkPorts(Node& from, uint32_t output, Node& to, Orogen::Port* input);
     std::vector<Node*> Order() const;

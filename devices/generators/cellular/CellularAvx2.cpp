@@ -119,27 +119,17 @@ BASEKIT_END_TARGET
 namespace basekit::cellular {
 namespace {
 
-template <CellDistance Dist>
-LaneKernels Avx2KernelsFor(int kIds) {
-    if (kIds == 0) return CommonKernels<Avx2Lanes, Dist, 0>();
-    if (kIds == 1) return CommonKernels<Avx2Lanes, Dist, 1>();
-    return CommonKernels<Avx2Lanes, Dist, 4>();
-}
+struct Avx2Tables {
+    template <CellDistance Dist, int kIds>
+    static LaneKernels Table() {
+        return CommonKernels<Avx2Lanes, Dist, kIds>();
+    }
+};
 
 }  // namespace
 
 LaneKernels Avx2Kernels(CellDistance distance, int kIds) {
-    switch (distance) {
-        case CellDistance::Euclidean:
-            return Avx2KernelsFor<CellDistance::Euclidean>(kIds);
-        case CellDistance::Manhattan:
-            return Avx2KernelsFor<CellDistance::Manhattan>(kIds);
-        case CellDistance::Alternate1:
-            return Avx2KernelsFor<CellDistance::Alternate1>(kIds);
-        case CellDistance::Alternate2:
-            return Avx2KernelsFor<CellDistance::Alternate2>(kIds);
-    }
-    return {};
+    return KernelsFor<Avx2Tables>(distance, kIds);
 }
 
 }  // namespace basekit::cellular

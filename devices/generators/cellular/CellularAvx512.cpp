@@ -218,35 +218,20 @@ BASEKIT_END_TARGET
 namespace basekit::cellular {
 namespace {
 
-template <CellDistance Dist, int kIds>
-LaneKernels Avx512KernelsOf() {
-    LaneKernels k = CommonKernels<Avx512Lanes, Dist, kIds>();
-    k.searchShortRun = &SearchShortRun<Dist, kIds>;
-    k.searchShortRuns = &SearchShortRuns<Dist, kIds>;
-    return k;
-}
-
-template <CellDistance Dist>
-LaneKernels Avx512KernelsFor(int kIds) {
-    if (kIds == 0) return Avx512KernelsOf<Dist, 0>();
-    if (kIds == 1) return Avx512KernelsOf<Dist, 1>();
-    return Avx512KernelsOf<Dist, 4>();
-}
+struct Avx512Tables {
+    template <CellDistance Dist, int kIds>
+    static LaneKernels Table() {
+        LaneKernels k = CommonKernels<Avx512Lanes, Dist, kIds>();
+        k.searchShortRun = &SearchShortRun<Dist, kIds>;
+        k.searchShortRuns = &SearchShortRuns<Dist, kIds>;
+        return k;
+    }
+};
 
 }  // namespace
 
 LaneKernels Avx512Kernels(CellDistance distance, int kIds) {
-    switch (distance) {
-        case CellDistance::Euclidean:
-            return Avx512KernelsFor<CellDistance::Euclidean>(kIds);
-        case CellDistance::Manhattan:
-            return Avx512KernelsFor<CellDistance::Manhattan>(kIds);
-        case CellDistance::Alternate1:
-            return Avx512KernelsFor<CellDistance::Alternate1>(kIds);
-        case CellDistance::Alternate2:
-            return Avx512KernelsFor<CellDistance::Alternate2>(kIds);
-    }
-    return {};
+    return KernelsFor<Avx512Tables>(distance, kIds);
 }
 
 }  // namespace basekit::cellular

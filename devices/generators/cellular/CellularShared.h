@@ -152,6 +152,30 @@ struct LaneKernels {
                             const int32_t home[2]) = nullptr;
 };
 
+// The table of one width for a distance and the identifiers a style reads
+// (0, 1 or 4): `Width::Table<Dist, kIds>()` makes the width's own.
+template <class Width, CellDistance Dist>
+LaneKernels KernelsWithIds(int kIds) {
+    if (kIds == 0) return Width::template Table<Dist, 0>();
+    if (kIds == 1) return Width::template Table<Dist, 1>();
+    return Width::template Table<Dist, 4>();
+}
+
+template <class Width>
+LaneKernels KernelsFor(CellDistance distance, int kIds) {
+    switch (distance) {
+        case CellDistance::Euclidean:
+            return KernelsWithIds<Width, CellDistance::Euclidean>(kIds);
+        case CellDistance::Manhattan:
+            return KernelsWithIds<Width, CellDistance::Manhattan>(kIds);
+        case CellDistance::Alternate1:
+            return KernelsWithIds<Width, CellDistance::Alternate1>(kIds);
+        case CellDistance::Alternate2:
+            return KernelsWithIds<Width, CellDistance::Alternate2>(kIds);
+    }
+    return {};
+}
+
 // kIds is 0, 1 or 4. Only to be called where the path is available.
 LaneKernels Avx2Kernels(CellDistance distance, int kIds);
 LaneKernels Avx512Kernels(CellDistance distance, int kIds);
