@@ -35,6 +35,22 @@ const Case kCases[] = {
     {"Grey16_ManyBands", 1000, 333, 1, 16},
 };
 
+class StoredPng : public ::testing::TestWithParam<Case> {
+  protected:
+    void SetUp() override {
+        NEED_PNG_READER();
+        const Case& c = GetParam();
+        image = MakeImage(c.width, c.height, c.channels, PngSample);
+        path = dir / "stored.png";
+        WriteStoredPng(path, image, c.bitDepth);
+    }
+
+    TempDir dir;
+    Image image;
+    fs::path path;
+};
+
+#ifdef BASEKIT64_HAVE_LIBPNG
 // The stored level of v: clamped to 0..1, NaN as 0, rounded half away from 0.
 unsigned Level(float v, unsigned max) {
     if (std::isnan(v) || v <= 0.0f) return 0;
@@ -53,22 +69,6 @@ std::string Levels(const float* samples, size_t count, int bitDepth) {
     return bytes;
 }
 
-class StoredPng : public ::testing::TestWithParam<Case> {
-  protected:
-    void SetUp() override {
-        NEED_PNG_READER();
-        const Case& c = GetParam();
-        image = MakeImage(c.width, c.height, c.channels, PngSample);
-        path = dir / "stored.png";
-        WriteStoredPng(path, image, c.bitDepth);
-    }
-
-    TempDir dir;
-    Image image;
-    fs::path path;
-};
-
-#ifdef BASEKIT64_HAVE_LIBPNG
 uint32_t BigEndian(const std::string& bytes, size_t at) {
     return (uint32_t(uint8_t(bytes[at])) << 24) | (uint32_t(uint8_t(bytes[at + 1])) << 16) |
            (uint32_t(uint8_t(bytes[at + 2])) << 8) | uint32_t(uint8_t(bytes[at + 3]));
