@@ -3,7 +3,7 @@
 // and Gaussian filters run on the same field with the same kernel size,
 // sigma and border rule, for comparison.
 
-#include <benchmark/benchmark.h>
+#include "BenchFields.h"
 
 #include <cstdint>
 #include <random>
@@ -20,21 +20,10 @@
 
 namespace {
 
+using bench::CountSamples;
+using bench::RandomField;
+
 using basekit::VectorPath;
-
-std::vector<float> RandomField(int64_t side) {
-    std::vector<float> v(static_cast<size_t>(side * side));
-    std::mt19937 rng(1);
-    std::uniform_real_distribution<float> u(0.0f, 1.0f);
-    for (float& x : v) x = u(rng);
-    return v;
-}
-
-void CountSamples(benchmark::State& state, int64_t side) {
-    state.counters["samples/s"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * static_cast<double>(side * side),
-        benchmark::Counter::kIsRate);
-}
 
 // Rows first..last of one pass of a box or Gaussian blur.
 void Pass(int type, const float* weights, int radius, int pass, const float* in, float* out,

@@ -1,7 +1,7 @@
 // Constant, gradient and radial fills over whole fields: samples per second
 // on one thread.
 
-#include <benchmark/benchmark.h>
+#include "BenchFields.h"
 
 #include <cstdint>
 #include <vector>
@@ -12,11 +12,8 @@
 
 namespace {
 
-void CountSamples(benchmark::State& state, int64_t side) {
-    state.counters["samples/s"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * static_cast<double>(side * side),
-        benchmark::Counter::kIsRate);
-}
+using bench::CountSamples;
+using bench::RandomField;
 
 // args: side
 void BM_Constant(benchmark::State& state) {
