@@ -41,18 +41,4 @@ void SlopeNormal(float gx, float gy, float normal[3]) {
     normal[2] = 1.0f / length;
 }
 
-void BilinearSample(const float* samples, int32_t width, int32_t height, int channels, float fx,
-                    float fy, float* out) {
-    const BilinearTap x = BilinearAxis(fx, width);
-    const BilinearTap y = BilinearAxis(fy, height);
-    auto at = [&](int32_t px, int32_t py, int c) {
-        return samples[(static_cast<int64_t>(py) * width + px) * channels + c];
-    };
-    for (int c = 0; c < channels; ++c) {
-        const float top = BilinearMix(at(x.i0, y.i0, c), at(x.i1, y.i0, c), x);
-        const float bottom = BilinearMix(at(x.i0, y.i1, c), at(x.i1, y.i1, c), x);
-        out[c] = BilinearMix(top, bottom, y);
-    }
-}
-
 }  // namespace Orogen
