@@ -1,0 +1,80 @@
+#include "devices/filters/Flipper.h"
+
+#include <cstring>
+
+namespace basekit {
+
+static const ParamSpec kParameters[] = {
+    {"Flip Horizontally", kParamBoolean, 0, 0, 1, 0, nullptr},
+    {"Flip Vertically", kParamBoolean, 0, 0, 1, 0, nullptr},
+};
+
+Flipper::Flipper() {
+    SetPortCount(this, 1, 1, kHeightField | kBitmap);
+    DeclareParameters(this, kParameters);
+}
+
+namespace {
+
+// Columns of one row in reverse, `Channels` floats per point.
+template <int Channels>
+void ReverseRow(const float* in, float* out, int32_t width) {
+    const float* from = in + static_cast<int64_t>(width - 1) * Channels;
+    for (int32_t x = 0; x < width; ++x, out += Channels, from -= Channels)
+        for (int c = 0; c < Channels; ++c) out[c] = from[c];
+}
+
+}  // namespace
+
+void FlipRows(const FlipPlane& plane, bool horizontal, bool vertical, int32_t first, int32_t last) {
+    const int64_t rowFloats = static_cast<int64_t>(plane.width) * plane.channels;
+    if (rowFloats <= 0) return;
+    for (int32_t y = first; y <= last; ++y) {
+        const int32_t from = vertical ? plane.height - 1 - y : y;
+        const float* in = plane.in + from * rowFloats;
+        float* out = plane.out + y * rowFloats;
+        if (!horizontal)
+            std::memcpy(out, in, static_cast<size_t>(rowFloats) * sizeof(float));
+        else if (plane.channels == 1)
+            ReverseRow<1>(in, out, plane.width);
+        else if (plane.channels == 3)
+            ReverseRow<3>(in, out, plane.width);
+        else
+            for (int32_t x = 0; x < plane.width; ++x)
+                std::memcpy(out + static_cast<int64_t>(x) * plane.channels,
+                            in + static_cast<int64_t>(plane.width - 1 - x) * plane.channels,
+                            static_cast<size_t>(plane.channels) * sizeof(float));
+    }
+}
+
+bool Flipper::Build(const BuildContext& context) {
+    PacketRef input = TakePrepared(context, 0);
+    if (!input) input = InputPacket(context, 0);
+    if (!input) return false;
+    const uint32_t kind = input->GetKind();
+    if (kind != kHeightField && kind != kBitmap) return false;
+
+    const bool horizontal = ParamBool(this, "Flip Horizontally");
+    const bool vertical = ParamBool(this, "Flip Vertically");
+    // The input is already a private copy: with neither switch it is the result.
+    if (!horizontal && !vertical) {
+        StoreOutput(context, input, 0);
+        return true;
+    }
+    // Every sample is written below, so a fresh packet stands for the copy.
+    PacketRef result = NewPacketLike(*input);
+    result->maskFlag = input->maskFlag;
+    if (input->samples && result->samples) {
+        const FlipPlane plane{input->samples, result->samples, input->grid.width,
+                              input->grid.height, input->Channels()};
+        if (!RunRows(context, this, 0, plane.height - 1, [&](int32_t first, int32_t last) {
+                FlipRows(plane, horizontal, vertical, first, last);
+            }))
+            return false;
+    }
+    input.Release();
+    StoreOutput(context, result, 0);
+    return true;
+}
+
+}  // namespace basekit
