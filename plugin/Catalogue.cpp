@@ -2,7 +2,10 @@
 // include and one row.
 #include "plugin/Catalogue.h"
 
+#include "devices/filters/Displacement.h"
+#include "devices/filters/Flipper.h"
 #include "devices/filters/GaussBlur.h"
+#include "devices/filters/Inverter.h"
 #include "devices/generators/CellularTex.h"
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/ConstantHeight.h"
@@ -13,9 +16,9 @@ namespace basekit {
 const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  0 ConstantHeight  */ {&CreateDevice<ConstantHeight>, 1, 4, 0},
     /*  1 GradGen         */ {&CreateDevice<GradGen>, 1, 4, 0},
-    /*  2 Inverter        */ {nullptr, 4, 12, 0},
+    /*  2 Inverter        */ {&CreateDevice<Inverter>, 4, 12, 0},
     /*  3 TrueCombiner    */ {nullptr, 3, 4, 1},
-    /*  4 Displacement    */ {nullptr, 4, 4, 0},
+    /*  4 Displacement    */ {&CreateDevice<Displacement>, 4, 4, 0},
     /*  5 Ramp            */ {nullptr, 4, 4, 0},
     /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
     /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
@@ -26,7 +29,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 12 BiasGain        */ {nullptr, 4, 12, 0},
     /* 13 CircularGrad    */ {&CreateDevice<CircularGrad>, 1, 4, 0},
     /* 14 Switch          */ {nullptr, 7, 0, 0},
-    /* 15 Flipper         */ {nullptr, 4, 4, 0},
+    /* 15 Flipper         */ {&CreateDevice<Flipper>, 4, 4, 0},
     /* 16 Equals          */ {nullptr, 17, 3, 0},
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
     /* 18 Combiner2       */ {nullptr, 3, 12, 0},
