@@ -35,20 +35,6 @@ public:
     bool buildAnswer = true;
 };
 
-// The smallest per-sample filter: 1 - v on height fields and bitmaps.
-class Inverter : public DeviceOf<Inverter, Filter> {
-public:
-    static constexpr DeviceInfo kInfo{"TINV", "Test Inverter", "Inverts its input", 1};
-    Inverter() { SetPortCount(this, 1, 1, kHeightField | kBitmap); }
-    bool Build(const BuildContext& context) override {
-        PacketRef packet = TakePrepared(context, 0);
-        if (!packet || !MapSamples(context, this, *packet, [](float v) { return 1.0f - v; }))
-            return false;
-        StoreOutput(context, packet, 0);
-        return true;
-    }
-};
-
 // Offset + 0.5 u + 0.5 v over the build grid (u, v in 0..1 by the context's
 // steps), with a ripple when "Waves" is on.
 class TestRamp : public DeviceOf<TestRamp, Generator> {

@@ -63,7 +63,6 @@ inline void ExpectSameOutputs(const std::map<std::string, std::vector<float>>& e
     }
 }
 
-using basekit::testing::Inverter;
 using basekit::testing::TestAdd;
 using basekit::testing::TestColors;
 using basekit::testing::TestFail;
