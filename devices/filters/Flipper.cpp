@@ -24,6 +24,21 @@ void ReverseRow(const float* in, float* out, int32_t width) {
         for (int c = 0; c < Channels; ++c) out[c] = from[c];
 }
 
+// Three floats a point, moved as 16-byte blocks whose fourth float the next
+// point overwrites: one load and one store a point. The first and last points
+// go alone, so nothing outside the row is read or written.
+void ReverseRgbRow(const float* in, float* out, int32_t width) {
+    if (width < 3) return ReverseRow<3>(in, out, width);
+    const int32_t last = width - 1;
+    ReverseRow<3>(in + 3 * static_cast<int64_t>(last), out, 1);
+    for (int32_t x = 1; x < last; ++x) {
+        float block[4];
+        std::memcpy(block, in + 3 * static_cast<int64_t>(last - x), sizeof block);
+        std::memcpy(out + 3 * static_cast<int64_t>(x), block, sizeof block);
+    }
+    ReverseRow<3>(in, out + 3 * static_cast<int64_t>(last), 1);
+}
+
 }  // namespace
 
 void FlipRows(const FlipPlane& plane, bool horizontal, bool vertical, int32_t first, int32_t last) {
@@ -38,7 +53,7 @@ void FlipRows(const FlipPlane& plane, bool horizontal, bool vertical, int32_t fi
         else if (plane.channels == 1)
             ReverseRow<1>(in, out, plane.width);
         else if (plane.channels == 3)
-            ReverseRow<3>(in, out, plane.width);
+            ReverseRgbRow(in, out, plane.width);
         else
             for (int32_t x = 0; x < plane.width; ++x)
                 std::memcpy(out + static_cast<int64_t>(x) * plane.channels,
