@@ -106,8 +106,9 @@ TEST(ColourKernels, RampRowsAndHsbOnEveryPath) {
     std::vector<float> parts[3] = {std::vector<float>(n), std::vector<float>(n),
                                    std::vector<float>(n)};
     float* const out[3] = {parts[0].data(), parts[1].data(), parts[2].data()};
-    // HSB on every path: each pixel is the per-pixel conversion, and so is
-    // each split; hues out of the sectors, grey, black and NaN included.
+    // Every path: each HSB pixel is the per-pixel conversion, each split the
+    // pixel's channels or their conversion; hues out of the sectors, grey,
+    // black and NaN included.
     std::vector<float> hues = a;
     const float odd[] = {-0.1f, 1.0f, 1.2f, kNaN, 0.0f, -0.0f};
     for (size_t k = 0; k < std::size(odd); ++k) hues[5 * k] = odd[k];
@@ -124,14 +125,14 @@ TEST(ColourKernels, RampRowsAndHsbOnEveryPath) {
                                     {0.5f, kNaN, 0.2f}, {1, 0, 0.5f}, {0, -0.0f, 0}};
         for (size_t k = 0; k < std::size(special); ++k)
             std::memcpy(&rgb[3 * (7 * k + 1)], special[k], sizeof special[k]);
-        SplitChannelRows(rgb.data(), width, 0, height - 1, true, out, path);
-        for (size_t i = 0; i < n; ++i) {
-            float hsb[3];
-            RgbToHsb(rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2], hsb);
-            ASSERT_TRUE(std::memcmp(&hsb[0], &parts[0][i], 4) == 0 &&
-                        std::memcmp(&hsb[1], &parts[1][i], 4) == 0 &&
-                        std::memcmp(&hsb[2], &parts[2][i], 4) == 0)
-                << i;
+        for (bool hsb : {false, true}) {
+            SplitChannelRows(rgb.data(), width, 0, height - 1, hsb, out, path);
+            for (size_t i = 0; i < n; ++i) {
+                float want[3] = {rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]};
+                if (hsb) RgbToHsb(rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2], want);
+                for (int k = 0; k < 3; ++k)
+                    ASSERT_EQ(std::memcmp(&want[k], &parts[k][i], 4), 0) << i << " hsb " << hsb;
+            }
         }
     }
 }

@@ -93,6 +93,19 @@ BASEKIT_TARGET_AVX2 int64_t CombineHsbAvx2(const float* h, const float* s, const
     return i;
 }
 
+BASEKIT_TARGET_AVX2 int64_t SplitRgbAvx2(const float* rgb, int64_t count, float* r, float* g,
+                                         float* b) {
+    int64_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256 R, G, B;
+        LoadPixels(rgb + 3 * i, R, G, B);
+        _mm256_storeu_ps(r + i, R);
+        _mm256_storeu_ps(g + i, G);
+        _mm256_storeu_ps(b + i, B);
+    }
+    return i;
+}
+
 BASEKIT_TARGET_AVX2 int64_t SplitHsbAvx2(const float* rgb, int64_t count, float* h, float* s,
                                          float* v) {
     const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f),

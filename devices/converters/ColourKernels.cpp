@@ -103,7 +103,12 @@ void SplitChannelRows(const float* rgb, int32_t width, int32_t first, int32_t la
     const auto begin = static_cast<int64_t>(first) * width;
     const auto end = (static_cast<int64_t>(last) + 1) * width;
     if (!hsb) {
-        for (int64_t i = begin; i < end; ++i) {
+        // Vector stores here spare the three outputs from stalling one another.
+        int64_t i = begin;
+        if (UseAvx2(path) && end > begin)
+            i +=
+                colour::SplitRgbAvx2(rgb + 3 * begin, end - begin, a + begin, b + begin, c + begin);
+        for (; i < end; ++i) {
             a[i] = rgb[3 * i];
             b[i] = rgb[3 * i + 1];
             c[i] = rgb[3 * i + 2];

@@ -12,6 +12,9 @@ namespace basekit::colour {
 // HSB planes to interleaved RGB pixels, as HsbToRgb over pixels holding (h, s, v).
 BASEKIT_TARGET_AVX2 int64_t CombineHsbAvx2(const float* h, const float* s, const float* v,
                                            int64_t count, float* rgb);
+// Interleaved RGB pixels to three planes.
+BASEKIT_TARGET_AVX2 int64_t SplitRgbAvx2(const float* rgb, int64_t count, float* r, float* g,
+                                         float* b);
 // Interleaved RGB pixels to HSB planes, as RgbToHsb.
 BASEKIT_TARGET_AVX2 int64_t SplitHsbAvx2(const float* rgb, int64_t count, float* h, float* s,
                                          float* v);
