@@ -122,7 +122,8 @@ TEST(ColourKernels, RampRowsAndHsbOnEveryPath) {
             ASSERT_TRUE(std::memcmp(pixel, &rgb[3 * i], sizeof pixel) == 0) << i;
         }
         const float special[][3] = {{0.3f, 0.3f, 0.3f}, {0, 0, 0},    {kNaN, 0.5f, 0.2f},
-                                    {0.5f, kNaN, 0.2f}, {1, 0, 0.5f}, {0, -0.0f, 0}};
+                                    {0.5f, kNaN, 0.2f}, {1, 0, 0.5f}, {0, -0.0f, 0},
+                                    {0.5f, -0.0f, 0.0f}};
         for (size_t k = 0; k < std::size(special); ++k)
             std::memcpy(&rgb[3 * (7 * k + 1)], special[k], sizeof special[k]);
         for (bool hsb : {false, true}) {

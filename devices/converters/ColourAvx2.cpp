@@ -121,19 +121,18 @@ BASEKIT_TARGET_AVX2 int64_t SplitHsbAvx2(const float* rgb, int64_t count, float*
         const __m256 isR = Eq(M, r);
         const __m256 isG = _mm256_andnot_ps(isR, Eq(M, g));
         const __m256 isB = _mm256_andnot_ps(_mm256_or_ps(isR, isG), Eq(M, b));
-        __m256 hr =
-            _mm256_div_ps(_mm256_mul_ps(_mm256_div_ps(_mm256_sub_ps(g, b), d), sixty), turn);
-        hr = Pick(_mm256_cmp_ps(g, b, _CMP_LT_OQ), hr, _mm256_add_ps(hr, one));
-        const __m256 hg =
-            _mm256_div_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_div_ps(_mm256_sub_ps(b, r), d), sixty),
-                                        _mm256_set1_ps(120.0f)),
-                          turn);
-        const __m256 hb =
-            _mm256_div_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_div_ps(_mm256_sub_ps(r, g), d), sixty),
-                                        _mm256_set1_ps(240.0f)),
-                          turn);
+        // One division for the branch each lane takes: its numerator and
+        // its offset (none for red, where +0 and -0 stay as they are) first.
+        const __m256 num =
+            Pick(isR, Pick(isG, _mm256_sub_ps(r, g), _mm256_sub_ps(b, r)), _mm256_sub_ps(g, b));
+        const __m256 t = _mm256_mul_ps(_mm256_div_ps(num, d), sixty);
+        const __m256 shifted = Pick(isG, _mm256_add_ps(t, _mm256_set1_ps(240.0f)),
+                                    _mm256_add_ps(t, _mm256_set1_ps(120.0f)));
+        __m256 turns = _mm256_div_ps(Pick(isR, shifted, t), turn);
+        turns = Pick(_mm256_and_ps(isR, _mm256_cmp_ps(g, b, _CMP_LT_OQ)), turns,
+                     _mm256_add_ps(turns, one));
         const __m256 found = _mm256_or_ps(isR, _mm256_or_ps(isG, isB));
-        __m256 hue = Pick(isR, Pick(isG, Pick(isB, zero, hb), hg), hr);
+        __m256 hue = Pick(found, zero, turns);
         __m256 sat = Pick(found, zero, _mm256_sub_ps(one, _mm256_div_ps(m, M)));
         __m256 val = Pick(found, zero, M);
         hue = Pick(grey, hue, zero);
