@@ -74,6 +74,13 @@ const char* ParamKindName(uint32_t kind) {
     }
 }
 
+// A colour as network files take it: "#RRGGBB".
+std::string ColourText(int32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "#%06X", static_cast<unsigned>(value) & 0xFFFFFFu);
+    return text;
+}
+
 json Number(const Orogen::ParamRecord& record, Orogen::ParamBound bound) {
     return record.IsFloat() ? json(bound.f) : json(bound.i);
 }
@@ -130,18 +137,21 @@ json Describe(const DeviceType& type) {
         Orogen::ParamBound value;
         value.i = record.value.i;
         // An action's cell holds its callback, not a value.
-        json current = record.kind == Orogen::kParamAction ? json(nullptr) : Number(record, value);
+        json current = record.kind == Orogen::kParamAction ? json(nullptr)
+                       : Orogen::IsColourParameter(record) ? json(ColourText(value.i))
+                                                           : Number(record, value);
         json labels = json::array();
         for (const Orogen::ParamLabel& label : record.labels) labels.push_back(label.data());
-        json parameter = {{"name", record.name},
-                          {"kind", ParamKindName(record.kind)},
-                          {"value", current},
-                          {"minimum", Number(record, record.minimum)},
-                          {"maximum", Number(record, record.maximum)},
-                          {"options", record.options},
-                          {"flags", record.flags},
-                          {"labels", labels},
-                          {"description", record.description ? json(record.description) : json(nullptr)}};
+        json parameter = {
+            {"name", record.name},
+            {"kind", Orogen::IsColourParameter(record) ? "colour" : ParamKindName(record.kind)},
+            {"value", current},
+            {"minimum", Number(record, record.minimum)},
+            {"maximum", Number(record, record.maximum)},
+            {"options", record.options},
+            {"flags", record.flags},
+            {"labels", labels},
+            {"description", record.description ? json(record.description) : json(nullptr)}};
         json rules = json::array();
         for (const Orogen::EnablingRule& rule : device->enablingRules)
             if (std::string(rule.parameter) == record.name)
@@ -191,6 +201,8 @@ void PrintTable(const json& catalogue) {
             if (p["kind"] == "boolean") {
                 value = p["value"] == 0 ? "false" : "true";
                 range = "true|false";
+            } else if (p["kind"] == "colour") {
+                range = "#RRGGBB";
             } else if (p["kind"] == "action") {
                 value = "-";
                 range = "(action)";

@@ -72,6 +72,12 @@ class SlopeScale {
         gy = win.halfY == 0.0f ? 0.0f : (win.s - win.n) * density * vertical * win.halfY;
     }
 
+    // Slope of every sample of row y, the same bits as Slope of each
+    // sample's OneSided window, without building the windows; gx and gy take
+    // width floats.
+    void SlopeRow(const float* samples, int32_t width, int32_t height, int32_t y, float* gx,
+                  float* gy) const;
+
   private:
     float density;
     float vertical;

@@ -226,4 +226,15 @@ int32_t ParamInt(Device* device, const char* name) {
 
 bool ParamBool(Device* device, const char* name) { return ParamInt(device, name) != 0; }
 
+bool IsColourParameter(const ParamRecord& record) {
+    return record.kind == kParamInteger && record.minimum.i == 0 &&
+           record.maximum.i == kColourMaximum;
+}
+
+void ParamColour(Device* device, const char* name, float rgb[3]) {
+    const auto colour = static_cast<uint32_t>(ParamInt(device, name));
+    for (int c = 0; c < 3; ++c)
+        rgb[c] = static_cast<float>((colour >> (16 - 8 * c)) & 0xFFu) / 255.0f;
+}
+
 }  // namespace Orogen

@@ -138,4 +138,12 @@ float ParamFloat(Device* device, const char* name);
 int32_t ParamInt(Device* device, const char* name);
 bool ParamBool(Device* device, const char* name);
 
+// Colours are integer parameters holding 0xRRGGBB. Their range is exactly
+// 0..kColourMaximum, which is how a host tells one from a plain integer.
+constexpr int32_t kColourMaximum = 0xFFFFFF;
+bool IsColourParameter(const ParamRecord& record);
+
+// Red, green and blue of a colour parameter, each channel / 255.
+void ParamColour(Device* device, const char* name, float rgb[3]);
+
 }  // namespace Orogen

@@ -201,7 +201,8 @@ void SetParameter(Orogen::Device& device, const std::string& name, const json& v
         }
         case Orogen::kParamInteger: {
             int64_t number;
-            if (value.is_string()) {
+            // Text is for colours only: "#000005" is no way to write a radius.
+            if (value.is_string() && Orogen::IsColourParameter(record)) {
                 number = ParseColour(value.get<std::string>());
                 if (number < 0)
                     Invalid("expected an integer or a colour \"#RRGGBB\", not " + JsonText(value));

@@ -65,7 +65,8 @@ void SaveNetworkFile(const Project& project, const std::filesystem::path& path);
 std::vector<ExportEntry> DefaultExports(const Network& network);
 
 // Sets a parameter by name as "params" does: a number in range, true or
-// false, a choice's label or index, a colour "#RRGGBB" or an integer.
+// false, a choice's label or index, an integer, or for a colour parameter
+// (Orogen::IsColourParameter) also "#RRGGBB".
 // Throws std::invalid_argument with the reason.
 void SetParameter(Orogen::Device& device, const std::string& name, const nlohmann::json& value);
 

@@ -4,6 +4,10 @@
 
 #include "devices/filters/Displacement.h"
 #include "devices/filters/Flipper.h"
+#include "devices/converters/ChannelCombiner.h"
+#include "devices/converters/ChannelSplitter.h"
+#include "devices/converters/ColorGradient.h"
+#include "devices/converters/NormalMaker.h"
 #include "devices/filters/GaussBlur.h"
 #include "devices/filters/Inverter.h"
 #include "devices/generators/CellularTex.h"
@@ -35,10 +39,10 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 18 Combiner2       */ {nullptr, 3, 12, 0},
     /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
     /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
-    /* 21 ColorGradient   */ {nullptr, 9, 8, 1},
-    /* 22 NormalMaker     */ {nullptr, 9, 4, 0},
-    /* 23 ChannelSplitter */ {nullptr, 9, 8, 0},
-    /* 24 ChannelCombiner */ {nullptr, 9, 8, 0},
+    /* 21 ColorGradient   */ {&CreateDevice<ColorGradient>, 9, 8, 1},
+    /* 22 NormalMaker     */ {&CreateDevice<NormalMaker>, 9, 4, 0},
+    /* 23 ChannelSplitter */ {&CreateDevice<ChannelSplitter>, 9, 8, 0},
+    /* 24 ChannelCombiner */ {&CreateDevice<ChannelCombiner>, 9, 8, 0},
     /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
     /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
     /* 27 Expander        */ {nullptr, 4, 4, 0},

@@ -149,6 +149,8 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "devices[0].params.Report rows: expected true or false, not 1"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": "#12345"}}]})",
          "devices[0].params.Tint: expected an integer or a colour \"#RRGGBB\", not \"#12345\""},
+        {R"({"devices": [{"id": "a", "type": "Blur", "params": {"Blur radius": "#000005"}}]})",
+         "devices[0].params.Blur radius: expected an integer, not \"#000005\""},
         {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": 16777216}}]})",
          "devices[0].params.Tint: 16777216 is outside 0..16777215"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint": 1.5}}]})",
