@@ -2,6 +2,8 @@
 // include and one row.
 #include "plugin/Catalogue.h"
 
+#include "devices/combiners/Combiner2.h"
+#include "devices/combiners/TrueCombiner.h"
 #include "devices/filters/GaussBlur.h"
 #include "devices/generators/CellularTex.h"
 #include "devices/generators/CircularGrad.h"
@@ -14,7 +16,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  0 ConstantHeight  */ {&CreateDevice<ConstantHeight>, 1, 4, 0},
     /*  1 GradGen         */ {&CreateDevice<GradGen>, 1, 4, 0},
     /*  2 Inverter        */ {nullptr, 4, 12, 0},
-    /*  3 TrueCombiner    */ {nullptr, 3, 4, 1},
+    /*  3 TrueCombiner    */ {&CreateDevice<TrueCombiner>, 3, 4, 1},
     /*  4 Displacement    */ {nullptr, 4, 4, 0},
     /*  5 Ramp            */ {nullptr, 4, 4, 0},
     /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
@@ -29,7 +31,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 15 Flipper         */ {nullptr, 4, 4, 0},
     /* 16 Equals          */ {nullptr, 17, 3, 0},
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
-    /* 18 Combiner2       */ {nullptr, 3, 12, 0},
+    /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
     /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
     /* 21 ColorGradient   */ {nullptr, 9, 8, 1},
