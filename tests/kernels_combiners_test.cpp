@@ -1,6 +1,6 @@
-// Combine kernels against the methods written out sample by sample, on
-// values in and out of range, NaN and zero included, and rows done in pieces
-// against rows done at once.
+// Combine kernels on every vector path against the methods written out
+// sample by sample, on values in and out of range, NaN and zero included, and
+// rows done in pieces against rows done at once.
 
 #include <gtest/gtest.h>
 
@@ -13,12 +13,21 @@
 #include <vector>
 
 #include "devices/combiners/CombineKernels.h"
+#include "devices/combiners/PowLanes.h"
 #include "framework/PortableMath.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 namespace {
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+std::vector<VectorPath> Paths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Plain, VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
 
 // Mostly 0..1, some beyond on either side, a few zeros and NaNs.
 std::vector<float> Values(size_t count, uint32_t seed) {
@@ -85,21 +94,64 @@ TEST(CombineKernels, EveryMethodOnBothPathsFollowsItsFormula) {
                     const float r = known ? kMethods[method](a[i], b[i], s) : a[i];
                     expected[i] = channels == 1 ? Height(r) : Channel(r);
                 }
-                // All rows at once, then in pieces of a few rows.
-                std::vector<float> whole = a, pieces = a;
-                const CombinePlane all{whole.data(), b.data(), width, channels};
-                const CombinePlane cut{pieces.data(), b.data(), width, channels};
-                auto run = [&](const CombinePlane& p, int32_t first, int32_t last) {
-                    if (channels == 1)
-                        CombineHeightRows(p, method, s, first, last);
-                    else
-                        CombineImageRows(p, method, s, first, last);
-                };
-                run(all, 0, height - 1);
-                for (int32_t first = 0; first < height; first += 4)
-                    run(cut, first, std::min(first + 3, height - 1));
-                EXPECT_TRUE(SameBits(whole, expected));
-                EXPECT_TRUE(SameBits(pieces, expected));
+                for (VectorPath path : Paths()) {
+                    // All rows at once, then in pieces of a few rows.
+                    std::vector<float> whole = a, pieces = a;
+                    const CombinePlane all{whole.data(), b.data(), width, channels};
+                    const CombinePlane cut{pieces.data(), b.data(), width, channels};
+                    auto run = [&](const CombinePlane& p, int32_t first, int32_t last) {
+                        if (channels == 1)
+                            CombineHeightRows(p, method, s, first, last, path);
+                        else
+                            CombineImageRows(p, method, s, first, last, path);
+                    };
+                    run(all, 0, height - 1);
+                    for (int32_t first = 0; first < height; first += 4)
+                        run(cut, first, std::min(first + 3, height - 1));
+                    EXPECT_TRUE(SameBits(whole, expected)) << VectorPathName(path);
+                    EXPECT_TRUE(SameBits(pieces, expected)) << VectorPathName(path);
+                }
+            }
+        }
+    }
+}
+
+// Power and Root take most pairs through their own lanes of Pow: the same
+// bits as Orogen::Pow, over bases from subnormal to huge and exponents from
+// tiny to past the lanes' range, whole ones included.
+TEST(CombineKernels, PowerAndRootGivePowsBitsOverWideRanges) {
+    std::mt19937 rng(11);
+    std::uniform_real_distribution<float> scale(-40.0f, 40.0f);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    const int32_t width = 512, height = 64;
+    std::vector<float> a(width * height), b(width * height);
+    for (size_t i = 0; i < a.size(); ++i) {
+        a[i] = i % 7 == 0 ? unit(rng) : std::ldexp(unit(rng), static_cast<int>(scale(rng) * 3.5f));
+        b[i] = i % 11 == 0 ? std::round(scale(rng))
+                           : std::ldexp(scale(rng), static_cast<int>(scale(rng) / 2));
+    }
+    // The lanes alone, unclamped, where they claim the pair.
+    struct Tag {};
+    size_t claimed = 0;
+    for (size_t i = 0; i < a.size(); ++i) {
+        bool ok;
+        const float lane = combine::PowLane<Tag>(a[i], b[i], ok);
+        if (!ok) continue;
+        ++claimed;
+        const float pow = Orogen::Pow(a[i], b[i]);
+        ASSERT_EQ(std::memcmp(&lane, &pow, sizeof lane), 0) << a[i] << " ^ " << b[i];
+    }
+    EXPECT_GT(claimed, a.size() / 3);
+    for (int32_t method : {kCombinePower, kCombineRoot}) {
+        for (float s : {0.3f, 1.0f}) {
+            std::vector<float> expected(a.size());
+            for (size_t i = 0; i < a.size(); ++i)
+                expected[i] = Height(kMethods[method](a[i], b[i], s));
+            for (VectorPath path : Paths()) {
+                std::vector<float> out = a;
+                CombineHeightRows({out.data(), b.data(), width, 1}, method, s, 0, height - 1, path);
+                EXPECT_TRUE(SameBits(out, expected))
+                    << "method " << method << ", strength " << s << ", " << VectorPathName(path);
             }
         }
     }
@@ -119,10 +171,13 @@ TEST(CombineKernels, ArithmeticAddsOrSubtractsAndClips) {
         {7, 1.0f, {0.25f, 0.9f, 0.1f, 0.0f, 1.0f, 0.5f}},
     };
     for (const auto& c : cases) {
-        std::vector<float> out = a;
-        ArithmeticRows({out.data(), b.data(), 3, 1}, c.operation, c.amount, 0, 1);
-        for (size_t i = 0; i < out.size(); ++i)
-            EXPECT_EQ(out[i], c.expected[i]) << "operation " << c.operation << ", sample " << i;
+        for (VectorPath path : Paths()) {
+            std::vector<float> out = a;
+            ArithmeticRows({out.data(), b.data(), 3, 1}, c.operation, c.amount, 0, 1, path);
+            for (size_t i = 0; i < out.size(); ++i)
+                EXPECT_EQ(out[i], c.expected[i]) << "operation " << c.operation << ", sample " << i
+                                                 << ", " << VectorPathName(path);
+        }
     }
 }
 
