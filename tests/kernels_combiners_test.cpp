@@ -1,6 +1,6 @@
-// Combine kernels on every vector path against the methods written out
-// sample by sample, on values in and out of range, NaN and zero included, and
-// rows done in pieces against rows done at once.
+// Combine and arithmetic kernels on every vector path against the methods
+// written out sample by sample, on values in and out of range, NaN and zero
+// included, and rows done in pieces against rows done at once.
 
 #include <gtest/gtest.h>
 
@@ -79,20 +79,26 @@ const Formula kMethods[] = {
     },
 };
 
+// Heights and images by method, and the arithmetic combiner, whose addition
+// and subtraction are the Add and Subtract formulas.
 TEST(CombineKernels, EveryMethodOnBothPathsFollowsItsFormula) {
+    enum Kind { kHeights, kImages, kArithmetic };
     const int32_t width = 37, height = 11;
-    for (int32_t channels : {1, 3}) {
+    for (Kind kind : {kHeights, kImages, kArithmetic}) {
+        const int32_t channels = kind == kImages ? 3 : 1;
         const size_t count = static_cast<size_t>(width * height * channels);
         const std::vector<float> a = Values(count, 7), b = Values(count, 8);
         for (int32_t method = -1; method <= 12; ++method) {
             for (float s : {0.0f, 0.35f, 1.0f}) {
-                SCOPED_TRACE("channels " + std::to_string(channels) + ", method " +
-                             std::to_string(method) + ", strength " + std::to_string(s));
+                SCOPED_TRACE("kind " + std::to_string(kind) + ", method " + std::to_string(method) +
+                             ", strength " + std::to_string(s));
+                const int32_t last = kind == kHeights ? 11 : kind == kImages ? 10 : 1;
+                const bool known = method >= 0 && method <= last;
+                const int32_t formula = kind == kArithmetic ? method + 1 : method;
                 std::vector<float> expected(count);
-                const bool known = method >= 0 && method <= (channels == 1 ? 11 : 10);
                 for (size_t i = 0; i < count; ++i) {
-                    const float r = known ? kMethods[method](a[i], b[i], s) : a[i];
-                    expected[i] = channels == 1 ? Height(r) : Channel(r);
+                    const float r = known ? kMethods[formula](a[i], b[i], s) : a[i];
+                    expected[i] = kind == kImages ? Channel(r) : Height(r);
                 }
                 for (VectorPath path : Paths()) {
                     // All rows at once, then in pieces of a few rows.
@@ -100,10 +106,12 @@ TEST(CombineKernels, EveryMethodOnBothPathsFollowsItsFormula) {
                     const CombinePlane all{whole.data(), b.data(), width, channels};
                     const CombinePlane cut{pieces.data(), b.data(), width, channels};
                     auto run = [&](const CombinePlane& p, int32_t first, int32_t last) {
-                        if (channels == 1)
+                        if (kind == kHeights)
                             CombineHeightRows(p, method, s, first, last, path);
-                        else
+                        else if (kind == kImages)
                             CombineImageRows(p, method, s, first, last, path);
+                        else
+                            ArithmeticRows(p, method, s, first, last, path);
                     };
                     run(all, 0, height - 1);
                     for (int32_t first = 0; first < height; first += 4)
@@ -153,30 +161,6 @@ TEST(CombineKernels, PowerAndRootGivePowsBitsOverWideRanges) {
                 EXPECT_TRUE(SameBits(out, expected))
                     << "method " << method << ", strength " << s << ", " << VectorPathName(path);
             }
-        }
-    }
-}
-
-TEST(CombineKernels, ArithmeticAddsOrSubtractsAndClips) {
-    const std::vector<float> a = {0.25f, 0.9f, 0.1f, -0.5f, kNaN, 0.5f};
-    const std::vector<float> b = {0.5f, 0.5f, 0.5f, 0.0f, 0.5f, kNaN};
-    const struct {
-        int32_t operation;
-        float amount;
-        std::vector<float> expected;
-    } cases[] = {
-        {kArithmeticAdd, 0.5f, {0.5f, 1.0f, 0.35f, 0.0f, 1.0f, 1.0f}},
-        {kArithmeticSubtract, 0.5f, {0.0f, 0.65f, 0.0f, 0.0f, 1.0f, 1.0f}},
-        {kArithmeticAdd, 0.0f, {0.25f, 0.9f, 0.1f, 0.0f, 1.0f, 1.0f}},
-        {7, 1.0f, {0.25f, 0.9f, 0.1f, 0.0f, 1.0f, 0.5f}},
-    };
-    for (const auto& c : cases) {
-        for (VectorPath path : Paths()) {
-            std::vector<float> out = a;
-            ArithmeticRows({out.data(), b.data(), 3, 1}, c.operation, c.amount, 0, 1, path);
-            for (size_t i = 0; i < out.size(); ++i)
-                EXPECT_EQ(out[i], c.expected[i]) << "operation " << c.operation << ", sample " << i
-                                                 << ", " << VectorPathName(path);
         }
     }
 }
