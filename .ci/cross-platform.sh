@@ -24,7 +24,7 @@ work=$windows/cross-platform
 rm -rf "$work"
 mkdir -p "$work"
 cd "$work"  # relative paths only: Wine sees this folder on drive Z:
-cp "$root/examples/demo.json" "$root/examples/every-device.json" .
+cp "$root/examples/demo.json" "$root/examples/every-device.json" "$root/examples/colours.r32" .
 
 failed=0
 compared=0

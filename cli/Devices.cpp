@@ -160,6 +160,10 @@ json Describe(const DeviceType& type) {
         parameters.push_back(std::move(parameter));
     }
     item["parameters"] = parameters;
+    // Listed only where a type has any, as "actions" in network files name them.
+    json actions = json::array();
+    for (const Orogen::DeviceAction& action : device->actions) actions.push_back(action.label);
+    if (!actions.empty()) item["actions"] = actions;
     item["answers"] = Answers(*device.get());
     return item;
 }
@@ -223,6 +227,9 @@ void PrintTable(const json& catalogue) {
                         p["kind"].get<std::string>().c_str(), value.c_str(), range.c_str(),
                         description.c_str());
         }
+        if (d.contains("actions"))
+            for (const json& action : d["actions"])
+                std::printf("         action %s\n", action.dump().c_str());
     }
 }
 

@@ -218,6 +218,16 @@ PacketRef Device::InputPacket(const BuildContext& context, uint32_t index) {
     return Orogen::GetInputPacket(this, index, context);
 }
 
+const DeviceAction* Device::FindAction(std::string_view label) const {
+    for (const DeviceAction& action : actions)
+        if (label == action.label) return &action;
+    return nullptr;
+}
+
+void InputLinksChanged(Device& device) {
+    if (device.inputLinksChanged) device.inputLinksChanged(device);
+}
+
 PacketRef Device::TakePrepared(const BuildContext& context, uint32_t index) {
     if (!context.prepared || index >= context.prepared->size()) return PacketRef();
     return std::move((*context.prepared)[index]);

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <iosfwd>
 #include <new>
+#include <span>
+#include <string_view>
 #include <vector>
 
 #include "framework/Exceptions.h"
@@ -30,6 +32,13 @@ static_assert(sizeof(DeviceIdentity) == 24);
 
 // The one deleter every catalogue entry carries.
 void DestroyDevice(Device* device);
+
+// An operation a user runs on a device by name, such as "Swap inputs"; true
+// when it did what it says.
+struct DeviceAction {
+    const char* label;
+    bool (*run)(Device& device);
+};
 
 template <class T>
 Device* CreateDevice() {
@@ -121,6 +130,8 @@ public:
     }
     // The private copy of input `index` for this build.
     PacketRef InputPacket(const BuildContext& context, uint32_t index);
+    // The action of this class labelled `label`, or null.
+    const DeviceAction* FindAction(std::string_view label) const;
     // A packet PrepareOutputs left for slot `index`, or null.
     PacketRef TakePrepared(const BuildContext& context, uint32_t index);
     // Names `packet` after the instance and stores it on output `index`.
@@ -145,7 +156,17 @@ public:
     // Not part of the host's field list, so kept behind it: the parameters'
     // enabling rules, the same for every device of a class.
     std::vector<EnablingRule> enablingRules;
+    // Framework-only as well. Called once an input link of the device was
+    // made or broken and the ports are settled (the owner is told as before),
+    // so that a device can follow what feeds it; null for most devices.
+    void (*inputLinksChanged)(Device& device) = nullptr;
+    // The actions of the class: one static table shared by all its devices.
+    std::span<const DeviceAction> actions;
 };
+
+// Runs the device's input-link handler, if it has one: what a change of its
+// input links does, for operations that rearrange links themselves.
+void InputLinksChanged(Device& device);
 
 // Bits of the global-dependency query.
 constexpr uint32_t kGlobalLightDirection = 2;

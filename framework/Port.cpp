@@ -19,6 +19,14 @@ void NotifyLink(Port* port, uint32_t state) {
         port->owner->owner->ConnectionChanged(port->owner, where, index, state);
 }
 
+// Once a link is in its final state: the handler of the device whose input
+// it was. Owners hear of a change before the ports are updated, handlers after.
+void InputLinkSettled(Port* port) {
+    uint32_t index, where;
+    if (port && port->owner && FindPort(port->owner, port, index, where) && where == kWhereInput)
+        InputLinksChanged(*port->owner);
+}
+
 bool AskNetwork(Port* from, Port* to) {
     if (!from || !to || !from->owner || !from->owner->owner) return false;
     return from->owner->owner->QueryLink(from, to);
@@ -53,10 +61,12 @@ bool Port::Connect(Port* other) {
             old->SetPeer(nullptr, this);
         }
         SetPeer(nullptr, old);
+        InputLinkSettled(this);
+        InputLinkSettled(old);
         return false;
     }
-    if (peer) {
-        Port* old = peer;
+    Port* old = peer;
+    if (old) {
         NotifyLink(this, 0);
         NotifyLink(old, 0);
         old->SetPeer(nullptr, this);
@@ -65,6 +75,9 @@ bool Port::Connect(Port* other) {
     NotifyLink(other, 1);
     SetPeer(other, peer);
     other->SetPeer(this, nullptr);
+    InputLinkSettled(this);
+    InputLinkSettled(old);
+    InputLinkSettled(other);
     return true;
 }
 
@@ -76,6 +89,8 @@ bool Port::Disconnect(Port* /*which*/) {
         NotifyLink(old, 0);
         old->SetPeer(nullptr, this);
         AskNetwork(old, this);
+        InputLinkSettled(this);
+        InputLinkSettled(old);
     }
     return true;
 }
@@ -104,6 +119,7 @@ bool OutputPort::Connect(Port* input) {
     input->peer = this;
     NotifyLink(this, 1);
     NotifyLink(input, 1);
+    InputLinkSettled(input);
     return true;
 }
 
@@ -120,6 +136,7 @@ bool OutputPort::Disconnect(Port* which) {
         NotifyLink(this, 0);
         NotifyLink(input, 0);
         AskNetwork(this, input);
+        InputLinkSettled(input);
     }
     return true;
 }

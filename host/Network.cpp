@@ -773,6 +773,20 @@ bool Network::EditSettings(std::string_view id) {
     return NodeOf(id).device()->EditSettings();
 }
 
+bool Network::RunAction(std::string_view id, std::string_view label) {
+    Node& node = NodeOf(id);
+    Orogen::Device* device = node.device();
+    const Orogen::DeviceAction* action = device->FindAction(label);
+    if (!action) {
+        std::string valid;
+        for (const Orogen::DeviceAction& a : device->actions)
+            valid += (valid.empty() ? "" : ", ") + Quoted(a.label);
+        throw NetworkError(Quoted(node.id) + " has no action " + Quoted(label) +
+                           "; valid: " + (valid.empty() ? "none" : valid));
+    }
+    return action->run(*device);
+}
+
 const std::vector<OwnerEvent>& Network::Events(std::string_view id) const {
     return NodeOf(id).events;
 }

@@ -175,6 +175,9 @@ class Network {
 
     // Opens the device's settings through the host's dialog service.
     bool EditSettings(std::string_view id);
+    // Runs the device's action labelled `label` ("Swap inputs") and returns
+    // its answer. Throws NetworkError for an unknown device or label.
+    bool RunAction(std::string_view id, std::string_view label);
 
     const std::vector<OwnerEvent>& Events(std::string_view id) const;
     void ClearEvents();

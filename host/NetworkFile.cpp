@@ -353,9 +353,9 @@ void ReadGlobals(const json& value, Orogen::GlobalSettings& globals) {
 
 void ReadDevice(Network& network, const json& value, const std::string& place,
                 const fs::path& folder) {
-    Keys(
-        value, place,
-        {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind"});
+    Keys(value, place,
+         {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind",
+          "actions"});
     const json* idValue = Member(value, "id");
     if (!idValue) Fail(place, "missing \"id\"");
     std::string id = String(*idValue, place + ".id");
@@ -504,6 +504,26 @@ void ReadLink(Network& network, const json& value, const std::string& place,
     }
 }
 
+// A device's "actions", in order, once every link is made: what they do to
+// links is then saved as links, and a saved project lists no actions.
+void RunActions(Network& network, const json& device, const std::string& place) {
+    const json* actions = Member(device, "actions");
+    if (!actions) return;
+    if (!actions->is_array()) Fail(place + ".actions", "expected an array of action labels");
+    const std::string id = device["id"].get<std::string>();
+    for (size_t i = 0; i < actions->size(); ++i) {
+        const std::string at = At(place + ".actions", i);
+        const std::string label = String((*actions)[i], at);
+        bool done;
+        try {
+            done = network.RunAction(id, label);
+        } catch (const NetworkError& e) {
+            Fail(at, e.what());
+        }
+        if (!done) Fail(at, "the action " + Quoted(label) + " of " + Quoted(id) + " failed");
+    }
+}
+
 bool PlainName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
            name.find_first_of("/\\") == std::string::npos;
@@ -631,6 +651,9 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
             for (size_t i = 0; i < links->size(); ++i)
                 ReadLink(network, (*links)[i], At("links", i), linkedBy);
         }
+        if (const json* devices = Member(root, "devices"))
+            for (size_t i = 0; i < devices->size(); ++i)
+                RunActions(network, (*devices)[i], At("devices", i));
         if (const json* exports = Member(root, "export")) {
             project.exports = ReadExports(network, *exports);
             project.exportsListed = true;

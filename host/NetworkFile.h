@@ -5,7 +5,8 @@
 //   "seed":    the seed service's start
 //   "devices": [{"id", "type" (display name or tag), "name", "params", "anchor",
 //                "enabled", "bypassed", "state" (base64 of Save),
-//                "file" and "kind" for a File Input}]
+//                "file" and "kind" for a File Input,
+//                "actions" (labels run in order once all links are made)}]
 //   "links":   [{"from", "output", "to", "input"}] or {..., "to", "param"}
 //   "export":  [{"device", "output", "name"}]
 #pragma once

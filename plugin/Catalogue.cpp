@@ -2,12 +2,14 @@
 // include and one row.
 #include "plugin/Catalogue.h"
 
-#include "devices/filters/Displacement.h"
-#include "devices/filters/Flipper.h"
+#include "devices/combiners/Combiner2.h"
+#include "devices/combiners/TrueCombiner.h"
 #include "devices/converters/ChannelCombiner.h"
 #include "devices/converters/ChannelSplitter.h"
 #include "devices/converters/ColorGradient.h"
 #include "devices/converters/NormalMaker.h"
+#include "devices/filters/Displacement.h"
+#include "devices/filters/Flipper.h"
 #include "devices/filters/GaussBlur.h"
 #include "devices/filters/Inverter.h"
 #include "devices/generators/CellularTex.h"
@@ -23,6 +25,9 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  2 Inverter        */ {&CreateDevice<Inverter>, 4, 12, 0},
     /*  3 TrueCombiner    */ {nullptr, 3, 4, 1},
     /*  4 Displacement    */ {&CreateDevice<Displacement>, 4, 4, 0},
+    /*  2 Inverter        */ {nullptr, 4, 12, 0},
+    /*  3 TrueCombiner    */ {&CreateDevice<TrueCombiner>, 3, 4, 1},
+    /*  4 Displacement    */ {nullptr, 4, 4, 0},
     /*  5 Ramp            */ {nullptr, 4, 4, 0},
     /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
     /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
@@ -36,7 +41,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 15 Flipper         */ {&CreateDevice<Flipper>, 4, 4, 0},
     /* 16 Equals          */ {nullptr, 17, 3, 0},
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
-    /* 18 Combiner2       */ {nullptr, 3, 12, 0},
+    /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
     /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
     /* 21 ColorGradient   */ {&CreateDevice<ColorGradient>, 9, 8, 1},

@@ -190,14 +190,24 @@ TEST(CliBuild, BitmapsKeepThreeChannels) {
     Image colours{4, 3, 3, {}};
     for (int k = 0; k < 36; ++k) colours.samples.push_back(static_cast<float>(k) / 35.0f);
     basekit::host::WriteR32(dir / "colours.r32", colours);
+    // A combiner fed by the picture carries a bitmap on to an export and a
+    // blur (strength 0 and radius 0: the picture itself).
     WriteText(dir / "net.json", R"({
       "world": {"resolution": [4, 3]},
-      "devices": [{"id": "picture", "type": "File Input", "file": "colours.r32", "kind": "bitmap"}]
+      "devices": [{"id": "picture", "type": "File Input", "file": "colours.r32", "kind": "bitmap"},
+                  {"id": "flat", "type": "Constant"},
+                  {"id": "mix", "type": "Combiner", "params": {"Strength": 0}},
+                  {"id": "soft", "type": "Blur", "params": {"Blur radius": 0}}],
+      "links": [{"from": "picture", "to": "mix", "input": 0}, {"from": "flat", "to": "mix", "input": 1},
+                {"from": "mix", "to": "soft"}],
+      "export": [{"device": "picture"}, {"device": "mix"}, {"device": "soft"}]
     })");
     RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q"}, dir.path());
     ASSERT_EQ(run.code, 0) << run.err;
     Image raw = basekit::host::ReadR32(dir / "out" / "picture.r32", 4, 3, 3);
     EXPECT_EQ(raw.samples, colours.samples);
+    for (const char* name : {"mix.r32", "soft.r32"})
+        EXPECT_EQ(basekit::host::ReadR32(dir / "out" / name, 4, 3, 3).samples, colours.samples) << name;
     if (basekit::host::CanUseExr()) {
         Image exr = basekit::host::ReadExr(dir / "out" / "picture.exr");
         EXPECT_EQ(exr.channels, 3);
@@ -209,7 +219,8 @@ TEST(CliBuild, BitmapsKeepThreeChannels) {
         for (size_t k = 0; k < 36; ++k) EXPECT_NEAR(png.samples[k], colours.samples[k], 0.5 / 65535.0 + 1e-7);
     }
     json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
-    EXPECT_EQ(manifest["outputs"][0]["kind"], "bitmap");
+    ASSERT_EQ(manifest["outputs"].size(), 3u);
+    for (size_t k = 0; k < 3; ++k) EXPECT_EQ(manifest["outputs"][k]["kind"], "bitmap") << k;
     EXPECT_EQ(manifest["outputs"][0]["name"], "picture");
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "TestHost.h"
 #include "TestDevices.h"
@@ -24,6 +25,32 @@ TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
     ASSERT_EQ(recorder.connections.size(), 2u);
     EXPECT_EQ(recorder.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
     EXPECT_EQ(recorder.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
+}
+
+// The input-link handler runs once a link is in place, whichever side made it.
+TEST_F(PortTest, InputLinkHandlerSeesSettledLinks) {
+    struct Watched : TestAdd {
+        std::vector<const Port*> seen;  // input 0's peer at each call
+        Watched() {
+            inputLinksChanged = [](Device& d) {
+                auto& w = static_cast<Watched&>(d);
+                w.seen.push_back(w.inputs[0]->peer);
+            };
+        }
+    };
+    TestAdd a, b;
+    Watched w;
+    a.owner = b.owner = w.owner = &recorder;
+    a.outputs[0]->Connect(w.inputs[0]);
+    w.inputs[0]->Connect(b.outputs[0]);
+    w.inputs[0]->Disconnect(nullptr);
+    b.outputs[0]->Connect(w.inputs[0]);
+    b.outputs[0]->Disconnect(nullptr);
+    a.outputs[0]->Connect(b.inputs[0]);
+    const std::vector<const Port*> expected = {a.outputs[0], b.outputs[0], nullptr, b.outputs[0],
+                                               nullptr};
+    EXPECT_EQ(w.seen, expected);
+    EXPECT_EQ(recorder.connections.size(), 14u);  // the owner is told as before
 }
 
 TEST_F(PortTest, DisconnectMoveAndDestructionUnlinkBothSides) {
