@@ -49,16 +49,16 @@ std::vector<std::vector<float>> ExpectedCoast(std::vector<float> h, const float*
         ErodeCoastRow(setup, h.data() + y * w, hardness ? hardness + y * w : nullptr,
                       water.data() + y * w, beach.data() + y * w, w);
     if (smooth) {
-        const std::vector<float> before = h;
+        std::vector<float> blurred = h;
         if (radius > 0) {
             reference::Field field(w, rows, 1);
             field.v = h;
             const std::vector<float> weights = reference::GaussianWeights(radius);
             const reference::Field across =
                 reference::Reference(field, kBlurGaussian, radius, 0, weights);
-            h = reference::Reference(across, kBlurGaussian, radius, 1, weights).v;
+            blurred = reference::Reference(across, kBlurGaussian, radius, 1, weights).v;
         }
-        BlendUnderwater(h.data(), before.data(), water.data(), h.size());
+        BlendUnderwater(h.data(), blurred.data(), water.data(), h.size());
     }
     return {h, water, beach};
 }

@@ -81,6 +81,33 @@ TEST(SnowPass, EveryPathGivesThePlainBits) {
     }
 }
 
+TEST(CoastRow, EveryPathGivesThePlainBits) {
+    // Rows across the 256-sample blocks; samples on the line and exactly on
+    // the band's edges, -0, NaN, hardness 0.
+    const float W = 0.25f, b = 0.125f;
+    const float special[] = {W, W + b, W - b, -0.0f, std::numeric_limits<float>::quiet_NaN()};
+    for (int n : {1, 15, 16, 17, 40, 256, 300, 700}) {
+        std::vector<float> heights = Field(n, 1, n, true), hardness = Field(n, 1, n + 1, false);
+        for (float& h : heights) h = h * 3.0f;  // reach above the beach too
+        for (int i = 0; i < n; i += 3) heights[i] = special[(i / 3) % 5];
+        for (int32_t zone : {kCoastSmooth, kCoastCliffs}) {
+            for (const float* hard : std::vector<const float*>{nullptr, hardness.data()}) {
+                const CoastSetup setup = MakeCoastSetup(W, b, zone, 0.7f);
+                std::vector<float> want = heights, wantWater(n, -1.0f), wantBeach(n, -1.0f);
+                ErodeCoastRow(setup, want.data(), hard, wantWater.data(), wantBeach.data(), n,
+                              VectorPath::Plain);
+                for (VectorPath path : AvailablePaths()) {
+                    std::vector<float> got = heights, water(n, -1.0f), beach(n, -1.0f);
+                    ErodeCoastRow(setup, got.data(), hard, water.data(), beach.data(), n, path);
+                    EXPECT_TRUE(SameBits(got, want) && SameBits(water, wantWater) &&
+                                SameBits(beach, wantBeach))
+                        << n << " zone " << zone << " " << VectorPathName(path);
+                }
+            }
+        }
+    }
+}
+
 // One cell of a 5x5 field holds snow; the centre's next value tells how much
 // it takes or gives, neighbour by neighbour.
 TEST(SnowPass, NeighboursGiveAndTakeAtMostTheirSnow) {

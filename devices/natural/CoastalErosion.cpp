@@ -1,5 +1,7 @@
 #include "devices/natural/CoastalErosion.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -27,8 +29,6 @@ static const ParamSpec kParameters[] = {
 
 // The water line sits this far above the level set.
 constexpr float kWaterLift = 0.0004f;
-// Depth below the water line at which the water mask reaches 1.
-constexpr float kFullWater = 0.0175f;
 
 CoastalErosion::CoastalErosion() {
     SetPortCount(this, 2, 3, kHeightField);
@@ -43,53 +43,6 @@ CoastalErosion::CoastalErosion() {
 
 bool CoastalErosion::OptionQuery3(uint32_t globals) {
     return (globals & kGlobalWaterLevel) != 0 && ParamBool(this, "Use Global Water Level");
-}
-
-CoastSetup MakeCoastSetup(float water, float beach, int32_t zone, float power) {
-    const float g = 0.45f * power + 0.5f;
-    const auto exponent = static_cast<float>(Orogen::Log(1.0 - g) / Orogen::Log(0.5));
-    return {water, beach, zone, power, exponent};
-}
-
-float CoastGain(float u, float exponent) {
-    if (u < 0.5f) return 0.5f * Orogen::Pow(2.0f * u, exponent);
-    return 1.0f - 0.5f * Orogen::Pow(2.0f - 2.0f * u, exponent);
-}
-
-void ErodeCoastRow(const CoastSetup& s, float* heights, const float* hardness, float* water,
-                   float* beach, int32_t count) {
-    const float W = s.water;
-    for (int32_t x = 0; x < count; ++x) {
-        const float h = heights[x];
-        const float d = h - W;
-        const float b = hardness ? s.beach * hardness[x] : s.beach;
-        float wet = 0.0f, shore = 0.0f;
-        if (d > 0.0f && b >= d) {
-            float u = d / b;
-            if (s.zone == kCoastCliffs)
-                u = u + (u * u * u - u) * s.power;
-            else
-                u = CoastGain(u, s.exponent);
-            heights[x] = d * u + W;
-            shore = 1.0f - u;
-        } else if (d < 0.0f) {
-            if (d >= -b) {
-                const float q = d / b;
-                const float f = q * q;
-                heights[x] = d * f + W;
-                shore = 1.0f - f;
-            }
-            wet = (W - heights[x]) / kFullWater;
-            if (!(wet < 1.0f)) wet = 1.0f;
-        }
-        water[x] = wet;
-        beach[x] = shore;
-    }
-}
-
-void BlendUnderwater(float* heights, const float* before, const float* water, uint64_t count) {
-    for (uint64_t i = 0; i < count; ++i)
-        heights[i] = before[i] + (heights[i] - before[i]) * water[i];
 }
 
 bool CoastalErosion::Build(const BuildContext& context) {
@@ -130,19 +83,21 @@ bool CoastalErosion::Build(const BuildContext& context) {
     }
 
     if (smooth) {
-        const uint64_t count = terrain->PointCount();
         float* heights = terrain->samples;
-        PacketRef before = NewPacketLike(*terrain, kHeightField);
-        if (count > 0) std::memcpy(before->samples, heights, count * sizeof(float));
         int32_t radius = ScaleIndependent(amount, terrain->grid);
         // As the blur device: the width alone bounds the radius.
         if (radius >= width) radius = width - 1;
+        // Blurred into a field of its own, so that the terrain stays as the
+        // unblurred side of the blend; radius 0 blurs nothing.
+        PacketRef blurred;
         if (radius > 0) {
             PacketRef scratch = NewPacketLike(*terrain, kHeightField);
+            blurred = NewPacketLike(*terrain, kHeightField);
             const std::vector<float> weights = GaussianKernel(radius);
             for (int32_t pass = 0; pass < 2; ++pass) {
                 const BlurPlane plane{pass == 0 ? heights : scratch->samples,
-                                      pass == 0 ? scratch->samples : heights, width, height, 1};
+                                      pass == 0 ? scratch->samples : blurred->samples, width,
+                                      height, 1};
                 if (!RunRows(
                         context, this, 0, height - 1,
                         [&](int32_t first, int32_t last) {
@@ -152,13 +107,13 @@ bool CoastalErosion::Build(const BuildContext& context) {
                     return false;
             }
         }
-        const float* unblurred = before->samples;
+        const float* smoothed = blurred ? blurred->samples : heights;
         const float* wet = water->samples;
         if (!RunRows(
                 context, this, 0, height - 1,
                 [&](int32_t first, int32_t last) {
                     const int64_t begin = static_cast<int64_t>(first) * width;
-                    BlendUnderwater(heights + begin, unblurred + begin, wet + begin,
+                    BlendUnderwater(heights + begin, smoothed + begin, wet + begin,
                                     static_cast<uint64_t>(last - first + 1) * width);
                 },
                 kRowPieces, RowProgress::None))
