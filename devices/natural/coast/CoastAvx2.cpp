@@ -30,9 +30,9 @@ struct Avx2Lanes {
     BASEKIT_TARGET_AVX2 static void Append(Waiting& w, M m, int32_t x, V d, V q) {
         int bits = _mm256_movemask_ps(m);
         if (bits == 0) return;
-        alignas(32) float ds[kLanes], qs[kLanes];
-        _mm256_store_ps(ds, d);
-        _mm256_store_ps(qs, q);
+        float ds[kLanes], qs[kLanes];
+        _mm256_storeu_ps(ds, d);
+        _mm256_storeu_ps(qs, q);
         for (; bits != 0; bits &= bits - 1) {
             const int lane = __builtin_ctz(static_cast<unsigned>(bits));
             w.at[w.count] = x + lane;
