@@ -16,6 +16,8 @@
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/ConstantHeight.h"
 #include "devices/generators/GradGen.h"
+#include "devices/natural/CoastalErosion.h"
+#include "devices/natural/SnowLevel.h"
 
 namespace basekit {
 
@@ -52,8 +54,8 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
     /* 27 Expander        */ {nullptr, 4, 4, 0},
     /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},
-    /* 29 SnowLevel       */ {nullptr, 5, 4, 0},
-    /* 30 CoastalErosion  */ {nullptr, 5, 4, 0},
+    /* 29 SnowLevel       */ {&CreateDevice<SnowLevel>, 5, 4, 0},
+    /* 30 CoastalErosion  */ {&CreateDevice<CoastalErosion>, 5, 4, 0},
     /* 31 CheckPoint      */ {nullptr, 7, 4, 0},
     /* 32 SelectColor     */ {nullptr, 6, 4, 0},
     /* 33 HeightCombiner  */ {nullptr, 3, 4, 0},
