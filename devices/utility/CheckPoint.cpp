@@ -41,8 +41,9 @@ int32_t CheckPoint::PortsInUse() const {
 bool CheckPoint::EditSettings() {
     PortCount(*this).minimum.i = PortsInUse();
     if (!Device::EditSettings()) return false;
-    const ParamRecord& count = PortCount(*this);
+    ParamRecord& count = PortCount(*this);
     const uint32_t wanted = CountOf(std::max(count.value.i, count.minimum.i));
+    count.value.i = static_cast<int32_t>(wanted);
     if (wanted != inputs.size() || wanted != outputs.size()) {
         ResizePorts(this, wanted, wanted, 0);
         if (Services() && Services()->network) Services()->network->DeviceChanged(this);
