@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -331,6 +332,29 @@ TEST_F(RoutingTest, IntegerEqualsComparesIntegerPacketsOnly) {
         EXPECT_EQ(Orogen::PacketTypeCode(*out), Orogen::kParamBoolean);
         EXPECT_EQ(Orogen::PacketValue(*out), c.answer);
         EXPECT_EQ(GetParameter(&equals, "Current Evaluation")->i, static_cast<int32_t>(c.answer));
+    }
+}
+
+TEST_F(RoutingTest, ValueStateRoundTripsAndRefusesDamage) {
+    auto network = MakeNetwork();
+    ValueInput* value = AsValueInput(&network->AddDevice("v", "Value"));
+    value->Set(-2.75f, 1);
+    const std::string bytes = SavedBytes(*value);
+    ASSERT_EQ(bytes.substr(0, 5), std::string("VALU\x01", 5));
+    ValueInput* loaded = AsValueInput(&network->AddDevice("w", "Value"));
+    ASSERT_TRUE(LoadBytes(*loaded, bytes));
+    EXPECT_EQ(loaded->Value(), -2.75f);
+    EXPECT_EQ(loaded->TypeCode(), 1u);
+    // A type code beyond the largest, or a number that is not finite.
+    std::string damaged = bytes;
+    damaged[11] = 0x01;  // the type code's third byte: 65537
+    const float infinity = std::numeric_limits<float>::infinity();
+    std::string endless = bytes;
+    std::memcpy(endless.data() + 5, &infinity, 4);
+    for (const std::string& bad : {damaged, endless, bytes.substr(0, 7)}) {
+        EXPECT_FALSE(LoadBytes(*loaded, bad));
+        EXPECT_EQ(loaded->Value(), -2.75f);
+        EXPECT_EQ(loaded->TypeCode(), 1u);
     }
 }
 
