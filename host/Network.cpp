@@ -690,7 +690,7 @@ void Network::PushParameterValues(Orogen::Device& device) {
         if (packet->GetKind() == Orogen::kParameterPacket) continue;
         if (packet->pagedOut) packet->PageIn();
         Orogen::PacketRef value = HostPacket::Create(Orogen::kParameterPacket);
-        value->samples[0] = ParameterValueOf(*packet);
+        Orogen::SetPacketValue(*value, ParameterValueOf(*packet), Orogen::kParamReal);
         Orogen::PushInputs(building, {port}, &HandOver, &value);
     }
 }
