@@ -164,7 +164,8 @@ struct ExportJob {
     const ExportEntry* entry = nullptr;
     Orogen::PacketRef packet;
     // Results, read once every job is done.
-    bool ready = false;  // a height field or bitmap came
+    bool ready = false;     // a height field or bitmap came
+    bool received = false;  // any packet came
     bool bitmap = false, mask = false;
     int32_t width = 0, height = 0;
     json files = json::object();
@@ -338,6 +339,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         for (auto at = first; at != last; ++at) {
             ExportJob& job = *at->second;
             Orogen::PacketRef packet = network.Output(job.entry->device, job.entry->output);
+            job.received = static_cast<bool>(packet);
             if (!packet || (packet->GetKind() != Orogen::kHeightField && packet->GetKind() != Orogen::kBitmap) ||
                 !packet->samples)
                 continue;
@@ -375,6 +377,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             else if (built->status != BuildStatus::Built)
                 why = "\"" + entry.device + "\" " + StatusName(built->status) +
                       (built->message.empty() ? "" : ": " + built->message);
+            else if (!job.received)
+                why = "output " + std::to_string(entry.output) + " of \"" + entry.device +
+                      "\" holds nothing: the device stored no packet there in this build";
             else
                 why = "output " + std::to_string(entry.output) + " of \"" + entry.device +
                       "\" holds no height field or bitmap";

@@ -36,8 +36,11 @@ void Join(std::string& text, const std::string& piece) {
     text += piece;
 }
 
-// Packet kind bits as words: "heightfield", "bitmap|heightfield", "any".
+// Packet kind bits as words: "heightfield", "bitmap|heightfield", "any",
+// "parameter".
 std::string KindName(uint32_t kind) {
+    // Ports that carry parameter values have a kind of their own, 3.
+    if (kind == 3) return "parameter";
     static const std::pair<uint32_t, const char*> kNames[] = {
         {Orogen::kParameterPacket, "parameter"},
         {Orogen::kHeightField, "heightfield"},

@@ -76,6 +76,25 @@ void SetPacketName(QXPacket& packet, const char* text) {
     packet.name[sizeof packet.name - 1] = '\0';
 }
 
+float PacketValue(const QXPacket& packet) {
+    return packet.samples ? packet.samples[0] : 0.0f;
+}
+
+uint32_t PacketTypeCode(const QXPacket& packet) {
+    // A code that is no whole number in range reads as none of the known ones.
+    const float code = packet.samples ? packet.samples[1] : 0.0f;
+    if (!(code >= 0.0f && code < 4294967296.0f) ||
+        code != static_cast<float>(static_cast<int64_t>(code)))
+        return 0xFFFFFFFFu;
+    return static_cast<uint32_t>(code);
+}
+
+void SetPacketValue(QXPacket& packet, float value, uint32_t typeCode) {
+    if (!packet.samples) return;
+    packet.samples[0] = value;
+    packet.samples[1] = static_cast<float>(typeCode);
+}
+
 PacketRef NewPacket(uint32_t kind, const Grid& grid) {
     PacketRef packet;
     Services()->network->CreatePacket(packet, kind);

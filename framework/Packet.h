@@ -89,6 +89,13 @@ protected:
 // Copies at most 31 characters of `text` into the packet's name.
 void SetPacketName(QXPacket& packet, const char* text);
 
+// A parameter packet carries a value and a type code, the parameter kind the
+// value stands for (0 and 4 integers, 1 real, 2 true/false): samples[0] and
+// samples[1], both as floats, so that a value folds into any parameter alike.
+float PacketValue(const QXPacket& packet);
+uint32_t PacketTypeCode(const QXPacket& packet);
+void SetPacketValue(QXPacket& packet, float value, uint32_t typeCode);
+
 // New packets from the host's factory, sized by a grid record.
 PacketRef NewPacket(uint32_t kind, const Grid& grid);
 inline PacketRef NewHeightField(const Grid& grid) { return NewPacket(kHeightField, grid); }

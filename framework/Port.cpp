@@ -329,6 +329,31 @@ void SetPortCount(Device* device, uint32_t inputs, uint32_t outputs, uint32_t ki
     if (device->owner) device->owner->PortsChanged(device);
 }
 
+void ResizePorts(Device* device, uint32_t inputs, uint32_t outputs, uint32_t kind) {
+    if (device->inputs.size() == inputs && device->outputs.size() == outputs) return;
+    while (device->inputs.size() > inputs) {
+        device->inputs.back()->Disconnect(nullptr);
+        delete device->inputs.back();
+        device->inputs.pop_back();
+    }
+    while (device->outputs.size() > outputs) {
+        device->outputs.back()->Disconnect(nullptr);
+        delete device->outputs.back();
+        device->outputs.pop_back();
+    }
+    while (device->inputs.size() < inputs) {
+        auto* port = new Port(device, kind);
+        port->SetName("Primary Input");
+        device->inputs.push_back(port);
+    }
+    while (device->outputs.size() < outputs) {
+        auto* port = new OutputPort(device, kind);
+        port->SetName("Primary Output");
+        device->outputs.push_back(port);
+    }
+    if (device->owner) device->owner->PortsChanged(device);
+}
+
 bool FindPort(const Device* device, const Port* port, uint32_t& index, uint32_t& where) {
     if (!device || !port) return false;
     for (size_t i = 0; i < device->inputs.size(); ++i)

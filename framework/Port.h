@@ -134,6 +134,11 @@ uint32_t PushInputs(BuildResultSet* results, const std::vector<Port*>& ports,
 // "Primary Output" carrying `kind`, and tells the owner.
 void SetPortCount(Device* device, uint32_t inputs, uint32_t outputs, uint32_t kind);
 
+// Keeps the first `inputs` input and `outputs` output ports with their links,
+// unlinks and deletes the others, appends new "Primary Input" and "Primary
+// Output" ports carrying `kind`, and tells the owner when anything changed.
+void ResizePorts(Device* device, uint32_t inputs, uint32_t outputs, uint32_t kind);
+
 // (index, where) of `port` on `device`; false when it is not the device's.
 bool FindPort(const Device* device, const Port* port, uint32_t& index, uint32_t& where);
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/FileInput.h"
+#include "host/ValueInput.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -202,6 +203,8 @@ Host::Host(HostOptions options) {
         network.SetSwapDirectory(options.swapDirectory);
     }
     RegisterHostType(&Orogen::CreateDevice<FileInput>, FileInput::kCategory, FileInput::kDataTypes);
+    RegisterHostType(&Orogen::CreateDevice<ValueInput>, ValueInput::kCategory,
+                     ValueInput::kDataTypes);
 }
 
 Host::~Host() {

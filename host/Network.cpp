@@ -553,6 +553,19 @@ BuildReport Network::Build(const BuildOptions& options) {
             size_t logged = host.Network().LogLines().size();
             HostPacket::ResetPeak();
             Clock::time_point start = Clock::now();
+            // Inputs whose device built but left nothing on the linked output
+            // (a router sends its input to one output only).
+            std::string starved;
+            for (size_t i = 0; i < device->inputs.size() && starved.empty(); ++i) {
+                uint32_t k;
+                Node* from = Upstream(device->inputs[i], k);
+                if (!from) continue;
+                const Orogen::DeviceResult& source = Orogen::doGetDevice(building, from->device());
+                if (k < source.outputs.size() && source.outputs[k]) continue;
+                starved = "input " + std::to_string(i) + " (" + Quoted(device->inputs[i]->name) +
+                          ") received nothing: output " + std::to_string(k) + " of " +
+                          Quoted(from->id) + " holds no packet";
+            }
             try {
                 if (options.releaseOutputs) HandOverLastReads(node, position, lastRead);
                 PushParameterValues(*device);
@@ -598,6 +611,7 @@ BuildReport Network::Build(const BuildOptions& options) {
 
             if (entry.status == BuildStatus::Failed && entry.message.empty()) {
                 if (FileInput* input = AsFileInput(device)) entry.message = input->LastError();
+                if (entry.message.empty()) entry.message = starved;
                 for (size_t i = 0; i < device->inputs.size() && entry.message.empty(); ++i) {
                     Orogen::Port* port = device->inputs[i];
                     if (port->role != Orogen::kRoleOrdinary) continue;
@@ -676,7 +690,7 @@ void Network::PushParameterValues(Orogen::Device& device) {
         if (packet->GetKind() == Orogen::kParameterPacket) continue;
         if (packet->pagedOut) packet->PageIn();
         Orogen::PacketRef value = HostPacket::Create(Orogen::kParameterPacket);
-        value->samples[0] = ParameterValueOf(*packet);
+        Orogen::SetPacketValue(*value, ParameterValueOf(*packet), Orogen::kParamReal);
         Orogen::PushInputs(building, {port}, &HandOver, &value);
     }
 }

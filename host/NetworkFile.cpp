@@ -14,6 +14,7 @@
 #include "host/FileInput.h"
 #include "host/HostPacket.h"
 #include "host/ImageIO.h"
+#include "host/ValueInput.h"
 
 namespace basekit::host {
 
@@ -351,11 +352,41 @@ void ReadGlobals(const json& value, Orogen::GlobalSettings& globals) {
     }
 }
 
+// A Value's "value" and "typeCode"; other devices take neither.
+void ReadValue(Orogen::Device& device, const json& value, const std::string& place) {
+    ValueInput* input = AsValueInput(&device);
+    const json* number = Member(value, "value");
+    const json* code = Member(value, "typeCode");
+    if (!input) {
+        if (number || code)
+            Fail(place + (number ? ".value" : ".typeCode"), "only a \"Value\" device takes one");
+        return;
+    }
+    if (!number) {
+        if (!Member(value, "state")) Fail(place, "a \"Value\" needs \"value\"");
+        if (code) Fail(place + ".typeCode", "give \"value\" with it");
+        return;
+    }
+    const double given = FiniteNumber(*number, place + ".value");
+    const float cast = static_cast<float>(given);
+    if (!std::isfinite(cast)) Fail(place + ".value", Number(given) + " is too large");
+    // Whole numbers are integers unless told otherwise.
+    uint32_t typeCode = cast == std::floor(cast) ? 0 : 1;
+    if (code) {
+        int64_t wanted = Integer(*code, place + ".typeCode");
+        if (wanted < 0 || wanted > ValueInput::kMaxTypeCode)
+            Fail(place + ".typeCode", std::to_string(wanted) + " is outside 0.." +
+                                          std::to_string(ValueInput::kMaxTypeCode));
+        typeCode = static_cast<uint32_t>(wanted);
+    }
+    input->Set(cast, typeCode);
+}
+
 void ReadDevice(Network& network, const json& value, const std::string& place,
                 const fs::path& folder) {
     Keys(value, place,
          {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind",
-          "actions"});
+          "value", "typeCode", "actions"});
     const json* idValue = Member(value, "id");
     if (!idValue) Fail(place, "missing \"id\"");
     std::string id = String(*idValue, place + ".id");
@@ -426,20 +457,37 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
         }
     }
 
+    ReadValue(device, value, place);
+
     if (const json* params = Member(value, "params")) {
         if (!params->is_object()) Fail(place + ".params", "expected an object");
+        // A setting out of range is tried again once the others are
+        // confirmed: its range may follow one of them (a router's "Output
+        // Choice" ranges over "Number of Outputs").
+        std::vector<std::pair<std::string, const json*>> again;
         for (const auto& [name, setting] : params->items()) {
             try {
                 SetParameter(device, name, setting);
-            } catch (const std::invalid_argument& e) {
-                Fail(place + ".params." + name, e.what());
+            } catch (const std::invalid_argument&) {
+                again.emplace_back(name, &setting);
             }
         }
         // Confirmed as a user confirms the settings dialog, so that devices
-        // whose ports follow their settings (Voronoi's distortion input)
-        // rebuild them before the links are read.
+        // whose ports follow their settings (Voronoi's distortion input, the
+        // routers' port counts) rebuild them before the links are read.
         network.GetHost().Dialogs().Script(1);
         device.EditSettings();
+        if (!again.empty()) {
+            for (const auto& [name, setting] : again) {
+                try {
+                    SetParameter(device, name, *setting);
+                } catch (const std::invalid_argument& e) {
+                    Fail(place + ".params." + name, e.what());
+                }
+            }
+            network.GetHost().Dialogs().Script(1);
+            device.EditSettings();
+        }
     }
 }
 
@@ -707,6 +755,10 @@ std::string NetworkToText(const Project& project, const fs::path& folder) {
             }
             item["file"] = file.generic_string();
             item["kind"] = input->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+        }
+        if (ValueInput* input = AsValueInput(&device)) {
+            item["value"] = input->Value();
+            item["typeCode"] = input->TypeCode();
         }
         std::ostringstream state(std::ios::binary);
         if (!device.Save(state))

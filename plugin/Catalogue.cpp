@@ -18,6 +18,11 @@
 #include "devices/generators/GradGen.h"
 #include "devices/natural/CoastalErosion.h"
 #include "devices/natural/SnowLevel.h"
+#include "devices/utility/CheckPoint.h"
+#include "devices/utility/Equals.h"
+#include "devices/utility/MultiChooser.h"
+#include "devices/utility/MultiSwitch.h"
+#include "devices/utility/Switch.h"
 
 namespace basekit {
 
@@ -30,15 +35,15 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  5 Ramp            */ {nullptr, 4, 4, 0},
     /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
     /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
-    /*  8 MultiSwitch     */ {nullptr, 7, 0, 0},
-    /*  9 MultiChooser    */ {nullptr, 7, 0, 0},
+    /*  8 MultiSwitch     */ {&CreateDevice<MultiSwitch>, 7, 0, 0},
+    /*  9 MultiChooser    */ {&CreateDevice<MultiChooser>, 7, 0, 0},
     /* 10 AddNoise        */ {nullptr, 4, 4, 0},
     /* 11 ProbScatter     */ {nullptr, 4, 4, 0},
     /* 12 BiasGain        */ {nullptr, 4, 12, 0},
     /* 13 CircularGrad    */ {&CreateDevice<CircularGrad>, 1, 4, 0},
-    /* 14 Switch          */ {nullptr, 7, 0, 0},
+    /* 14 Switch          */ {&CreateDevice<Switch>, 7, 0, 0},
     /* 15 Flipper         */ {&CreateDevice<Flipper>, 4, 4, 0},
-    /* 16 Equals          */ {nullptr, 17, 3, 0},
+    /* 16 Equals          */ {&CreateDevice<Equals>, 17, 3, 0},
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
     /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
@@ -53,7 +58,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},
     /* 29 SnowLevel       */ {&CreateDevice<SnowLevel>, 5, 4, 0},
     /* 30 CoastalErosion  */ {&CreateDevice<CoastalErosion>, 5, 4, 0},
-    /* 31 CheckPoint      */ {nullptr, 7, 4, 0},
+    /* 31 CheckPoint      */ {&CreateDevice<CheckPoint>, 7, 4, 0},
     /* 32 SelectColor     */ {nullptr, 6, 4, 0},
     /* 33 HeightCombiner  */ {nullptr, 3, 4, 0},
     /* 34 SplatMaker      */ {nullptr, 9, 4, 0},

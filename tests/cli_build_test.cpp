@@ -274,6 +274,43 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     EXPECT_TRUE(manifest["devices"][1].contains("message"));
 }
 
+// A router sends its input to one output: exports of the others are missing
+// with exit code 3, and so is the export of a device that read nothing.
+TEST(CliBuild, RouterOutputsThatReceiveNothingAreMissing) {
+    Scratch dir;
+    WriteText(dir / "net.json", R"({
+      "world": {"resolution": [6, 5]},
+      "devices": [
+        {"id": "hill", "type": "Radial Grad"},
+        {"id": "r", "type": "Router", "params": {"Output Choice": 1, "Number of Outputs": 3}},
+        {"id": "soft", "type": "Blur"}
+      ],
+      "links": [{"from": "hill", "to": "r"}, {"from": "r", "output": 2, "to": "soft"}],
+      "export": [{"device": "r", "output": 0}, {"device": "r", "output": 1},
+                 {"device": "r", "output": 2}, {"device": "soft"}]
+    })");
+    RunResult run =
+        RunOrogen({"build", "net.json", "-o", "out", "-q", "--format", "r32"}, dir.path());
+    EXPECT_EQ(run.code, 3) << run.err;
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    ASSERT_EQ(manifest["outputs"].size(), 1u);
+    EXPECT_EQ(manifest["outputs"][0]["name"], "r_1");
+    EXPECT_TRUE(fs::exists(dir / "out" / "r_1.r32"));
+    const struct {
+        const char* name;
+        const char* reason;
+    } missing[] = {{"r_0", "output 0 of \"r\" holds nothing"},
+                   {"r_2", "output 2 of \"r\" holds nothing"},
+                   {"soft", "received nothing: output 2 of \"r\" holds no packet"}};
+    ASSERT_EQ(manifest["missing"].size(), 3u);
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(manifest["missing"][i]["name"], missing[i].name);
+        const std::string reason = manifest["missing"][i]["reason"];
+        EXPECT_NE(reason.find(missing[i].reason), std::string::npos) << reason;
+        EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
+    }
+}
+
 // Every kind of device the module offers today, a distortion input enabled
 // by a setting, and settings away from their defaults.
 const char* const kChain = R"({

@@ -8,6 +8,7 @@
 #include <windows.h>
 #endif
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -127,9 +128,18 @@ TEST_F(PluginTest, EveryDeviceMatchesItsEntryRoundTripsAndBuildsTinyWorlds) {
                 sources.push_back(source);
             }
             int32_t status = device->Process(context);
-            if (grid.width > 0) {
+            // A parameter input (Integer Equals) refuses the height field.
+            const bool takesParameters = std::any_of(device->inputs.begin(), device->inputs.end(),
+                                                     [](const Port* p) { return p->kind == 3; });
+            if (grid.width > 0 && takesParameters) {
+                EXPECT_EQ(status, 0);
+            } else if (grid.width > 0) {
                 EXPECT_EQ(status, 1) << grid.width << "x" << grid.height;
-                for (const PacketRef& out : doGetDevice(&results, device).outputs) {
+                const std::vector<PacketRef>& outputs = doGetDevice(&results, device).outputs;
+                for (size_t k = 0; k < outputs.size(); ++k) {
+                    const PacketRef& out = outputs[k];
+                    // A router fills one of its optional outputs only.
+                    if (!out && device->outputs[k]->role == kRoleOptional) continue;
                     ASSERT_TRUE(out);
                     for (uint64_t i = 0; i < out->PointCount() * out->Channels(); ++i)
                         EXPECT_TRUE(out->samples[i] >= 0.0f && out->samples[i] <= 1.0f);

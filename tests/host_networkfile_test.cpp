@@ -130,7 +130,8 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "devices[0].type: unknown device type \"Constnt\"; nearest: \"Constant\""},
         {R"({"devices": [{"id": "a", "type": "Test Ramp", "colour": 1}]})",
          "devices[0].colour: unknown key; valid: \"id\", \"type\", \"name\", \"params\", "
-         "\"anchor\", \"enabled\", \"bypassed\", \"state\", \"file\", \"kind\", \"actions\""},
+         "\"anchor\", \"enabled\", \"bypassed\", \"state\", \"file\", \"kind\", \"value\", "
+         "\"typeCode\", \"actions\""},
         {R"({"devices": [{"id": "a", "type": "Combiner", "actions": ["Swap inputs", "Swap"]}]})",
          "devices[0].actions[1]: \"a\" has no action \"Swap\"; valid: \"Swap inputs\""},
         {R"({"devices": [{"id": "a", "type": "Test Add", "actions": ["Swap inputs"]}]})",
