@@ -141,7 +141,8 @@ TEST_F(MasksViewsTest, MissingInputsFailAndStoreNothing) {
     };
     int n = 0;
     for (const auto& c : cases) {
-        const std::string id = "d" + std::to_string(n++);
+        std::string id = "d";  // appended: GCC 12 warns falsely on "d" + to_string
+        id += std::to_string(n++);
         network->AddDevice(id, c.type);
         for (uint32_t k = 0; k < c.inputs.size(); ++k)
             if (!c.inputs[k].empty()) network->Connect(c.inputs[k], 0, id, k);

@@ -5,16 +5,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "devices/combiners/HeightCombiner.h"
 #include "devices/converters/SplatMaker.h"
 #include "devices/output/OverlayOutput.h"
 #include "devices/selectors/SelectColor.h"
+#include "framework/Terrain.h"
 
 namespace basekit {
 namespace {
@@ -23,6 +26,24 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
 bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+std::vector<VectorPath> VectorPaths() {
+    std::vector<VectorPath> paths;
+    for (VectorPath p : {VectorPath::Avx2, VectorPath::Avx512})
+        if (PathAvailable(p)) paths.push_back(p);
+    return paths;
+}
+
+// Mostly 0..1, some beyond on either side, a few NaNs, and ties with `other`
+// (when given) every 13th value.
+std::vector<float> Values(size_t count, uint32_t seed, const std::vector<float>* other = nullptr) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-0.25f, 1.25f);
+    std::vector<float> v(count);
+    for (size_t i = 0; i < count; ++i)
+        v[i] = i % 29 == 5 ? kNaN : other && i % 13 == 0 ? (*other)[i] : u(rng);
+    return v;
 }
 
 std::pair<float, float> Choose(float a, float b, int32_t keep, float k) {
@@ -307,6 +328,73 @@ TEST(OverlayKernel, SlopesTowardsTheLightAreBrighter) {
     };
     EXPECT_GT(viewAt(1.0f), viewAt(0.0f));
     EXPECT_LT(viewAt(-1.0f), viewAt(0.0f));
+}
+
+TEST(MasksViewsPaths, EveryPathGivesThePlainBits) {
+    // Odd sizes leave a plain tail after the vector loop.
+    const size_t n = 1003;
+    const std::vector<float> a = Values(n, 1), b = Values(n, 2, &a);
+    const std::vector<float> image = Values(3 * n, 3);
+    for (VectorPath path : VectorPaths()) {
+        SCOPED_TRACE(VectorPathName(path));
+        for (int32_t keep : {kKeepHigher, kKeepLower})
+            for (float k : {0.0f, 0.05f, 0.5f}) {
+                std::vector<float> plain = a, wide = a, plainMask(n), wideMask(n);
+                ChooseHeights(plain.data(), b.data(), plainMask.data(), 0, n, keep, k,
+                              VectorPath::Plain);
+                ChooseHeights(wide.data(), b.data(), wideMask.data(), 3, n, keep, k, path);
+                std::copy(plain.begin(), plain.begin() + 3, wide.begin());
+                std::copy(plainMask.begin(), plainMask.begin() + 3, wideMask.begin());
+                EXPECT_TRUE(SameBits(plain, wide)) << keep << " " << k;
+                EXPECT_TRUE(SameBits(plainMask, wideMask)) << keep << " " << k;
+            }
+        const float colour[3] = {0.5f, 0.25f, 0.75f};
+        for (int32_t channels : {1, 3})
+            for (float falloff : {0.0f, 0.3f}) {
+                std::vector<float> plain(n), wide(n);
+                SelectColourMask(image.data(), channels, 0, n, colour, 0.2f, falloff, plain.data(),
+                                 VectorPath::Plain);
+                SelectColourMask(image.data(), channels, 0, n, colour, 0.2f, falloff, wide.data(),
+                                 path);
+                EXPECT_TRUE(SameBits(plain, wide)) << channels << " " << falloff;
+            }
+    }
+}
+
+TEST(MasksViewsPaths, SplatsAreThePlainBitsAndTheBoundsNeverChangeAWeight) {
+    // Slopes from flat to cliffs, densest around the default rock band, on
+    // a field of 37 columns: four vector groups and a plain tail a row.
+    const int32_t w = 37, hgt = 41;
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> u(0.0f, 1.0f);
+    const auto h = Field(w, hgt, [&](int32_t x, int32_t y) {
+        return 0.5f + 0.3f * std::sin(0.05f * x * y) * u(rng) + (y % 7 == 3 ? kNaN : 0.0f);
+    });
+    for (const auto& [angle, transition, vertical] :
+         {std::tuple{35, 0.05f, 0.02}, std::tuple{35, 0.0f, 0.05}, std::tuple{0, 0.1f, 0.01},
+          std::tuple{80, 0.3f, 1.0}, std::tuple{90, 0.0f, 5.0}, std::tuple{10, 0.5f, 0.01}}) {
+        SCOPED_TRACE(::testing::Message() << angle << " " << transition << " " << vertical);
+        const Orogen::Grid grid = UnitGrid(w, hgt, vertical);
+        std::vector<float> plain(h.size() * 3);
+        SplatRows({h.data(), grid, angle, 0.6f, transition}, 0, hgt - 1, plain.data(),
+                  VectorPath::Plain);
+        for (VectorPath path : VectorPaths()) {
+            std::vector<float> wide(h.size() * 3);
+            SplatRows({h.data(), grid, angle, 0.6f, transition}, 0, hgt - 1, wide.data(), path);
+            EXPECT_TRUE(SameBits(plain, wide)) << VectorPathName(path);
+        }
+        // Green is the rock weight of every sample's slope, bounds or not.
+        const float rock = static_cast<float>(angle) / 90.0f, half = transition / 2.0f;
+        for (int32_t y = 0; y < hgt; ++y)
+            for (int32_t x = 0; x < w; ++x) {
+                float gx, gy;
+                Orogen::HeightSlope(h.data(), grid, x, y, gx, gy);
+                const float full =
+                    SplatRock(std::sqrt(gx * gx + gy * gy), rock - half, rock + half);
+                const float green = plain[3 * (static_cast<size_t>(y) * w + x) + 1];
+                ASSERT_TRUE(green == full || (full != full && green == 1.0f)) << x << " " << y;
+            }
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -22,8 +23,9 @@ class HeightCombiner : public DeviceOf<HeightCombiner, CombineFilter> {
 enum KeepHeight : int32_t { kKeepHigher = 0, kKeepLower = 1 };
 
 // Samples begin..end-1 of two fields: r (the chosen height, clamped) over
-// `a`, and the share taken from `b` (clamped) in `mask`.
+// `a`, and the share taken from `b` (clamped) in `mask`. Every vector path
+// gives the plain path's bits.
 void ChooseHeights(float* a, const float* b, float* mask, uint64_t begin, uint64_t end,
-                   int32_t keep, float transition);
+                   int32_t keep, float transition, VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -24,7 +25,13 @@ struct SplatSetup {
     float transition;
 };
 
-// Rows first..last of the splat map, three floats a point.
-void SplatRows(const SplatSetup& setup, int32_t first, int32_t last, float* rgb);
+// The rock weight of a slope of length `steep` (world units per world unit):
+// the ramp of its angle, in right angles, from `lo` to `hi`.
+float SplatRock(float steep, float lo, float hi);
+
+// Rows first..last of the splat map, three floats a point. Every vector path
+// gives the plain path's bits.
+void SplatRows(const SplatSetup& setup, int32_t first, int32_t last, float* rgb,
+               VectorPath path = BestVectorPath());
 
 }  // namespace basekit

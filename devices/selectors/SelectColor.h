@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -19,7 +20,9 @@ class SelectColor : public DeviceOf<SelectColor, Selector> {
 // The mask of points begin..end-1 of `image` (`channels` 1, read as grey, or
 // 3 floats a point): 1 within `tolerance` of `colour` (channels in 0..1,
 // distance scaled so that black to white is 1), fading to 0 over `falloff`.
+// Every vector path gives the plain path's bits.
 void SelectColourMask(const float* image, int32_t channels, uint64_t begin, uint64_t end,
-                      const float colour[3], float tolerance, float falloff, float* mask);
+                      const float colour[3], float tolerance, float falloff, float* mask,
+                      VectorPath path = BestVectorPath());
 
 }  // namespace basekit
