@@ -361,7 +361,7 @@ TEST(MasksViewsPaths, EveryPathGivesThePlainBits) {
     }
 }
 
-TEST(MasksViewsPaths, SplatsAreThePlainBitsAndTheBoundsNeverChangeAWeight) {
+TEST(MasksViewsPaths, SplatsAndViewsAreThePlainBitsAndTheBoundsNeverChangeAWeight) {
     // Slopes from flat to cliffs, densest around the default rock band, on
     // a field of 37 columns: four vector groups and a plain tail a row.
     const int32_t w = 37, hgt = 41;
@@ -382,6 +382,26 @@ TEST(MasksViewsPaths, SplatsAreThePlainBitsAndTheBoundsNeverChangeAWeight) {
             std::vector<float> wide(h.size() * 3);
             SplatRows({h.data(), grid, angle, 0.6f, transition}, 0, hgt - 1, wide.data(), path);
             EXPECT_TRUE(SameBits(plain, wide)) << VectorPathName(path);
+        }
+        // The view over the same field, with each kind of overlay.
+        const std::vector<float> image = Values(3 * h.size(), 4), grey = Values(h.size(), 5);
+        for (int32_t channels : {0, 1, 3}) {
+            OverlaySetup setup{h.data(),
+                               grid,
+                               channels == 3 ? image.data()
+                               : channels    ? grey.data()
+                                             : nullptr,
+                               channels,
+                               {0.6f, -0.48f, 0.64f},
+                               0.7f,
+                               0.8f};
+            std::vector<float> viewPlain(h.size() * 3);
+            OverlayRows(setup, 0, hgt - 1, viewPlain.data(), VectorPath::Plain);
+            for (VectorPath path : VectorPaths()) {
+                std::vector<float> wide(h.size() * 3);
+                OverlayRows(setup, 0, hgt - 1, wide.data(), path);
+                EXPECT_TRUE(SameBits(viewPlain, wide)) << VectorPathName(path) << " " << channels;
+            }
         }
         // Green is the rock weight of every sample's slope, bounds or not.
         const float rock = static_cast<float>(angle) / 90.0f, half = transition / 2.0f;

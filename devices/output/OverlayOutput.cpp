@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "devices/converters/PixelsAvx2.h"
 #include "framework/Neighbourhood.h"
 #include "framework/Ramps.h"
 #include "framework/Terrain.h"
@@ -47,19 +48,71 @@ void OverlayLight(const float direction[3], float light[3]) {
     for (int c = 0; c < 3; ++c) light[c] = v[c] / norm;
 }
 
-void OverlayRows(const OverlaySetup& s, int32_t first, int32_t last, float* rgb) {
+#if defined(BASEKIT_HAVE_X86_VECTORS)
+namespace {
+
+// One row of the plain loop below, eight points at a time; returns where
+// the plain loop goes on.
+BASEKIT_TARGET_AVX2 int32_t OverlayRowAvx2(const OverlaySetup& s, const float* gx, const float* gy,
+                                           const float* h, const float* overlay, int32_t width,
+                                           float* out) {
+    const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f);
+    const __m256 L0 = _mm256_set1_ps(s.light[0]), L1 = _mm256_set1_ps(s.light[1]),
+                 L2 = _mm256_set1_ps(s.light[2]);
+    const __m256 keep = _mm256_set1_ps(1.0f - s.opacity), opacity = _mm256_set1_ps(s.opacity);
+    const __m256 flat = _mm256_set1_ps(1.0f - s.shading), shading = _mm256_set1_ps(s.shading);
+    int32_t x = 0;
+    for (; x + 8 <= width; x += 8) {
+        const __m256 X = _mm256_loadu_ps(gx + x), Y = _mm256_loadu_ps(gy + x);
+        const __m256 len = _mm256_sqrt_ps(
+            _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(X, X), _mm256_mul_ps(Y, Y)), one));
+        const __m256 lit = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_div_ps(X, len), L0),
+                                                       _mm256_mul_ps(_mm256_div_ps(Y, len), L1)),
+                                         _mm256_mul_ps(_mm256_div_ps(one, len), L2));
+        // std::max(0, lit): a NaN gives 0.
+        const __m256 factor = _mm256_add_ps(flat, _mm256_mul_ps(shading, _mm256_max_ps(lit, zero)));
+        const __m256 grey = _mm256_loadu_ps(h + x);
+        __m256 base[3] = {grey, grey, grey};
+        if (overlay && s.overlayChannels == 3)
+            colour::LoadPixels(overlay + 3 * x, base[0], base[1], base[2]);
+        else if (overlay)
+            base[0] = base[1] = base[2] = _mm256_loadu_ps(overlay + x);
+        __m256 c[3];
+        for (int k = 0; k < 3; ++k)
+            c[k] = colour::ClampHeights8(_mm256_mul_ps(
+                _mm256_add_ps(_mm256_mul_ps(grey, keep), _mm256_mul_ps(base[k], opacity)), factor));
+        colour::StorePixels(out + 3 * x, c[0], c[1], c[2]);
+    }
+    return x;
+}
+
+}  // namespace
+#endif
+
+void OverlayRows(const OverlaySetup& s, int32_t first, int32_t last, float* rgb, VectorPath path) {
     const int32_t width = s.grid.width, height = s.grid.height;
     if (width <= 0 || height <= 0) return;
     const Orogen::SlopeScale scale(s.grid);
     std::vector<float> gx(static_cast<size_t>(width)), gy(static_cast<size_t>(width));
     const float keep = 1.0f - s.opacity;
     const float flat = 1.0f - s.shading;
+    const bool avx2 = UsablePath(path) != VectorPath::Plain;
+#if !defined(BASEKIT_HAVE_X86_VECTORS)
+    (void)avx2;
+#endif
     for (int32_t y = first; y <= last; ++y) {
         scale.SlopeRow(s.heights, width, height, y, gx.data(), gy.data());
         const int64_t row = static_cast<int64_t>(y) * width;
         const float* h = s.heights + row;
         float* out = rgb + row * 3;
-        for (int32_t x = 0; x < width; ++x) {
+        int32_t x = 0;
+#if defined(BASEKIT_HAVE_X86_VECTORS)
+        if (avx2)
+            x = OverlayRowAvx2(s, gx.data(), gy.data(), h,
+                               s.overlay ? s.overlay + row * s.overlayChannels : nullptr, width,
+                               out);
+#endif
+        for (; x < width; ++x) {
             float n[3];
             Orogen::SlopeNormal(gx[x], gy[x], n);
             const float lit = n[0] * s.light[0] + n[1] * s.light[1] + n[2] * s.light[2];

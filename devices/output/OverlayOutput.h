@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -39,6 +40,8 @@ struct OverlaySetup {
 void OverlayLight(const float direction[3], float light[3]);
 
 // Rows first..last of the view, three floats a point, clamped into 0..1.
-void OverlayRows(const OverlaySetup& setup, int32_t first, int32_t last, float* rgb);
+// Every vector path gives the plain path's bits.
+void OverlayRows(const OverlaySetup& setup, int32_t first, int32_t last, float* rgb,
+                 VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -47,9 +47,11 @@ BASEKIT_TARGET_AVX2 uint64_t SelectColourAvx2(const float* image, int32_t channe
         const __m256 sum = _mm256_add_ps(
             _mm256_add_ps(_mm256_mul_ps(dr, dr), _mm256_mul_ps(dg, dg)), _mm256_mul_ps(db, db));
         const __m256 d = _mm256_div_ps(_mm256_sqrt_ps(sum), root3);
-        const __m256 fade = _mm256_sub_ps(one, _mm256_div_ps(_mm256_sub_ps(d, tol), fall));
         const __m256 inFalloff = _mm256_and_ps(fades, _mm256_cmp_ps(d, reach, _CMP_LT_OQ));
-        __m256 m = _mm256_and_ps(inFalloff, fade);
+        __m256 m = zero;
+        if (_mm256_movemask_ps(inFalloff))  // the division only where a lane fades
+            m = _mm256_and_ps(inFalloff,
+                              _mm256_sub_ps(one, _mm256_div_ps(_mm256_sub_ps(d, tol), fall)));
         m = _mm256_blendv_ps(m, one, _mm256_cmp_ps(d, tol, _CMP_LE_OQ));
         // ClampHeight: m is never NaN here (a NaN distance selects nothing).
         _mm256_storeu_ps(mask + i, _mm256_min_ps(one, _mm256_max_ps(zero, m)));
