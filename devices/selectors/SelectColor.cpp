@@ -34,6 +34,10 @@ BASEKIT_TARGET_AVX2 uint64_t SelectColourAvx2(const float* image, int32_t channe
     const __m256 root3 = _mm256_set1_ps(std::sqrt(3.0f));
     const __m256 tol = _mm256_set1_ps(tolerance), fall = _mm256_set1_ps(falloff);
     const __m256 reach = _mm256_set1_ps(tolerance + falloff);
+    // A squared distance above this is past the reach by far more than the
+    // roundings of the root and the division.
+    const double reachSum = 3.0 * static_cast<double>(tolerance + falloff) * (tolerance + falloff);
+    const __m256 far = _mm256_set1_ps(static_cast<float>(reachSum * (1.0 + 1e-4)));
     const __m256 fades = falloff > 0.0f ? _mm256_castsi256_ps(_mm256_set1_epi32(-1)) : zero;
     uint64_t i = begin;
     for (; i + 8 <= end; i += 8) {
@@ -46,6 +50,11 @@ BASEKIT_TARGET_AVX2 uint64_t SelectColourAvx2(const float* image, int32_t channe
         const __m256 dr = _mm256_sub_ps(r, R), dg = _mm256_sub_ps(g, G), db = _mm256_sub_ps(b, B);
         const __m256 sum = _mm256_add_ps(
             _mm256_add_ps(_mm256_mul_ps(dr, dr), _mm256_mul_ps(dg, dg)), _mm256_mul_ps(db, db));
+        // Points certainly beyond the reach select nothing: no root, no division.
+        if (_mm256_movemask_ps(_mm256_cmp_ps(sum, far, _CMP_GT_OQ)) == 0xFF) {
+            _mm256_storeu_ps(mask + i, zero);
+            continue;
+        }
         const __m256 d = _mm256_div_ps(_mm256_sqrt_ps(sum), root3);
         const __m256 inFalloff = _mm256_and_ps(fades, _mm256_cmp_ps(d, reach, _CMP_LT_OQ));
         __m256 m = zero;
