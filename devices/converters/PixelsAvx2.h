@@ -43,13 +43,11 @@ BASEKIT_TARGET_AVX2 inline __m256 ClampHeights8(__m256 v) {
     return _mm256_blendv_ps(clamped, one, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
 }
 
-// RampBetween on eight lanes for one lo and hi: NaN stays NaN.
+// RampBetween on eight lanes for one lo and hi: a NaN stays NaN on the
+// rising ramp and gives 0 on the step.
 BASEKIT_TARGET_AVX2 inline __m256 RampBetween8(__m256 v, float lo, float hi) {
     const __m256 one = _mm256_set1_ps(1.0f), low = _mm256_set1_ps(lo);
-    if (!(hi > lo)) {
-        const __m256 up = _mm256_blendv_ps(v, one, _mm256_cmp_ps(v, low, _CMP_GE_OQ));
-        return _mm256_blendv_ps(up, _mm256_setzero_ps(), _mm256_cmp_ps(v, low, _CMP_LT_OQ));
-    }
+    if (!(hi > lo)) return _mm256_and_ps(one, _mm256_cmp_ps(v, low, _CMP_GE_OQ));
     const __m256 t = _mm256_div_ps(_mm256_sub_ps(v, low), _mm256_set1_ps(hi - lo));
     return _mm256_min_ps(one, _mm256_max_ps(_mm256_setzero_ps(), t));
 }
