@@ -163,6 +163,7 @@ json Range(const float* samples, size_t count) {
 struct ExportJob {
     const ExportEntry* entry = nullptr;
     Orogen::PacketRef packet;
+    bool view = false;  // the first output device's view: the preview when it comes
     // Results, read once every job is done.
     bool ready = false;     // a height field or bitmap came
     bool received = false;  // any packet came
@@ -254,8 +255,8 @@ private:
             job.error = e.what();
         }
         job.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        // Kept only for the preview, which needs the first height field.
-        if (!settings.preview || image.channels != 1) job.packet.Release();
+        // Kept only for the preview: the view, or else the first height field.
+        if (!settings.preview || (image.channels != 1 && !job.view)) job.packet.Release();
     }
 
     basekit::host::WorkerThreadPool& pool;
@@ -330,6 +331,13 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         jobs[i].entry = &project.exports[i];
         jobsOf.emplace(project.exports[i].device, &jobs[i]);
     }
+    // The first output device's view is the preview, instead of orogen's own shading.
+    for (const std::string& id : network.Ids()) {
+        if (!basekit::host::IsViewDevice(network.Get(id))) continue;
+        for (ExportJob& job : jobs)
+            if (job.entry->device == id && job.entry->output == 0) job.view = true;
+        break;
+    }
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
     Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
@@ -398,7 +406,8 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                            {"max", job.range[1]},
                            {"files", job.files},
                            {"seconds", job.seconds}});
-        if (settings.preview && !previewOf && job.packet) previewOf = &job;
+        if (settings.preview && job.packet && (job.view || (!previewOf && !job.bitmap)))
+            previewOf = &job;
     }
 
     json manifest;
@@ -406,10 +415,17 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     if (!missing.empty()) manifest["missing"] = missing;
     if (previewOf) {
         const Orogen::QXPacket& packet = *previewOf->packet;
-        Image heights{packet.grid.width, packet.grid.height, 1,
-                      std::vector<float>(packet.samples, packet.samples + packet.PointCount())};
-        Image picture = RenderPreview(heights, network.world.ToGrid(), network.globals.waterLevel,
-                                      network.globals.lightDirection);
+        Image picture;
+        if (previewOf->bitmap) {
+            const float* rgb = packet.samples;
+            picture = Image{packet.grid.width, packet.grid.height, 3,
+                            std::vector<float>(rgb, rgb + packet.PointCount() * 3)};
+        } else {
+            Image heights{packet.grid.width, packet.grid.height, 1,
+                          std::vector<float>(packet.samples, packet.samples + packet.PointCount())};
+            picture = RenderPreview(heights, network.world.ToGrid(), network.globals.waterLevel,
+                                    network.globals.lightDirection);
+        }
         basekit::host::WritePng8(settings.outputDir / "preview.png", picture);
         manifest["preview"] = {{"file", "preview.png"}, {"of", previewOf->entry->name}};
     }

@@ -279,9 +279,30 @@ bool NaturalFilter::PrepareOutputs(std::vector<PacketRef>& list, const BuildCont
     return true;
 }
 
-bool Output::WriteOutput(const BuildContext& /*context*/) { return false; }
-bool Output::ExportAction() { return false; }
+namespace {
+
+bool HandViewToHost(Device* device, const PacketRef& view) {
+    if (!view || !Services() || !Services()->network) return false;
+    return Services()->network->WriteView(device, view);
+}
+
+}  // namespace
+
+bool Output::WriteOutput(const BuildContext& context) {
+    if (!context.results || outputs.empty()) return false;
+    DeviceResult& result = doGetDevice(context.results, this);
+    if (result.outputs.empty() || !result.outputs[0]) return false;
+    return HandViewToHost(this, result.outputs[0]);
+}
+
+bool Output::ExportAction() {
+    // Composed on the calling thread alone: the action runs outside builds.
+    const BuildContext context = MakeBuildContext(Grid{}, nullptr, nullptr);
+    return HandViewToHost(this, ComposeView(context));
+}
+
 const char* Output::GetExportLabel() { return "Write Output to Disk"; }
+
 PacketRef Output::ComposeView(const BuildContext& /*context*/) { return PacketRef(); }
 
 }  // namespace Orogen

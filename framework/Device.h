@@ -204,14 +204,25 @@ protected:
     }
 };
 
+// Devices that show a network's result: each composes a view (a bitmap) of
+// what reaches it and can hand that view to the host to be written
+// (NetworkService::WriteView). Their own operations follow the base table.
 class Output : public Device {
 public:
     uint32_t GetColor() override { return 0x3030CC; }
     int32_t GetCategory() override { return 2; }
-    // The output family's own operations follow the base table.
+    // 54: after a build, hands the view stored on output 0 to the host to be
+    // written; true when the host wrote it. Not writing fails no build.
     virtual bool WriteOutput(const BuildContext& context);
+    // 55: the export action: composes the view of the last build's inputs
+    // again and hands it to the host; false before a first build or when the
+    // host writes no views.
     virtual bool ExportAction();
+    // 56: the label of the export action, "Write Output to Disk".
     virtual const char* GetExportLabel();
+    // 57: a new view packet, named "%s OutputView" after the instance, of
+    // what the last build received; null when there is nothing to show (the
+    // base shows nothing).
     virtual PacketRef ComposeView(const BuildContext& context);
 };
 

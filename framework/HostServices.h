@@ -7,7 +7,8 @@
 // place the base interface leaves open (packet creation, the swap directory,
 // global settings, logging, link notifications) sit in the network service's
 // and the owner's free slots, documented below; this header is the one place
-// that lists them.
+// that lists them. The Output family's own device operations (slots 54 to 57
+// after the base table, framework/Device.h) ask the host for WriteView.
 #pragma once
 
 #include <cstddef>
@@ -55,7 +56,13 @@ public:
     virtual void GetGlobalSettings(GlobalSettings& out) = 0;
     // 4: a line for the host's log.
     virtual void LogMessage(const char* text) = 0;
-    virtual void Reserved5() {}
+    // 5: the host's answer where an output device's view goes. The host
+    // writes `view` (the device's view, a bitmap) wherever it keeps that
+    // device's results, under a file name of its choosing, and answers true;
+    // false when it writes no views. Called on the host's thread by Output
+    // devices after a build (Output::WriteOutput) and by their "Write Output
+    // to Disk" action (Output::ExportAction).
+    virtual bool WriteView(Device* device, const PacketRef& view) = 0;
     virtual void Reserved6() {}
     virtual void Reserved7() {}
     virtual void Reserved8() {}

@@ -629,12 +629,36 @@ size_t ByteToLine(std::string_view text, size_t byte, size_t& column) {
 
 }  // namespace
 
+bool IsViewDevice(Orogen::Device& device) {
+    return device.GetCategory() == kOutputCategory && !device.outputs.empty();
+}
+
+void AddViewExports(const Network& network, std::vector<ExportEntry>& exports) {
+    std::set<std::string> names;
+    for (const ExportEntry& entry : exports) names.insert(entry.name);
+    for (const std::string& id : network.Ids()) {
+        if (!IsViewDevice(network.Get(id))) continue;
+        const bool listed = std::any_of(exports.begin(), exports.end(), [&](const ExportEntry& e) {
+            return e.device == id && e.output == 0;
+        });
+        if (listed) continue;
+        ExportEntry entry;
+        entry.device = id;
+        entry.name = network.Get(id).outputs.size() > 1 ? id + "_0" : id;
+        for (int k = 2; names.count(entry.name); ++k)
+            entry.name = id + "_view" + (k > 2 ? std::to_string(k) : "");
+        names.insert(entry.name);
+        exports.push_back(entry);
+    }
+}
+
 std::vector<ExportEntry> DefaultExports(const Network& network) {
     std::vector<ExportEntry> exports;
     for (const std::string& id : network.Ids()) {
         Orogen::Device& device = network.Get(id);
         for (size_t k = 0; k < device.outputs.size(); ++k) {
-            if (!device.outputs[k]->links.empty()) continue;
+            // A view is a result even where it feeds another device.
+            if (!device.outputs[k]->links.empty() && !(k == 0 && IsViewDevice(device))) continue;
             ExportEntry entry;
             entry.device = id;
             entry.output = static_cast<uint32_t>(k);
@@ -704,6 +728,7 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
                 RunActions(network, (*devices)[i], At("devices", i));
         if (const json* exports = Member(root, "export")) {
             project.exports = ReadExports(network, *exports);
+            AddViewExports(network, project.exports);
             project.exportsListed = true;
         } else {
             project.exports = DefaultExports(network);

@@ -61,9 +61,20 @@ Project ParseNetwork(Host& host, std::string_view text, const std::filesystem::p
 std::string NetworkToText(const Project& project, const std::filesystem::path& folder);
 void SaveNetworkFile(const Project& project, const std::filesystem::path& path);
 
-// Every output that feeds nothing: named after its device, with "_<index>"
-// for devices of several outputs.
+// Every output that feeds nothing, and every output device's view (output 0
+// of a device of category kOutputCategory) even where it feeds another:
+// named after its device, with "_<index>" for devices of several outputs.
 std::vector<ExportEntry> DefaultExports(const Network& network);
+
+// Whether `device` is an output device (an Overlay View) with a view.
+bool IsViewDevice(Orogen::Device& device);
+
+// Appends the view of every output device that `exports` does not write
+// yet, named after the device ("<id>_view" where that name is taken).
+void AddViewExports(const Network& network, std::vector<ExportEntry>& exports);
+
+// The category of output devices, whose output 0 is their view.
+constexpr int32_t kOutputCategory = 2;
 
 // Sets a parameter by name as "params" does: a number in range, true or
 // false, a choice's label or index, an integer, or for a colour parameter

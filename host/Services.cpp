@@ -264,6 +264,20 @@ void HostNetworkService::LogMessage(const char* text) {
     log.emplace_back(text ? text : "");
 }
 
+bool HostNetworkService::WriteView(Orogen::Device* device, const Orogen::PacketRef& view) {
+    ViewWriter writer;
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        writer = viewWriter;
+    }
+    return writer && view && writer(device, view);
+}
+
+void HostNetworkService::SetViewWriter(ViewWriter writer) {
+    std::lock_guard<std::mutex> guard(mutex);
+    viewWriter = std::move(writer);
+}
+
 void HostNetworkService::DeviceDestroyed(Orogen::Device* device) {
     std::lock_guard<std::mutex> guard(mutex);
     destroyed.push_back(device);

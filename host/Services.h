@@ -159,6 +159,8 @@ class HostNetworkService final : public Orogen::NetworkService {
     const char* GetSwapDirectory() override { return swapText.c_str(); }
     void GetGlobalSettings(Orogen::GlobalSettings& out) override;
     void LogMessage(const char* text) override;
+    // Hands the view to the writer set, if any; false without one.
+    bool WriteView(Orogen::Device* device, const Orogen::PacketRef& view) override;
     void DeviceDestroyed(Orogen::Device* device) override;
     void DeviceChanged(Orogen::Device* device) override;
 
@@ -167,6 +169,11 @@ class HostNetworkService final : public Orogen::NetworkService {
     const std::filesystem::path& SwapDirectory() const { return swapFolder; }
     void SetGlobals(const Orogen::GlobalSettings& settings);
     Orogen::GlobalSettings Globals() const;
+
+    // Who writes output devices' views (null: no views are written). Called
+    // on the host's thread with the device and its view.
+    using ViewWriter = std::function<bool(Orogen::Device*, const Orogen::PacketRef&)>;
+    void SetViewWriter(ViewWriter writer);
 
     std::vector<std::string> LogLines() const;
     void ClearLog();
@@ -181,6 +188,7 @@ class HostNetworkService final : public Orogen::NetworkService {
     std::string swapText;
     Orogen::GlobalSettings globals;
     std::vector<std::string> log;
+    ViewWriter viewWriter;
     std::vector<const Orogen::Device*> destroyed;
     std::vector<const Orogen::Device*> changed;
 };

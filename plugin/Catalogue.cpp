@@ -3,11 +3,13 @@
 #include "plugin/Catalogue.h"
 
 #include "devices/combiners/Combiner2.h"
+#include "devices/combiners/HeightCombiner.h"
 #include "devices/combiners/TrueCombiner.h"
 #include "devices/converters/ChannelCombiner.h"
 #include "devices/converters/ChannelSplitter.h"
 #include "devices/converters/ColorGradient.h"
 #include "devices/converters/NormalMaker.h"
+#include "devices/converters/SplatMaker.h"
 #include "devices/filters/Displacement.h"
 #include "devices/filters/Flipper.h"
 #include "devices/filters/GaussBlur.h"
@@ -18,6 +20,8 @@
 #include "devices/generators/GradGen.h"
 #include "devices/natural/CoastalErosion.h"
 #include "devices/natural/SnowLevel.h"
+#include "devices/output/OverlayOutput.h"
+#include "devices/selectors/SelectColor.h"
 #include "devices/utility/CheckPoint.h"
 #include "devices/utility/Equals.h"
 #include "devices/utility/MultiChooser.h"
@@ -46,7 +50,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 16 Equals          */ {&CreateDevice<Equals>, 17, 3, 0},
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
     /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
-    /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
+    /* 19 OverlayOutput   */ {&CreateDevice<OverlayOutput>, 2, 12, 0},
     /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
     /* 21 ColorGradient   */ {&CreateDevice<ColorGradient>, 9, 8, 1},
     /* 22 NormalMaker     */ {&CreateDevice<NormalMaker>, 9, 4, 0},
@@ -59,9 +63,9 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 29 SnowLevel       */ {&CreateDevice<SnowLevel>, 5, 4, 0},
     /* 30 CoastalErosion  */ {&CreateDevice<CoastalErosion>, 5, 4, 0},
     /* 31 CheckPoint      */ {&CreateDevice<CheckPoint>, 7, 4, 0},
-    /* 32 SelectColor     */ {nullptr, 6, 4, 0},
-    /* 33 HeightCombiner  */ {nullptr, 3, 4, 0},
-    /* 34 SplatMaker      */ {nullptr, 9, 4, 0},
+    /* 32 SelectColor     */ {&CreateDevice<SelectColor>, 6, 4, 0},
+    /* 33 HeightCombiner  */ {&CreateDevice<HeightCombiner>, 3, 4, 0},
+    /* 34 SplatMaker      */ {&CreateDevice<SplatMaker>, 9, 4, 0},
 };
 
 }  // namespace basekit

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "devices/converters/ColourPaths.h"
+#include "devices/converters/PixelsAvx2.h"
 
 namespace basekit::colour {
 namespace {
@@ -29,31 +30,6 @@ BASEKIT_TARGET_AVX2 inline __m256 Eq(__m256 a, __m256 b) {
 // m ? b : a
 BASEKIT_TARGET_AVX2 inline __m256 Pick(__m256 m, __m256 a, __m256 b) {
     return _mm256_blendv_ps(a, b, m);
-}
-
-// Eight interleaved pixels are three vectors: lanes 0, 3, 6 of the first
-// hold red, of the second blue, of the third green (1, 4, 7: green, red,
-// blue; 2, 5: blue, green, red). Each channel is that blend of the three,
-// permuted into order.
-BASEKIT_TARGET_AVX2 inline __m256 Take(__m256 at036, __m256 at147, __m256 at25) {
-    return _mm256_blend_ps(_mm256_blend_ps(at036, at147, 0x92), at25, 0x24);
-}
-
-BASEKIT_TARGET_AVX2 inline void StorePixels(float* rgb, __m256 r, __m256 g, __m256 b) {
-    const __m256 vr = _mm256_permutevar8x32_ps(r, _mm256_setr_epi32(0, 3, 6, 1, 4, 7, 2, 5));
-    const __m256 vg = _mm256_permutevar8x32_ps(g, _mm256_setr_epi32(5, 0, 3, 6, 1, 4, 7, 2));
-    const __m256 vb = _mm256_permutevar8x32_ps(b, _mm256_setr_epi32(2, 5, 0, 3, 6, 1, 4, 7));
-    _mm256_storeu_ps(rgb, Take(vr, vg, vb));
-    _mm256_storeu_ps(rgb + 8, Take(vb, vr, vg));
-    _mm256_storeu_ps(rgb + 16, Take(vg, vb, vr));
-}
-
-BASEKIT_TARGET_AVX2 inline void LoadPixels(const float* rgb, __m256& r, __m256& g, __m256& b) {
-    const __m256 p0 = _mm256_loadu_ps(rgb), p1 = _mm256_loadu_ps(rgb + 8),
-                 p2 = _mm256_loadu_ps(rgb + 16);
-    r = _mm256_permutevar8x32_ps(Take(p0, p1, p2), _mm256_setr_epi32(0, 3, 6, 1, 4, 7, 2, 5));
-    g = _mm256_permutevar8x32_ps(Take(p2, p0, p1), _mm256_setr_epi32(1, 4, 7, 2, 5, 0, 3, 6));
-    b = _mm256_permutevar8x32_ps(Take(p1, p2, p0), _mm256_setr_epi32(2, 5, 0, 3, 6, 1, 4, 7));
 }
 
 }  // namespace
