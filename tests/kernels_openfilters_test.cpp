@@ -65,7 +65,7 @@ TEST(OpenFilterKernels, RampMapsTheLevelsAndDefaultsAreTheIdentity) {
         {0.75f, 0.25f, kRampLinear, 0.8f, 0.0f},  {0.5f, 0.5f, kRampLinear, 0.5f, 1.0f},
         {0.5f, 0.5f, kRampLinear, 0.4999f, 0.0f}, {0.0f, 1.0f, kRampSmooth, 0.25f, 0.15625f},
         {0.0f, 1.0f, kRampSmooth, 0.5f, 0.5f},    {0.0f, 0.5f, kRampSmooth, 0.375f, 0.84375f},
-        {0.0f, 1.0f, kRampLinear, kNaN, 1.0f},    {0.5f, 0.5f, kRampSmooth, kNaN, 1.0f},
+        {0.0f, 1.0f, kRampLinear, kNaN, 1.0f},    {0.5f, 0.5f, kRampSmooth, kNaN, 0.0f},
         {0.0f, 1.0f, kRampLinear, -0.5f, 0.0f},   {0.0f, 1.0f, kRampLinear, 1.5f, 1.0f},
     };
     for (const auto& c : cases) {
@@ -350,6 +350,12 @@ TEST(OpenFilterKernels, ScatterKeepsItsSpacingAndItsPlaceInTheWorld) {
         EXPECT_GE(y, (4 * i + 0.5f) * d);
         EXPECT_LT(y, (4 * i + 1.5f) * d);
     }
+    // Cell (3, 5) of seed 7 from the hash values above: its x from the first
+    // stream, its y from the second.
+    float cx, cy;
+    ScatterCandidate(7, 3, 5, 0.5f, cx, cy);
+    EXPECT_EQ(cx, (6.5f + static_cast<float>(0x0DB85E7Au >> 8) * 0x1p-24f) * 0.5f);
+    EXPECT_EQ(cy, (10.5f + static_cast<float>(0xF7EFCCDCu >> 8) * 0x1p-24f) * 0.5f);
     // A spacing far below a sample is refused.
     const std::vector<float> small(64, 1.0f);
     EXPECT_FALSE(SpacedScatterFits({small.data(), 8, 8, 4.0f, 4.0f}, 1e-4f));

@@ -43,6 +43,10 @@ void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve) 
     // Both curves are the identity at power 1 (Pow(t, 1) is t): the defaults
     // cost no more than the clamp.
     const bool bias = curve.biasPower != 1.0f, gain = curve.gainPower != 1.0f;
+    if (!bias && !gain) {
+        for (uint64_t i = 0; i < count; ++i) values[i] = ClampHeight(values[i]);
+        return;
+    }
     for (uint64_t i = 0; i < count; ++i) {
         float t = ClampHeight(values[i]);
         if (bias) t = Bias(curve.biasPower, t);

@@ -30,14 +30,31 @@ void HeightRange::Add(const HeightRange& other) {
 }
 
 HeightRange FindHeightRange(const float* samples, uint64_t count) {
-    // +-inf start values keep the loop free of a first-sample branch; NaN
-    // fails both comparisons and is left out.
+    // Eight running extremes side by side: element-wise selects, which
+    // vectorise where one running pair would not. +-inf start values keep
+    // the loop free of a first-sample branch; NaN fails both comparisons and
+    // is left out.
+    constexpr int kLanes = 8;
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    float lowest = kInfinity, highest = -kInfinity;
-    for (uint64_t i = 0; i < count; ++i) {
+    float low[kLanes], high[kLanes];
+    for (int k = 0; k < kLanes; ++k) low[k] = kInfinity, high[k] = -kInfinity;
+    uint64_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) {
+        for (int k = 0; k < kLanes; ++k) {
+            const float v = samples[i + k];
+            low[k] = v < low[k] ? v : low[k];
+            high[k] = v > high[k] ? v : high[k];
+        }
+    }
+    for (; i < count; ++i) {
         const float v = samples[i];
-        lowest = v < lowest ? v : lowest;
-        highest = v > highest ? v : highest;
+        low[0] = v < low[0] ? v : low[0];
+        high[0] = v > high[0] ? v : high[0];
+    }
+    float lowest = low[0], highest = high[0];
+    for (int k = 1; k < kLanes; ++k) {
+        lowest = low[k] < lowest ? low[k] : lowest;
+        highest = high[k] > highest ? high[k] : highest;
     }
     HeightRange range;
     if (lowest <= highest) range.lowest = lowest, range.highest = highest;

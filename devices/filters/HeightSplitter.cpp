@@ -1,7 +1,5 @@
 #include "devices/filters/HeightSplitter.h"
 
-#include <algorithm>
-
 #include "framework/Ramps.h"
 
 namespace basekit {
@@ -20,14 +18,27 @@ HeightSplitter::HeightSplitter() {
     DeclareParameters(this, kParameters);
 }
 
-void SplitSamples(const SplitPlanes& planes, uint64_t count, float split, float transition) {
-    const float lo = split - transition / 2.0f, hi = split + transition / 2.0f;
+namespace {
+
+template <bool kStep>
+void SplitLoop(const SplitPlanes& planes, uint64_t count, float split, float lo, float hi) {
     for (uint64_t i = 0; i < count; ++i) {
         const float h = planes.in[i];
-        planes.upper[i] = ClampHeight(std::max(h - split, 0.0f));
-        planes.mask[i] = ClampHeight(SmoothStep(RampBetween(h, lo, hi)));
-        planes.lower[i] = ClampHeight(std::min(h, split));
+        const float up = h - split;
+        planes.upper[i] = ClampHeight(up < 0.0f ? 0.0f : up);
+        planes.mask[i] = ClampHeight(SmoothStep(kStep ? RampStep(h, lo) : RisingRamp(h, lo, hi)));
+        planes.lower[i] = ClampHeight(split < h ? split : h);
     }
+}
+
+}  // namespace
+
+void SplitSamples(const SplitPlanes& planes, uint64_t count, float split, float transition) {
+    const float lo = split - transition / 2.0f, hi = split + transition / 2.0f;
+    if (hi > lo)
+        SplitLoop<false>(planes, count, split, lo, hi);
+    else
+        SplitLoop<true>(planes, count, split, lo, hi);
 }
 
 bool HeightSplitter::Build(const BuildContext& context) {

@@ -17,27 +17,37 @@ Ramp::Ramp() {
 
 namespace {
 
-template <bool kFalling, bool kSmooth>
+// The choices hoisted out of the loop, so that each variant vectorises.
+template <bool kStep, bool kFalling, bool kSmooth>
 void RampLoop(float* samples, uint64_t count, float lo, float hi) {
     for (uint64_t i = 0; i < count; ++i) {
-        float t = RampBetween(samples[i], lo, hi);
+        float t = kStep ? RampStep(samples[i], lo) : RisingRamp(samples[i], lo, hi);
         if (kFalling) t = 1.0f - t;
         if (kSmooth) t = SmoothStep(t);
         samples[i] = ClampHeight(t);
     }
 }
 
+template <bool kStep>
+void RampVariant(float* samples, uint64_t count, float lo, float hi, bool falling, bool smooth) {
+    if (falling) {
+        smooth ? RampLoop<kStep, true, true>(samples, count, lo, hi)
+               : RampLoop<kStep, true, false>(samples, count, lo, hi);
+    } else {
+        smooth ? RampLoop<kStep, false, true>(samples, count, lo, hi)
+               : RampLoop<kStep, false, false>(samples, count, lo, hi);
+    }
+}
+
 }  // namespace
 
 void RampSamples(float* samples, uint64_t count, float start, float end, int32_t shape) {
-    const bool smooth = shape == kRampSmooth;
-    if (end < start) {
-        smooth ? RampLoop<true, true>(samples, count, end, start)
-               : RampLoop<true, false>(samples, count, end, start);
-    } else {
-        smooth ? RampLoop<false, true>(samples, count, start, end)
-               : RampLoop<false, false>(samples, count, start, end);
-    }
+    const bool smooth = shape == kRampSmooth, falling = end < start;
+    const float lo = falling ? end : start, hi = falling ? start : end;
+    if (hi > lo)
+        RampVariant<false>(samples, count, lo, hi, falling, smooth);
+    else
+        RampVariant<true>(samples, count, lo, hi, falling, smooth);
 }
 
 bool Ramp::Build(const BuildContext& context) {
