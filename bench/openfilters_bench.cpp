@@ -14,11 +14,17 @@
 #include "devices/filters/HeightSplitter.h"
 #include "devices/filters/ProbScatter.h"
 #include "devices/filters/Ramp.h"
+#include "framework/VectorDispatch.h"
 
 namespace {
 
 using bench::CountSamples;
 using bench::RandomField;
+
+// Argument `arg` of a benchmark: 0 the plain loops, 1 the widest vector path.
+basekit::VectorPath Path(const benchmark::State& state, int arg) {
+    return state.range(arg) ? basekit::BestVectorPath() : basekit::VectorPath::Plain;
+}
 
 template <class Kernel>
 void RunInPlace(benchmark::State& state, Kernel kernel) {
@@ -36,22 +42,27 @@ void RunInPlace(benchmark::State& state, Kernel kernel) {
 void BM_Ramp(benchmark::State& state) {
     const auto shape = static_cast<int32_t>(state.range(1));
     RunInPlace(state, [&](float* f, int64_t side) {
-        basekit::RampSamples(f, static_cast<uint64_t>(side * side), 0.2f, 0.8f, shape);
+        basekit::RampSamples(f, static_cast<uint64_t>(side * side), 0.2f, 0.8f, shape,
+                             Path(state, 2));
     });
 }
 BENCHMARK(BM_Ramp)
-    ->ArgNames({"side", "shape"})
-    ->ArgsProduct({{1024, 4096}, {0, 1}})
+    ->ArgNames({"side", "shape", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 1}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
 
 // Both passes: the range, then the stretch.
 void BM_Expand(benchmark::State& state) {
-    RunInPlace(state, [](float* f, int64_t side) {
+    RunInPlace(state, [&](float* f, int64_t side) {
         const auto n = static_cast<uint64_t>(side * side);
-        basekit::ExpandSamples(f, n, basekit::FindHeightRange(f, n), 0.1f, 0.9f);
+        const basekit::VectorPath path = Path(state, 1);
+        basekit::ExpandSamples(f, n, basekit::FindHeightRange(f, n, path), 0.1f, 0.9f, path);
     });
 }
-BENCHMARK(BM_Expand)->ArgName("side")->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Expand)
+    ->ArgNames({"side", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 
 // args: side, curve (0 defaults, 1 bias only, 2 both)
 void BM_BiasGain(benchmark::State& state) {
@@ -59,12 +70,12 @@ void BM_BiasGain(benchmark::State& state) {
     const basekit::BiasGainCurve c =
         basekit::MakeBiasGainCurve(curve ? 0.3f : 0.5f, curve == 2 ? 0.7f : 0.5f);
     RunInPlace(state, [&](float* f, int64_t side) {
-        basekit::BiasGainSamples(f, static_cast<uint64_t>(side * side), c);
+        basekit::BiasGainSamples(f, static_cast<uint64_t>(side * side), c, Path(state, 2));
     });
 }
 BENCHMARK(BM_BiasGain)
-    ->ArgNames({"side", "curve"})
-    ->ArgsProduct({{1024, 4096}, {0, 1, 2}})
+    ->ArgNames({"side", "curve", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 1, 2}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
 
 // args: side, type (0 uniform, 1 Gaussian)
@@ -73,12 +84,13 @@ void BM_AddNoise(benchmark::State& state) {
     RunInPlace(state, [&](float* f, int64_t side) {
         const auto width = static_cast<int32_t>(side);
         for (int32_t y = 0; y < width; ++y)
-            basekit::AddNoiseRow(f + static_cast<int64_t>(y) * width, width, y, 7, 0.05f, type);
+            basekit::AddNoiseRow(f + static_cast<int64_t>(y) * width, width, y, 7, 0.05f, type,
+                                 Path(state, 2));
     });
 }
 BENCHMARK(BM_AddNoise)
-    ->ArgNames({"side", "type"})
-    ->ArgsProduct({{1024, 4096}, {0, 1}})
+    ->ArgNames({"side", "type", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 1}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
 
 // Three outputs from one input: lower in place, upper and mask new.
@@ -86,14 +98,17 @@ void BM_Split(benchmark::State& state) {
     const int64_t side = state.range(0);
     std::vector<float> field = RandomField(side), upper(field.size()), mask(field.size());
     for (auto _ : state) {
-        basekit::SplitSamples({field.data(), field.data(), upper.data(), mask.data()}, field.size(),
-                              0.5f, 0.05f);
+        basekit::SplitSamples(field.data(), upper.data(), mask.data(), field.size(), 0.5f, 0.05f,
+                              Path(state, 1));
         benchmark::DoNotOptimize(mask.data());
         benchmark::ClobberMemory();
     }
     CountSamples(state, side);
 }
-BENCHMARK(BM_Split)->ArgName("side")->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Split)
+    ->ArgNames({"side", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 
 // args: side, spacing in thousandths of the 4-unit extent's world units (0: every sample)
 void BM_Scatter(benchmark::State& state) {
@@ -110,8 +125,8 @@ void BM_Scatter(benchmark::State& state) {
         } else {
             for (int32_t y = 0; y < width; ++y)
                 basekit::ScatterRow(chance.data() + static_cast<int64_t>(y) * width,
-                                    out.data() + static_cast<int64_t>(y) * width, width, y, 7,
-                                    1.0f);
+                                    out.data() + static_cast<int64_t>(y) * width, width, y, 7, 1.0f,
+                                    Path(state, 2));
         }
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
@@ -119,8 +134,8 @@ void BM_Scatter(benchmark::State& state) {
     CountSamples(state, side);
 }
 BENCHMARK(BM_Scatter)
-    ->ArgNames({"side", "spacing"})
-    ->ArgsProduct({{1024, 4096}, {0, 20}})
+    ->ArgNames({"side", "spacing", "vector"})
+    ->ArgsProduct({{1024, 4096}, {0, 20}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
 
 // The whole equalisation: clamp, one sort, ranks written back.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <random>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "devices/filters/Ramp.h"
 #include "framework/PortableMath.h"
 #include "framework/SampleHash.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 namespace {
@@ -33,6 +35,8 @@ std::vector<float> Random(size_t count, uint32_t seed, float lo = 0.0f, float hi
     for (float& x : v) x = u(rng);
     return v;
 }
+
+using Floats = std::vector<float>;
 
 bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
@@ -195,6 +199,20 @@ TEST(OpenFilterKernels, BiasAndGainCurves) {
         BiasGainSamples(&v, 1, MakeBiasGainCurve(c.bias, c.gain));
         EXPECT_EQ(v, c.out) << c.bias << " " << c.gain << " at " << c.in;
     }
+    // Against the curves written out with Orogen::Pow, on odd powers.
+    auto bias = [](float p, float t) { return t == 0.0f ? 0.0f : Pow(t, p); };
+    for (const auto& [b, g] : {std::pair{0.3f, 0.7f}, std::pair{0.85f, 0.1f}}) {
+        const BiasGainCurve curve = MakeBiasGainCurve(b, g);
+        Floats v = Random(3001, 12, -0.1f, 1.1f);
+        const Floats in = v;
+        BiasGainSamples(v.data(), v.size(), curve);
+        for (size_t i = 0; i < in.size(); ++i) {
+            const float t = bias(curve.biasPower, std::clamp(in[i], 0.0f, 1.0f));
+            const float r = t < 0.5f ? bias(curve.gainPower, 2.0f * t) / 2.0f
+                                     : 1.0f - bias(curve.gainPower, 2.0f - 2.0f * t) / 2.0f;
+            ASSERT_EQ(v[i], std::clamp(r, 0.0f, 1.0f)) << b << " " << g << " at " << in[i];
+        }
+    }
     // The ends of the range are kept off 0 and 1: finite powers.
     const BiasGainCurve steep = MakeBiasGainCurve(0.0f, 1.0f);
     EXPECT_EQ(steep.biasPower, Log(0.001f) / Log(0.5f));
@@ -259,8 +277,8 @@ TEST(OpenFilterKernels, SplitPartsAddUpAndTheMaskRisesAtTheSplit) {
     in[2] = 0.55f;
     std::vector<float> lower(in.size()), upper(in.size()), mask(in.size());
     for (float transition : {0.0f, 0.1f}) {
-        SplitSamples({in.data(), lower.data(), upper.data(), mask.data()}, in.size(), 0.5f,
-                     transition);
+        lower = in;
+        SplitSamples(lower.data(), upper.data(), mask.data(), in.size(), 0.5f, transition);
         SCOPED_TRACE(transition);
         for (size_t i = 0; i < in.size(); ++i) {
             EXPECT_EQ(lower[i], std::min(in[i], 0.5f));
@@ -276,7 +294,7 @@ TEST(OpenFilterKernels, SplitPartsAddUpAndTheMaskRisesAtTheSplit) {
     }
     // In place: lower over the input.
     std::vector<float> field = {0.2f, 0.9f, kNaN};
-    SplitSamples({field.data(), field.data(), upper.data(), mask.data()}, 3, 0.6f, 0.2f);
+    SplitSamples(field.data(), upper.data(), mask.data(), 3, 0.6f, 0.2f);
     EXPECT_EQ(field, (std::vector<float>{0.2f, 0.6f, 1.0f}));
     EXPECT_EQ(upper[1], 0.9f - 0.6f);
     EXPECT_EQ(mask[0], 0.0f);
@@ -360,6 +378,86 @@ TEST(OpenFilterKernels, ScatterKeepsItsSpacingAndItsPlaceInTheWorld) {
     const std::vector<float> small(64, 1.0f);
     EXPECT_FALSE(SpacedScatterFits({small.data(), 8, 8, 4.0f, 4.0f}, 1e-4f));
     EXPECT_TRUE(SpacedScatterFits({small.data(), 8, 8, 4.0f, 4.0f}, 0.05f));
+}
+
+// Every vector path gives the plain loops' bits, ragged lengths, NaN and
+// values outside 0..1 included.
+TEST(OpenFilterKernels, VectorPathsGiveThePlainBits) {
+    const VectorPath best = BestVectorPath();
+    if (best == VectorPath::Plain) GTEST_SKIP() << "no vector path on this machine";
+    Floats in = Random(1037, 8, -0.25f, 1.25f);
+    in[3] = kNaN;
+    in[500] = -0.0f;
+    using Run = std::function<Floats(Floats, VectorPath)>;
+    const struct {
+        const char* name;
+        Run run;
+    } cases[] = {
+        {"ramp",
+         [](Floats v, VectorPath p) {
+             RampSamples(v.data(), v.size(), 0.3f, 0.6f, kRampLinear, p);
+             return v;
+         }},
+        {"ramp smooth falling",
+         [](Floats v, VectorPath p) {
+             RampSamples(v.data(), v.size(), 0.9f, 0.1f, kRampSmooth, p);
+             return v;
+         }},
+        {"ramp step",
+         [](Floats v, VectorPath p) {
+             RampSamples(v.data(), v.size(), 0.4f, 0.4f, kRampSmooth, p);
+             return v;
+         }},
+        {"range and expand",
+         [](Floats v, VectorPath p) {
+             const HeightRange range = FindHeightRange(v.data(), v.size(), p);
+             ExpandSamples(v.data(), v.size(), range, 0.9f, 0.2f, p);
+             v.push_back(range.lowest);
+             v.push_back(range.highest);
+             return v;
+         }},
+        {"split",
+         [](Floats v, VectorPath p) {
+             Floats upper(v.size()), mask(v.size());
+             SplitSamples(v.data(), upper.data(), mask.data(), v.size(), 0.45f, 0.2f, p);
+             v.insert(v.end(), upper.begin(), upper.end());
+             v.insert(v.end(), mask.begin(), mask.end());
+             return v;
+         }},
+        {"split hard",
+         [](Floats v, VectorPath p) {
+             Floats upper(v.size()), mask(v.size());
+             SplitSamples(v.data(), upper.data(), mask.data(), v.size(), 0.45f, 0.0f, p);
+             v.insert(v.end(), mask.begin(), mask.end());
+             return v;
+         }},
+        {"uniform noise",
+         [](Floats v, VectorPath p) {
+             AddNoiseRow(v.data(), static_cast<int32_t>(v.size()), 41, 999, 0.3f, kNoiseUniform, p);
+             return v;
+         }},
+        {"scatter",
+         [](Floats v, VectorPath p) {
+             Floats out(v.size());
+             ScatterRow(v.data(), out.data(), static_cast<int32_t>(v.size()), 12, 5, 0.7f, p);
+             return out;
+         }},
+        {"bias/gain",
+         [](Floats v, VectorPath p) {
+             BiasGainSamples(v.data(), v.size(), MakeBiasGainCurve(0.2f, 0.65f), p);
+             return v;
+         }},
+        {"bias/gain defaults",
+         [](Floats v, VectorPath p) {
+             BiasGainSamples(v.data(), v.size(), MakeBiasGainCurve(0.5f, 0.5f), p);
+             return v;
+         }},
+    };
+    for (const auto& c : cases) {
+        const Floats plain = c.run(in, VectorPath::Plain);
+        for (VectorPath path : {VectorPath::Avx2, best})
+            EXPECT_TRUE(SameBits(c.run(in, path), plain)) << c.name << " " << VectorPathName(path);
+    }
 }
 
 }  // namespace

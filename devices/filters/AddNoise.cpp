@@ -2,8 +2,9 @@
 
 #include <cmath>
 
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 #include "framework/PortableMath.h"
-#include "framework/Ramps.h"
 #include "framework/RandomSeed.h"
 #include "framework/SampleHash.h"
 
@@ -33,6 +34,10 @@ bool AddNoise::AfterLoad(uint8_t /*version*/) {
     return true;
 }
 
+namespace {
+struct Plain {};
+}  // namespace
+
 float SampleNoise(uint32_t seed, uint32_t x, uint32_t y, int32_t type) {
     const float u1 = SampleUniform(seed, x, y);
     if (type != kNoiseGaussian) return 2.0f * u1 - 1.0f;
@@ -41,19 +46,20 @@ float SampleNoise(uint32_t seed, uint32_t x, uint32_t y, int32_t type) {
     return (n < -3.0f ? -3.0f : (n > 3.0f ? 3.0f : n)) / 3.0f;
 }
 
-void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amount, int32_t type) {
-    const uint32_t rowY = static_cast<uint32_t>(y);
-    if (type == kNoiseGaussian) {
-        for (int32_t x = 0; x < width; ++x)
-            row[x] = ClampHeight(row[x] + amount * SampleNoise(seed, static_cast<uint32_t>(x), rowY,
-                                                               kNoiseGaussian));
+void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amount, int32_t type,
+                 VectorPath path) {
+    const auto rowY = static_cast<uint32_t>(y);
+    if (type != kNoiseGaussian) {
+        if (shaping::UseAvx2(path))
+            shaping::UniformNoiseRowAvx2(row, width, rowY, seed, amount);
+        else
+            shaping::UniformNoiseRow<Plain>(row, width, rowY, seed, amount);
         return;
     }
-    // The uniform case inlined, so that the loop vectorises.
-    for (int32_t x = 0; x < width; ++x) {
-        const float u = SampleUniform(seed, static_cast<uint32_t>(x), rowY);
-        row[x] = ClampHeight(row[x] + amount * (2.0f * u - 1.0f));
-    }
+    // Logarithm and cosine per sample: the portable functions, one lane at a time.
+    for (int32_t x = 0; x < width; ++x)
+        row[x] = ClampHeight(
+            row[x] + amount * SampleNoise(seed, static_cast<uint32_t>(x), rowY, kNoiseGaussian));
 }
 
 bool AddNoise::Build(const BuildContext& context) {

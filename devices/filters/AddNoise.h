@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -27,6 +28,8 @@ enum NoiseType : int32_t { kNoiseUniform = 0, kNoiseGaussian = 1 };
 float SampleNoise(uint32_t seed, uint32_t x, uint32_t y, int32_t type);
 
 // row[x] := row[x] + amount * noise(x, y) for x < width, clamped to 0..1.
-void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amount, int32_t type);
+// Every path gives the same bits.
+void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amount, int32_t type,
+                 VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 #include "framework/PortableMath.h"
-#include "framework/Ramps.h"
 
 namespace basekit {
 
@@ -20,17 +21,11 @@ BiasGain::BiasGain() {
 
 namespace {
 
+struct Plain {};
+
 // ln b / ln 0.5 with b kept off 0 and 1, where the power would be 0 or infinite.
 float CurvePower(float b) {
     return Log(std::clamp(b, 0.001f, 0.999f)) / Log(0.5f);
-}
-
-inline float Bias(float power, float t) {
-    return t == 0.0f ? 0.0f : Pow(t, power);
-}
-
-inline float Gain(float power, float t) {
-    return t < 0.5f ? Bias(power, 2.0f * t) / 2.0f : 1.0f - Bias(power, 2.0f - 2.0f * t) / 2.0f;
 }
 
 }  // namespace
@@ -39,19 +34,18 @@ BiasGainCurve MakeBiasGainCurve(float bias, float gain) {
     return {CurvePower(bias), CurvePower(1.0f - gain)};
 }
 
-void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve) {
-    // Both curves are the identity at power 1 (Pow(t, 1) is t): the defaults
-    // cost no more than the clamp.
-    const bool bias = curve.biasPower != 1.0f, gain = curve.gainPower != 1.0f;
-    if (!bias && !gain) {
-        for (uint64_t i = 0; i < count; ++i) values[i] = ClampHeight(values[i]);
-        return;
-    }
-    for (uint64_t i = 0; i < count; ++i) {
-        float t = ClampHeight(values[i]);
-        if (bias) t = Bias(curve.biasPower, t);
-        if (gain) t = Gain(curve.gainPower, t);
-        values[i] = ClampHeight(t);
+void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve, VectorPath path) {
+    // Both curves are the identity at power 1: the defaults cost no more than
+    // the clamp.
+    if (curve.biasPower == 1.0f && curve.gainPower == 1.0f) {
+        if (shaping::UseAvx2(path))
+            shaping::ClampRowsAvx2(values, count);
+        else
+            shaping::ClampRows<Plain>(values, count);
+    } else if (shaping::UseAvx2(path)) {
+        shaping::BiasGainRowsAvx2(values, count, curve.biasPower, curve.gainPower);
+    } else {
+        shaping::BiasGainRows<Plain>(values, count, curve.biasPower, curve.gainPower);
     }
 }
 

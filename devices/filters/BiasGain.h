@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -25,6 +26,7 @@ struct BiasGainCurve {
 BiasGainCurve MakeBiasGainCurve(float bias, float gain);
 
 // v := gain(bias(v)) after clamping v to 0..1 (NaN to 1).
-void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve);
+void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve,
+                     VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -1,9 +1,9 @@
 #include "devices/filters/Expander.h"
 
-#include <limits>
 #include <vector>
 
-#include "framework/Ramps.h"
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 
 namespace basekit {
 
@@ -29,48 +29,33 @@ void HeightRange::Add(const HeightRange& other) {
     if (other.highest > highest) highest = other.highest;
 }
 
-HeightRange FindHeightRange(const float* samples, uint64_t count) {
-    // Eight running extremes side by side: element-wise selects, which
-    // vectorise where one running pair would not. +-inf start values keep
-    // the loop free of a first-sample branch; NaN fails both comparisons and
-    // is left out.
-    constexpr int kLanes = 8;
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    float low[kLanes], high[kLanes];
-    for (int k = 0; k < kLanes; ++k) low[k] = kInfinity, high[k] = -kInfinity;
-    uint64_t i = 0;
-    for (; i + kLanes <= count; i += kLanes) {
-        for (int k = 0; k < kLanes; ++k) {
-            const float v = samples[i + k];
-            low[k] = v < low[k] ? v : low[k];
-            high[k] = v > high[k] ? v : high[k];
-        }
-    }
-    for (; i < count; ++i) {
-        const float v = samples[i];
-        low[0] = v < low[0] ? v : low[0];
-        high[0] = v > high[0] ? v : high[0];
-    }
-    float lowest = low[0], highest = high[0];
-    for (int k = 1; k < kLanes; ++k) {
-        lowest = low[k] < lowest ? low[k] : lowest;
-        highest = high[k] > highest ? high[k] : highest;
-    }
+namespace {
+struct Plain {};
+}  // namespace
+
+HeightRange FindHeightRange(const float* samples, uint64_t count, VectorPath path) {
+    float lowest, highest;
+    if (shaping::UseAvx2(path))
+        shaping::RangeRowsAvx2(samples, count, lowest, highest);
+    else
+        shaping::RangeRows<Plain>(samples, count, lowest, highest);
     HeightRange range;
     if (lowest <= highest) range.lowest = lowest, range.highest = highest;
     return range;
 }
 
-void ExpandSamples(float* samples, uint64_t count, const HeightRange& range, float low,
-                   float high) {
-    const float m = range.lowest, size = range.highest - range.lowest, span = high - low;
+void ExpandSamples(float* samples, uint64_t count, const HeightRange& range, float low, float high,
+                   VectorPath path) {
     if (!range.Found() || !(range.highest > range.lowest)) {
         const float flat = ClampHeight(low);
         for (uint64_t i = 0; i < count; ++i) samples[i] = flat;
         return;
     }
-    for (uint64_t i = 0; i < count; ++i)
-        samples[i] = ClampHeight(low + ((samples[i] - m) / size) * span);
+    const float size = range.highest - range.lowest, span = high - low;
+    if (shaping::UseAvx2(path))
+        shaping::ExpandRowsAvx2(samples, count, range.lowest, size, low, span);
+    else
+        shaping::ExpandRows<Plain>(samples, count, range.lowest, size, low, span);
 }
 
 bool Expander::Build(const BuildContext& context) {

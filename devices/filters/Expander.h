@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -25,10 +26,12 @@ struct HeightRange {
     bool Found() const { return lowest <= highest; }
     void Add(const HeightRange& other);
 };
-HeightRange FindHeightRange(const float* samples, uint64_t count);
+HeightRange FindHeightRange(const float* samples, uint64_t count,
+                            VectorPath path = BestVectorPath());
 
 // h := low + ((h - range.lowest) / (range.highest - range.lowest)) * (high - low),
 // or low everywhere when the range is flat or empty; clamped to 0..1.
-void ExpandSamples(float* samples, uint64_t count, const HeightRange& range, float low, float high);
+void ExpandSamples(float* samples, uint64_t count, const HeightRange& range, float low, float high,
+                   VectorPath path = BestVectorPath());
 
 }  // namespace basekit

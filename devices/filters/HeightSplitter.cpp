@@ -1,6 +1,7 @@
 #include "devices/filters/HeightSplitter.h"
 
-#include "framework/Ramps.h"
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 
 namespace basekit {
 
@@ -19,26 +20,15 @@ HeightSplitter::HeightSplitter() {
 }
 
 namespace {
-
-template <bool kStep>
-void SplitLoop(const SplitPlanes& planes, uint64_t count, float split, float lo, float hi) {
-    for (uint64_t i = 0; i < count; ++i) {
-        const float h = planes.in[i];
-        const float up = h - split;
-        planes.upper[i] = ClampHeight(up < 0.0f ? 0.0f : up);
-        planes.mask[i] = ClampHeight(SmoothStep(kStep ? RampStep(h, lo) : RisingRamp(h, lo, hi)));
-        planes.lower[i] = ClampHeight(split < h ? split : h);
-    }
-}
-
+struct Plain {};
 }  // namespace
 
-void SplitSamples(const SplitPlanes& planes, uint64_t count, float split, float transition) {
-    const float lo = split - transition / 2.0f, hi = split + transition / 2.0f;
-    if (hi > lo)
-        SplitLoop<false>(planes, count, split, lo, hi);
+void SplitSamples(float* heights, float* upper, float* mask, uint64_t count, float split,
+                  float transition, VectorPath path) {
+    if (shaping::UseAvx2(path))
+        shaping::SplitRowsAvx2(heights, upper, mask, count, split, transition);
     else
-        SplitLoop<true>(planes, count, split, lo, hi);
+        shaping::SplitRows<Plain>(heights, upper, mask, count, split, transition);
 }
 
 bool HeightSplitter::Build(const BuildContext& context) {
@@ -54,14 +44,16 @@ bool HeightSplitter::Build(const BuildContext& context) {
     ReportPercent(context, this, 0);
     if (lower->samples && lower->PointCount() > 0) {
         const int32_t width = lower->grid.width;
-        const SplitPlanes planes{lower->samples, lower->samples, upper->samples, mask->samples};
+        float* lowerRows = lower->samples;
+        float* upperRows = upper->samples;
+        float* maskRows = mask->samples;
         if (!RunRows(
                 context, this, 0, lower->grid.height - 1,
                 [&](int32_t first, int32_t last) {
                     const int64_t at = static_cast<int64_t>(first) * width;
-                    SplitSamples(
-                        {planes.in + at, planes.lower + at, planes.upper + at, planes.mask + at},
-                        static_cast<uint64_t>(last - first + 1) * width, split, transition);
+                    SplitSamples(lowerRows + at, upperRows + at, maskRows + at,
+                                 static_cast<uint64_t>(last - first + 1) * width, split,
+                                 transition);
                 },
                 kRowPieces, RowProgress::Rows))
             return false;

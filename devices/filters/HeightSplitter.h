@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -17,16 +18,11 @@ class HeightSplitter : public DeviceOf<HeightSplitter, Filter> {
     bool Build(const BuildContext& context) override;
 };
 
-struct SplitPlanes {
-    const float* in;
-    float* lower;  // may be `in`
-    float* upper;
-    float* mask;
-};
-
-// For `count` samples: lower = min(h, split), upper = max(h - split, 0),
-// mask = the smoothed ramp from split - transition/2 to split + transition/2
-// (a step at split for transition 0); each clamped to 0..1.
-void SplitSamples(const SplitPlanes& planes, uint64_t count, float split, float transition);
+// For `count` samples: heights := lower = min(h, split), and beside them
+// upper = max(h - split, 0) and mask = the smoothed ramp from
+// split - transition/2 to split + transition/2 (a step at split for
+// transition 0); each clamped to 0..1. Every path gives the same bits.
+void SplitSamples(float* heights, float* upper, float* mask, uint64_t count, float split,
+                  float transition, VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -3,7 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "framework/Ramps.h"
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 #include "framework/RandomSeed.h"
 #include "framework/SampleHash.h"
 
@@ -31,6 +32,8 @@ bool ProbScatter::AfterLoad(uint8_t /*version*/) {
 
 namespace {
 
+struct Plain {};
+
 // The chance in 0..1 (NaN counts as certain) times the density.
 inline float Chance(float v, float density) {
     return ClampHeight(v) * density;
@@ -52,12 +55,13 @@ inline int64_t NearestSample(float v, float extent, int32_t samples) {
 }  // namespace
 
 void ScatterRow(const float* chance, float* out, int32_t width, int32_t y, uint32_t seed,
-                float density) {
+                float density, VectorPath path) {
+    if (out != chance) std::memcpy(out, chance, static_cast<size_t>(width) * sizeof(float));
     const auto row = static_cast<uint32_t>(y);
-    for (int32_t x = 0; x < width; ++x) {
-        const float u = SampleUniform(seed, static_cast<uint32_t>(x), row);
-        out[x] = u < Chance(chance[x], density) ? 1.0f : 0.0f;
-    }
+    if (shaping::UseAvx2(path))
+        shaping::ScatterRowAvx2(out, width, row, seed, density);
+    else
+        shaping::ScatterRow<Plain>(out, width, row, seed, density);
 }
 
 void ScatterCandidate(uint32_t seed, uint32_t i, uint32_t j, float d, float& x, float& y) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -21,8 +22,9 @@ class ProbScatter : public DeviceOf<ProbScatter, Filter> {
 
 // Spacing 0: out[x] := 1 where u(seed, x, y) < clamp(chance[x], 0, 1) * density,
 // else 0, for the `width` samples of row y.
+// `out` may be `chance`. Every path gives the same bits.
 void ScatterRow(const float* chance, float* out, int32_t width, int32_t y, uint32_t seed,
-                float density);
+                float density, VectorPath path = BestVectorPath());
 
 // A grid of chances and its world size.
 struct ScatterField {

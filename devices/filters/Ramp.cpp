@@ -1,6 +1,7 @@
 #include "devices/filters/Ramp.h"
 
-#include "framework/Ramps.h"
+#include "devices/filters/shaping/ShapingPaths.h"
+#include "devices/filters/shaping/ShapingRows.h"
 
 namespace basekit {
 
@@ -16,38 +17,16 @@ Ramp::Ramp() {
 }
 
 namespace {
-
-// The choices hoisted out of the loop, so that each variant vectorises.
-template <bool kStep, bool kFalling, bool kSmooth>
-void RampLoop(float* samples, uint64_t count, float lo, float hi) {
-    for (uint64_t i = 0; i < count; ++i) {
-        float t = kStep ? RampStep(samples[i], lo) : RisingRamp(samples[i], lo, hi);
-        if (kFalling) t = 1.0f - t;
-        if (kSmooth) t = SmoothStep(t);
-        samples[i] = ClampHeight(t);
-    }
-}
-
-template <bool kStep>
-void RampVariant(float* samples, uint64_t count, float lo, float hi, bool falling, bool smooth) {
-    if (falling) {
-        smooth ? RampLoop<kStep, true, true>(samples, count, lo, hi)
-               : RampLoop<kStep, true, false>(samples, count, lo, hi);
-    } else {
-        smooth ? RampLoop<kStep, false, true>(samples, count, lo, hi)
-               : RampLoop<kStep, false, false>(samples, count, lo, hi);
-    }
-}
-
+struct Plain {};
 }  // namespace
 
-void RampSamples(float* samples, uint64_t count, float start, float end, int32_t shape) {
-    const bool smooth = shape == kRampSmooth, falling = end < start;
-    const float lo = falling ? end : start, hi = falling ? start : end;
-    if (hi > lo)
-        RampVariant<false>(samples, count, lo, hi, falling, smooth);
+void RampSamples(float* samples, uint64_t count, float start, float end, int32_t shape,
+                 VectorPath path) {
+    const bool smooth = shape == kRampSmooth;
+    if (shaping::UseAvx2(path))
+        shaping::RampRowsAvx2(samples, count, start, end, smooth);
     else
-        RampVariant<true>(samples, count, lo, hi, falling, smooth);
+        shaping::RampRows<Plain>(samples, count, start, end, smooth);
 }
 
 bool Ramp::Build(const BuildContext& context) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "framework/DeviceOf.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -20,7 +21,8 @@ class Ramp : public DeviceOf<Ramp, Filter> {
 enum RampShape : int32_t { kRampLinear = 0, kRampSmooth = 1 };
 
 // h := the ramp of h from `start` to `end`, smoothed with kRampSmooth, then
-// clamped to 0..1 (NaN to 1).
-void RampSamples(float* samples, uint64_t count, float start, float end, int32_t shape);
+// clamped to 0..1 (NaN to 1). Every path gives the same bits.
+void RampSamples(float* samples, uint64_t count, float start, float end, int32_t shape,
+                 VectorPath path = BestVectorPath());
 
 }  // namespace basekit

@@ -10,7 +10,7 @@
 #include <bit>
 #include <cstdint>
 
-namespace basekit::combine {
+namespace Orogen {
 
 // x > 0 and finite, not 1; y within ±2^22, not whole (Pow squares whole
 // powers).
@@ -90,4 +90,4 @@ template <class Path>
         ExpLane<Path>(std::bit_cast<double>(std::bit_cast<uint64_t>(t) & keep)));
 }
 
-}  // namespace basekit::combine
+}  // namespace Orogen
