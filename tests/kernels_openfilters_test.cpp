@@ -20,6 +20,7 @@
 #include "devices/filters/ProbScatter.h"
 #include "devices/filters/Ramp.h"
 #include "framework/PortableMath.h"
+#include "framework/PowLanes.h"
 #include "framework/SampleHash.h"
 #include "framework/VectorDispatch.h"
 
@@ -255,6 +256,15 @@ TEST(OpenFilterKernels, NoiseStaysInItsBoundsWithTheExpectedSpread) {
         // Uniform on -1..1: 1/sqrt(3); the normal cut at 3 sigma over 3: about 1/3.
         EXPECT_NEAR(deviation, type == kNoiseUniform ? 0.57735 : 0.3326, 0.01);
     }
+    // The lanes of the Gaussian row against Orogen::Log and Orogen::Cos, over
+    // a sweep of the 2^24 values a uniform takes.
+    for (uint32_t k = 0; k < (1u << 24); k += 7) {
+        const float u = static_cast<float>(k) * 0x1p-24f;
+        ASSERT_EQ(CosLane<VectorPath>(6.2831855f * u), Cos(6.2831855f * u)) << k;
+        ASSERT_EQ(static_cast<float>(LogLane<VectorPath>(static_cast<double>(1.0f - u))),
+                  Log(1.0f - u))
+            << k;
+    }
     // Row kernel: at most Amount away, clamped, the same bits for the same seed.
     std::vector<float> row = Random(500, 6, 0.2f, 0.8f), again = row;
     const std::vector<float> in = row;
@@ -434,6 +444,11 @@ TEST(OpenFilterKernels, VectorPathsGiveThePlainBits) {
         {"uniform noise",
          [](Floats v, VectorPath p) {
              AddNoiseRow(v.data(), static_cast<int32_t>(v.size()), 41, 999, 0.3f, kNoiseUniform, p);
+             return v;
+         }},
+        {"gaussian noise",
+         [](Floats v, VectorPath p) {
+             AddNoiseRow(v.data(), static_cast<int32_t>(v.size()), 3, 77, 0.4f, kNoiseGaussian, p);
              return v;
          }},
         {"scatter",

@@ -56,10 +56,10 @@ void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amou
             shaping::UniformNoiseRow<Plain>(row, width, rowY, seed, amount);
         return;
     }
-    // Logarithm and cosine per sample: the portable functions, one lane at a time.
-    for (int32_t x = 0; x < width; ++x)
-        row[x] = ClampHeight(
-            row[x] + amount * SampleNoise(seed, static_cast<uint32_t>(x), rowY, kNoiseGaussian));
+    if (shaping::UseAvx2(path))
+        shaping::GaussianNoiseRowAvx2(row, width, rowY, seed, amount);
+    else
+        shaping::GaussianNoiseRow<Plain>(row, width, rowY, seed, amount);
 }
 
 bool AddNoise::Build(const BuildContext& context) {

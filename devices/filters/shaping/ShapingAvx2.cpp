@@ -37,6 +37,11 @@ BASEKIT_TARGET_AVX2 void UniformNoiseRowAvx2(float* row, int32_t width, uint32_t
     UniformNoiseRow<Avx2>(row, width, y, seed, amount);
 }
 
+BASEKIT_TARGET_AVX2 void GaussianNoiseRowAvx2(float* row, int32_t width, uint32_t y, uint32_t seed,
+                                              float amount) {
+    GaussianNoiseRow<Avx2>(row, width, y, seed, amount);
+}
+
 BASEKIT_TARGET_AVX2 void ScatterRowAvx2(float* row, int32_t width, uint32_t y, uint32_t seed,
                                         float density) {
     ScatterRow<Avx2>(row, width, y, seed, density);

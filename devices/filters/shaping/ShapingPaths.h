@@ -27,6 +27,8 @@ BASEKIT_TARGET_AVX2 void SplitRowsAvx2(float* heights, float* upper, float* mask
                                        float split, float transition);
 BASEKIT_TARGET_AVX2 void UniformNoiseRowAvx2(float* row, int32_t width, uint32_t y, uint32_t seed,
                                              float amount);
+BASEKIT_TARGET_AVX2 void GaussianNoiseRowAvx2(float* row, int32_t width, uint32_t y, uint32_t seed,
+                                              float amount);
 BASEKIT_TARGET_AVX2 void ScatterRowAvx2(float* row, int32_t width, uint32_t y, uint32_t seed,
                                         float density);
 BASEKIT_TARGET_AVX2 void ClampRowsAvx2(float* s, uint64_t count);

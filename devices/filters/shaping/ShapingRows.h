@@ -6,6 +6,7 @@
 // plain loop does, so every path gives the same bits.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <limits>
 
@@ -117,6 +118,23 @@ void UniformNoiseRow(float* __restrict row, int32_t width, uint32_t y, uint32_t 
     for (int32_t x = 0; x < width; ++x) {
         const float u = Orogen::SampleUniform(seed, static_cast<uint32_t>(x), y);
         row[x] = ClampHeight(row[x] + amount * (2.0f * u - 1.0f));
+    }
+}
+
+// row[x] := clamp(row[x] + amount * n), n the Box-Muller normal of the two
+// streams' values at (x, y), cut at -3..3 and divided by 3; the logarithm
+// and cosine in lanes with the bits of Orogen::Log and Orogen::Cos.
+template <class Path>
+void GaussianNoiseRow(float* __restrict row, int32_t width, uint32_t y, uint32_t seed,
+                      float amount) {
+    for (int32_t x = 0; x < width; ++x) {
+        const float u1 = Orogen::SampleUniform(seed, static_cast<uint32_t>(x), y);
+        const float u2 =
+            Orogen::SampleUniform(seed ^ Orogen::kSecondStream, static_cast<uint32_t>(x), y);
+        const float ln = static_cast<float>(Orogen::LogLane<Path>(static_cast<double>(1.0f - u1)));
+        const float n = std::sqrt(-2.0f * ln) * Orogen::CosLane<Path>(6.2831855f * u2);
+        const float cut = n < -3.0f ? -3.0f : (n > 3.0f ? 3.0f : n);
+        row[x] = ClampHeight(row[x] + amount * (cut / 3.0f));
     }
 }
 
