@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "framework/PortableMath.h"
@@ -53,30 +54,31 @@ void RampRows(float* s, uint64_t count, float start, float end, bool smooth) {
 }
 
 // Least and greatest sample, NaN left out: eight running extremes side by
-// side, element-wise selects that vectorise where one running pair would
-// not. Empty or all NaN: lowest +inf, highest -inf.
+// side in a vector of the compiler's, whose element-wise selects compile to
+// min and max instructions (a select over one running pair would not
+// vectorise). Empty or all NaN: lowest +inf, highest -inf.
 template <class Path>
 void RangeRows(const float* __restrict s, uint64_t count, float& lowest, float& highest) {
-    constexpr int kLanes = 8;
+    using Lanes = float __attribute__((vector_size(32)));
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    float low[kLanes], high[kLanes];
-    for (int k = 0; k < kLanes; ++k) low[k] = kInfinity, high[k] = -kInfinity;
+    constexpr uint64_t kLanes = sizeof(Lanes) / sizeof(float);
+    Lanes low, high;
+    for (uint64_t k = 0; k < kLanes; ++k) low[k] = kInfinity, high[k] = -kInfinity;
     uint64_t i = 0;
     for (; i + kLanes <= count; i += kLanes) {
-        for (int k = 0; k < kLanes; ++k) {
-            const float v = s[i + k];
-            low[k] = v < low[k] ? v : low[k];
-            high[k] = v > high[k] ? v : high[k];
-        }
+        Lanes v;
+        std::memcpy(&v, s + i, sizeof v);
+        low = v < low ? v : low;
+        high = v > high ? v : high;
     }
-    for (; i < count; ++i) {
-        low[0] = s[i] < low[0] ? s[i] : low[0];
-        high[0] = s[i] > high[0] ? s[i] : high[0];
-    }
-    lowest = low[0], highest = high[0];
-    for (int k = 1; k < kLanes; ++k) {
+    lowest = kInfinity, highest = -kInfinity;
+    for (uint64_t k = 0; k < kLanes; ++k) {
         lowest = low[k] < lowest ? low[k] : lowest;
         highest = high[k] > highest ? high[k] : highest;
+    }
+    for (; i < count; ++i) {
+        lowest = s[i] < lowest ? s[i] : lowest;
+        highest = s[i] > highest ? s[i] : highest;
     }
 }
 
