@@ -10,10 +10,17 @@
 #include "devices/converters/ColorGradient.h"
 #include "devices/converters/NormalMaker.h"
 #include "devices/converters/SplatMaker.h"
+#include "devices/filters/AddNoise.h"
+#include "devices/filters/BiasGain.h"
 #include "devices/filters/Displacement.h"
+#include "devices/filters/Equalizer.h"
+#include "devices/filters/Expander.h"
 #include "devices/filters/Flipper.h"
 #include "devices/filters/GaussBlur.h"
+#include "devices/filters/HeightSplitter.h"
 #include "devices/filters/Inverter.h"
+#include "devices/filters/ProbScatter.h"
+#include "devices/filters/Ramp.h"
 #include "devices/generators/CellularTex.h"
 #include "devices/generators/CircularGrad.h"
 #include "devices/generators/ConstantHeight.h"
@@ -36,19 +43,19 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  2 Inverter        */ {&CreateDevice<Inverter>, 4, 12, 0},
     /*  3 TrueCombiner    */ {&CreateDevice<TrueCombiner>, 3, 4, 1},
     /*  4 Displacement    */ {&CreateDevice<Displacement>, 4, 4, 0},
-    /*  5 Ramp            */ {nullptr, 4, 4, 0},
-    /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
+    /*  5 Ramp            */ {&CreateDevice<Ramp>, 4, 4, 0},
+    /*  6 HeightSplitter  */ {&CreateDevice<HeightSplitter>, 4, 4, 0},
     /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
     /*  8 MultiSwitch     */ {&CreateDevice<MultiSwitch>, 7, 0, 0},
     /*  9 MultiChooser    */ {&CreateDevice<MultiChooser>, 7, 0, 0},
-    /* 10 AddNoise        */ {nullptr, 4, 4, 0},
-    /* 11 ProbScatter     */ {nullptr, 4, 4, 0},
-    /* 12 BiasGain        */ {nullptr, 4, 12, 0},
+    /* 10 AddNoise        */ {&CreateDevice<AddNoise>, 4, 4, 0},
+    /* 11 ProbScatter     */ {&CreateDevice<ProbScatter>, 4, 4, 0},
+    /* 12 BiasGain        */ {&CreateDevice<BiasGain>, 4, 12, 0},
     /* 13 CircularGrad    */ {&CreateDevice<CircularGrad>, 1, 4, 0},
     /* 14 Switch          */ {&CreateDevice<Switch>, 7, 0, 0},
     /* 15 Flipper         */ {&CreateDevice<Flipper>, 4, 4, 0},
     /* 16 Equals          */ {&CreateDevice<Equals>, 17, 3, 0},
-    /* 17 Equalizer       */ {nullptr, 4, 4, 0},
+    /* 17 Equalizer       */ {&CreateDevice<Equalizer>, 4, 4, 0},
     /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {&CreateDevice<OverlayOutput>, 2, 12, 0},
     /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
@@ -58,7 +65,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 24 ChannelCombiner */ {&CreateDevice<ChannelCombiner>, 9, 8, 0},
     /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
     /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
-    /* 27 Expander        */ {nullptr, 4, 4, 0},
+    /* 27 Expander        */ {&CreateDevice<Expander>, 4, 4, 0},
     /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},
     /* 29 SnowLevel       */ {&CreateDevice<SnowLevel>, 5, 4, 0},
     /* 30 CoastalErosion  */ {&CreateDevice<CoastalErosion>, 5, 4, 0},

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "devices/combiners/CombineKernels.h"
-#include "devices/combiners/PowLanes.h"
 #include "framework/PortableMath.h"
+#include "framework/PowLanes.h"
 #include "framework/VectorDispatch.h"
 
 namespace basekit {
@@ -143,7 +143,7 @@ TEST(CombineKernels, PowerAndRootGivePowsBitsOverWideRanges) {
     size_t claimed = 0;
     for (size_t i = 0; i < a.size(); ++i) {
         bool ok;
-        const float lane = combine::PowLane<Tag>(a[i], b[i], ok);
+        const float lane = Orogen::PowLane<Tag>(a[i], b[i], ok);
         if (!ok) continue;
         ++claimed;
         const float pow = Orogen::Pow(a[i], b[i]);

@@ -10,8 +10,8 @@
 #include <cstdint>
 
 #include "devices/combiners/CombineKernels.h"
-#include "devices/combiners/PowLanes.h"
 #include "framework/PortableMath.h"
+#include "framework/PowLanes.h"
 
 namespace basekit::combine {
 
@@ -61,7 +61,7 @@ void PowRows(const CombinePlane& plane, int32_t first, int32_t last, Clamp clamp
         const uint64_t n = std::min(kChunk, end - at);
         for (uint64_t j = 0; j < n; ++j) {
             bool ok;
-            lanes[j] = PowLane<Path>(a[at + j], exponent(b[at + j]), ok);
+            lanes[j] = Orogen::PowLane<Path>(a[at + j], exponent(b[at + j]), ok);
             done[j] = ok ? 1 : 0;
         }
         for (uint64_t j = 0; j < n; ++j) {

@@ -9,14 +9,28 @@
 namespace basekit {
 
 static const ParamSpec kParameters[] = {
-    {"Blur type", kParamChoice, 1, 0, 2, 0, "The type of blurring filter to use",
+    {"Blur type",
+     kParamChoice,
+     1,
+     0,
+     2,
+     0,
+     "The type of blurring filter to use",
      {"Uniform (fastest)", "Gaussian", "Motion Blur"}},
     {"Blur radius", kParamInteger, 1, 0, 128, 0,
      "How large the blur kernel is; this controls how strongly the terrain is effected"},
     {"Scale-independant", kParamBoolean, 1, 0, 1, 0,
      "Scale independence keeps the blur amount the same for both low and high resolution "
      "terrains"},
-    {"Direction", kParamReal, 0.0, 0.0, 180.0, 0, "Direction of Motion Blur", {}, 0,
+    {"Direction",
+     kParamReal,
+     0.0,
+     0.0,
+     180.0,
+     0,
+     "Direction of Motion Blur",
+     {},
+     0,
      {"Blur type", kBlurMotion}},
 };
 

@@ -12,7 +12,7 @@ namespace basekit {
 // Blurs a height field or a bitmap with a box, a Gaussian or a Gaussian
 // along one direction.
 class GaussBlur : public DeviceOf<GaussBlur, Filter> {
-public:
+  public:
     static constexpr DeviceInfo kInfo{"BLUR", "Blur", "Applies a blur effect to the input", 2};
     GaussBlur();
     bool Build(const BuildContext& context) override;
@@ -24,7 +24,7 @@ public:
 // blur type on each. Box and Gaussian run twice (NextPass between); motion
 // blur once.
 class BlurHelper {
-public:
+  public:
     BlurHelper(Device* device, const BuildContext& context, int32_t type, const PacketRef& source,
                int32_t radius);
     // One pass over every row; false when cancelled.
@@ -49,7 +49,7 @@ public:
     int32_t firstRow = 0;
     int32_t lastRow;
 
-private:
+  private:
     Device* device;
     const BuildContext& context;
 };

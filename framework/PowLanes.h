@@ -8,9 +8,10 @@
 #pragma once
 
 #include <bit>
+#include <cmath>
 #include <cstdint>
 
-namespace basekit::combine {
+namespace Orogen {
 
 // x > 0 and finite, not 1; y within ±2^22, not whole (Pow squares whole
 // powers).
@@ -78,6 +79,41 @@ template <class Path>
     return value * std::bit_cast<double>(static_cast<uint64_t>(n + 1023) << 52);
 }
 
+// Orogen::Cos(x) for 0 <= x < 2^20, as PortableMath.cpp reduces and sums it:
+// both series are summed and the quadrant picks one, with no branch.
+template <class Path>
+[[gnu::always_inline]] inline float CosLane(float x) {
+    constexpr double kPio2Hi = 1.57079632673412561417e+00;
+    constexpr double kPio2Mid = 6.07710050630396597660e-11;
+    constexpr double kPio2Lo = 2.02226624879595063154e-21;
+    const double d = x;
+    const double k = std::floor(d * 0.63661977236758134308 + 0.5);
+    const double r = ((d - k * kPio2Hi) - k * kPio2Mid) - k * kPio2Lo;
+    const int32_t quadrant = static_cast<int32_t>(k) & 3;
+    const double z = r * r;
+    double s = 1.0 / 355687428096000.0;
+    s = s * z - 1.0 / 1307674368000.0;
+    s = s * z + 1.0 / 6227020800.0;
+    s = s * z - 1.0 / 39916800.0;
+    s = s * z + 1.0 / 362880.0;
+    s = s * z - 1.0 / 5040.0;
+    s = s * z + 1.0 / 120.0;
+    s = s * z - 1.0 / 6.0;
+    const double sine = r + r * z * s;
+    double c = -1.0 / 6402373705728000.0;
+    c = c * z + 1.0 / 20922789888000.0;
+    c = c * z - 1.0 / 87178291200.0;
+    c = c * z + 1.0 / 479001600.0;
+    c = c * z - 1.0 / 3628800.0;
+    c = c * z + 1.0 / 40320.0;
+    c = c * z - 1.0 / 720.0;
+    c = c * z + 1.0 / 24.0;
+    const double cosine = 1.0 - 0.5 * z + z * z * c;
+    const double value = (quadrant & 1) ? sine : cosine;
+    const bool negative = quadrant == 1 || quadrant == 2;
+    return static_cast<float>(negative ? -value : value);
+}
+
 // Orogen::Pow(x, y) for an ordinary pair whose y ln x lies within ±700; `ok`
 // says whether it did. Other lanes work on 0 instead (masked, not selected:
 // no branch), and their result means nothing.
@@ -90,4 +126,4 @@ template <class Path>
         ExpLane<Path>(std::bit_cast<double>(std::bit_cast<uint64_t>(t) & keep)));
 }
 
-}  // namespace basekit::combine
+}  // namespace Orogen
