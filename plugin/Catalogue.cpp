@@ -7,6 +7,7 @@
 #include "devices/converters/ChannelCombiner.h"
 #include "devices/converters/ChannelSplitter.h"
 #include "devices/converters/ColorGradient.h"
+#include "devices/converters/LightMapMaker.h"
 #include "devices/converters/NormalMaker.h"
 #include "devices/filters/Displacement.h"
 #include "devices/filters/Flipper.h"
@@ -18,6 +19,8 @@
 #include "devices/generators/GradGen.h"
 #include "devices/natural/CoastalErosion.h"
 #include "devices/natural/SnowLevel.h"
+#include "devices/selectors/ConvexSelector.h"
+#include "devices/selectors/SelectFacing.h"
 
 namespace basekit {
 
@@ -29,7 +32,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  4 Displacement    */ {&CreateDevice<Displacement>, 4, 4, 0},
     /*  5 Ramp            */ {nullptr, 4, 4, 0},
     /*  6 HeightSplitter  */ {nullptr, 4, 4, 0},
-    /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
+    /*  7 SelectFacing    */ {&CreateDevice<SelectFacing>, 6, 4, 0},
     /*  8 MultiSwitch     */ {nullptr, 7, 0, 0},
     /*  9 MultiChooser    */ {nullptr, 7, 0, 0},
     /* 10 AddNoise        */ {nullptr, 4, 4, 0},
@@ -42,12 +45,12 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 17 Equalizer       */ {nullptr, 4, 4, 0},
     /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {nullptr, 2, 12, 0},
-    /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
+    /* 20 ConvexSelector  */ {&CreateDevice<ConvexSelector>, 6, 4, 0},
     /* 21 ColorGradient   */ {&CreateDevice<ColorGradient>, 9, 8, 1},
     /* 22 NormalMaker     */ {&CreateDevice<NormalMaker>, 9, 4, 0},
     /* 23 ChannelSplitter */ {&CreateDevice<ChannelSplitter>, 9, 8, 0},
     /* 24 ChannelCombiner */ {&CreateDevice<ChannelCombiner>, 9, 8, 0},
-    /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
+    /* 25 LightMapMaker   */ {&CreateDevice<LightMapMaker>, 9, 12, 0},
     /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
     /* 27 Expander        */ {nullptr, 4, 4, 0},
     /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},

@@ -1,0 +1,57 @@
+#include "devices/selectors/SelectorKernels.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "framework/Neighbourhood.h"
+#include "framework/PortableMath.h"
+
+namespace basekit {
+
+// Degrees to radians with the selectors' own shortened constant.
+constexpr float kAnglePi = 3.14159f;
+
+FacingDirection MakeFacingDirection(int32_t heading, int32_t elevation) {
+    const float h = static_cast<float>(heading) * kAnglePi / 180.0f;
+    const float e = static_cast<float>(elevation) * kAnglePi / 180.0f;
+    const float ce = Orogen::Cos(e);
+    FacingDirection dir{{Orogen::Cos(h) * ce, Orogen::Sin(e), Orogen::Sin(h) * ce}};
+    const float length = std::sqrt(dir.d[0] * dir.d[0] + dir.d[1] * dir.d[1] + dir.d[2] * dir.d[2]);
+    for (float& c : dir.d) c /= length;
+    return dir;
+}
+
+void FacingRows(const float* heights, const Orogen::Grid& grid, const FacingDirection& direction,
+                int32_t first, int32_t last, float* facing, float* angle) {
+    const int32_t width = grid.width, height = grid.height;
+    if (width <= 0 || height <= 0) return;
+    const Orogen::SlopeScale scale(grid);
+    std::vector<float> gx(static_cast<size_t>(width)), gy(static_cast<size_t>(width));
+    const float* d = direction.d;
+    for (int32_t y = first; y <= last; ++y) {
+        scale.SlopeRow(heights, width, height, y, gx.data(), gy.data());
+        const int64_t row = static_cast<int64_t>(y) * width;
+        for (int32_t x = 0; x < width; ++x) {
+            const float len = std::sqrt(gx[x] * gx[x] + 1.0f + gy[x] * gy[x]);
+            const float n0 = gx[x] / len, n1 = 1.0f / len, n2 = gy[x] / len;
+            facing[row + x] = std::max(n1 * d[1] + n0 * d[0] + n2 * d[2], 0.0f);
+            angle[row + x] = (Orogen::Atan2(gy[x], gx[x]) + 3.1415927f) / 6.2831855f;
+        }
+    }
+}
+
+void ConvexRows(const float* heights, int32_t width, int32_t height, float gain, int32_t first,
+                int32_t last, float* out) {
+    for (int32_t y = first; y <= last; ++y) {
+        const int64_t row = static_cast<int64_t>(y) * width;
+        for (int32_t x = 0; x < width; ++x) {
+            const Orogen::Window w =
+                Orogen::WindowAt(heights, width, height, x, y, Orogen::EdgeRule::Clamped);
+            const float lap = (w.e - 2.0f * w.c + w.w) + (w.s - 2.0f * w.c + w.n);
+            out[row + x] = 0.5f - gain * lap;
+        }
+    }
+}
+
+}  // namespace basekit
