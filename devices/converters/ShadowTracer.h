@@ -30,22 +30,41 @@ void TraceShadowRowsLiteral(const float* heights, int32_t width, int32_t height,
 class ShadowTracer {
   public:
     ShadowTracer(const float* heights, int32_t width, int32_t height, const float light[3]);
+    ShadowTracer(const ShadowTracer&) = delete;
+    ShadowTracer& operator=(const ShadowTracer&) = delete;
+    // Rows, or columns when the light runs more along y.
     int32_t LineCount() const;
+    // False where the march is made as stated: a light too steep or not
+    // finite, ground outside 0..1, a light below the horizon.
+    bool Skips() const { return mode != Mode::Literal; }
     void TraceLines(int32_t first, int32_t last, float* shadow) const;
 
   private:
     enum class Mode { Literal, Rows, Columns };
-    template <bool kColumns>
-    void TraceLine(int32_t line, float* shadow, std::vector<int32_t>& minorIndex) const;
+    struct Line {
+        int32_t index = 0;
+        int32_t endV = 0;            // the first step off the grid across the line
+        std::vector<int32_t> minor;  // the row of `lines` each step reads
+    };
+    void MarchMinor(int32_t index, Line& line) const;
+    void TraceLine(const Line& line, float* shadow) const;
+    float TraceFrom(const Line& line, int32_t u0, int32_t k, int32_t steps, float z,
+                    int32_t end) const;
 
     const float* heights;
     int32_t width, height;
     float light[3];
-    float du = 0, dv = 0, dz = 0;  // steps along the line, across it, up
     Mode mode = Mode::Literal;
-    // levels[l]: maxima of 2^l by 2^l blocks, (width >> l rounded up) a row.
-    std::vector<std::vector<float>> levels;
+    float du = 0, dv = 0, dz = 0;  // steps along the line (+-1), across it, up
+    // The terrain as lines: the rows, or a copy with the columns as rows.
+    const float* lines = nullptr;
+    int32_t sizeU = 0, sizeV = 0;
+    std::vector<float> transposed;
+    // levels[l]: maxima of 2^l by 2^l blocks of `lines`, levelWidth[l] a row;
+    // level 0 is `lines` itself.
+    std::vector<const float*> levels;
     std::vector<int32_t> levelWidth;
+    std::vector<std::vector<float>> maxima;
 };
 
 }  // namespace basekit
