@@ -99,9 +99,10 @@ TEST(ShadowTracer, LightsTheFastPathDoesNotTakeStillMatch) {
         float light[3];
         bool skips;
     } cases[] = {
-        {{0.0f, 0.0f, 1.0f}, false},    // straight up: steps of 1000
-        {{0.6f, 0.3f, -0.2f}, false},   // below the horizon
-        {{NAN, 0.0f, 0.0f}, false},     // a zero extent's light
+        {{0.0f, 0.0f, 1.0f}, false},   // straight up: steps of 1000
+        {{0.6f, 0.3f, -0.2f}, false},  // below the horizon
+        {{NAN, 0.0f, 0.0f}, false},
+        {{0.0f, 0.0f, NAN}, false},     // a zero extent's light: lit throughout
         {{0.3f, -0.9f, 0.001f}, true},  // along y: columns
         {{-0.7f, 0.7f, 0.01f}, true},   // a diagonal: both steps exact
     };

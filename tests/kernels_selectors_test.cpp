@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <vector>
 
 #include "devices/selectors/SelectorKernels.h"
+#include "framework/Neighbourhood.h"
 
 namespace basekit {
 namespace {
@@ -86,6 +89,26 @@ TEST(ConvexKernel, CrestsHollowsAndClampedEdges) {
     EXPECT_EQ(out[4], 0.5f - 4.0f * gain);
     ConvexRows(pit.data(), 3, 3, 0.0f, 0, 2, out.data());
     for (float v : out) EXPECT_EQ(v, 0.5f);
+}
+
+TEST(ConvexKernel, RowsAreTheClampedWindowOfEverySample) {
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<float> u(0.0f, 1.0f);
+    for (const auto& [w, h] : {std::pair{1, 1}, {1, 6}, {7, 1}, {2, 2}, {13, 9}}) {
+        std::vector<float> t(static_cast<size_t>(w) * h);
+        for (float& v : t) v = u(rng);
+        std::vector<float> got(t.size(), -1.0f), want(t.size());
+        ConvexRows(t.data(), w, h, 37.5f, 0, h - 1, got.data());
+        for (int32_t y = 0; y < h; ++y)
+            for (int32_t x = 0; x < w; ++x) {
+                const Orogen::Window n =
+                    Orogen::WindowAt(t.data(), w, h, x, y, Orogen::EdgeRule::Clamped);
+                want[static_cast<size_t>(y) * w + x] =
+                    0.5f - 37.5f * ((n.e - 2.0f * n.c + n.w) + (n.s - 2.0f * n.c + n.n));
+            }
+        EXPECT_EQ(std::memcmp(got.data(), want.data(), t.size() * sizeof(float)), 0)
+            << w << "x" << h;
+    }
 }
 
 }  // namespace

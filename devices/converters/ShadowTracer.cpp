@@ -13,8 +13,13 @@ namespace {
 // The terrain must rise this far above a ray to block it.
 constexpr float kMargin = 0.00001f;
 
-// Steps the fast tracer marches eight rays abreast before it uses the pyramid.
+// A line's rays are marched together for at least this many steps, and on
+// while one in kSparse of the span is open.
 constexpr int32_t kNearSteps = 16;
+constexpr int32_t kSparse = 2;
+
+// The fate of a ray marched with its line.
+constexpr int32_t kOpen = 0, kLit = 1, kDark = 2;
 
 // trunc(p) clamped into 0..size-1 (NaN to 0, as the conversion and clamp do
 // on the machines that build the module).
@@ -79,6 +84,14 @@ ShadowTracer::ShadowTracer(const float* heights, int32_t width, int32_t height,
     for (int i = 0; i < 3; ++i) light[i] = lightIn[i];
     if (width <= 0 || height <= 0) return;
     const Steps step = MarchSteps(light);
+    if (std::isnan(step.dz)) {
+        // A light scaled by a zero density: from the first step on the ray's
+        // height is NaN, which neither meets the ground nor leaves the range,
+        // and the start never blocks itself; the march would only count its
+        // steps out.
+        mode = Mode::AllLit;
+        return;
+    }
     // The bounds below hold for rays that climb by at most 1 a step from
     // ground in 0..1; anything else takes the plain march (rays that climb
     // faster leave at their first step anyway).
@@ -143,12 +156,19 @@ int32_t ShadowTracer::LineCount() const {
 }
 
 void ShadowTracer::TraceLines(int32_t first, int32_t last, float* shadow) const {
+    if (mode == Mode::AllLit) {
+        for (int32_t y = first; y <= last; ++y)
+            std::fill_n(shadow + static_cast<int64_t>(y) * width, width, 1.0f);
+        return;
+    }
     if (mode == Mode::Literal) {
         TraceShadowRowsLiteral(heights, width, height, light, first, last, shadow);
         return;
     }
     Line line;
     line.minor.resize(static_cast<size_t>(2) * std::max(width, height));
+    line.z.resize(static_cast<size_t>(sizeU));
+    line.state.resize(static_cast<size_t>(sizeU));
     for (int32_t index = first; index <= last; ++index) {
         MarchMinor(index, line);
         TraceLine(line, shadow);
@@ -174,62 +194,85 @@ void ShadowTracer::MarchMinor(int32_t index, Line& line) const {
 }
 
 // Along a line the samples are the major axis u, stepped by exactly du = +-1,
-// so a ray's u after k steps is u0 + k du. Only the height differs from ray to
-// ray. Rays are marched eight abreast for their first steps (the same
-// additions in lanes, reading neighbouring samples); those still open go on
-// alone through the pyramid.
-void ShadowTracer::TraceLine(const Line& line, float* shadow) const {
+// so the ray from u0 is at u0 + k du after k steps, and at step k every ray of
+// the line reads one row shifted by k. So all rays of the line are marched
+// together, step by step, over the span still open (the same additions in
+// vector lanes, reading neighbouring samples), while many are open; the few
+// left go on alone through the pyramid.
+void ShadowTracer::TraceLine(Line& line, float* shadow) const {
     const bool forward = du > 0.0f;
     const int32_t limit = 2 * std::max(width, height);
     const int32_t endUV = std::min(limit, line.endV);
     const float* row0 = lines + static_cast<int64_t>(line.index) * sizeU;
-    auto store = [&](int32_t u0, float lit) {
+    float* z = line.z.data();
+    int32_t* state = line.state.data();  // kOpen, kLit or kDark
+    std::copy(row0, row0 + sizeU, z);
+    std::fill_n(state, sizeU, kOpen);
+    int32_t lo = 0, hi = sizeU, open = sizeU;  // the open rays lie in lo..hi-1
+    int32_t k = 1;
+    for (; k < endUV; ++k) {
+        if (k % 8 == 0) {
+            while (lo < hi && state[lo] != kOpen) ++lo;
+            while (hi > lo && state[hi - 1] != kOpen) --hi;
+            open = static_cast<int32_t>(std::count(state + lo, state + hi, kOpen));
+            // Sparse: marching the span costs more than the rays alone.
+            if (k >= kNearSteps && open * kSparse < hi - lo) break;
+        }
+        // The ray that leaves the grid along u at this step ends lit.
+        const int32_t leaving = forward ? sizeU - k : k - 1;
+        if (leaving >= 0 && leaving < sizeU && state[leaving] == kOpen) state[leaving] = kLit;
+        if (forward)
+            hi = std::min(hi, sizeU - k);
+        else
+            lo = std::max(lo, k);
+        if (lo >= hi) break;
+        const float* ground =
+            lines + static_cast<int64_t>(line.minor[k]) * sizeU + (forward ? k : -k);
+        MarchSpan(z, state, ground, lo, hi);
+    }
+    for (int32_t u0 = 0; u0 < sizeU; ++u0) {
+        float lit = state[u0] == kDark ? 0.0f : 1.0f;
+        if (state[u0] == kOpen) {
+            const int32_t end = std::min(endUV, forward ? sizeU - u0 : u0 + 1);
+            lit = TraceFrom(line, u0, k, k - 1, z[u0], end);
+        }
         const int64_t at = mode == Mode::Rows ? static_cast<int64_t>(line.index) * width + u0
                                               : static_cast<int64_t>(u0) * width + line.index;
         shadow[at] = lit;
-    };
-    constexpr int32_t kLanes = 8;
-    int32_t u0 = 0;
-    for (; u0 + kLanes <= sizeU; u0 += kLanes) {
-        // The lane whose ray leaves the grid first along u bounds the steps
-        // all eight take together.
-        const int32_t laneEnd = forward ? sizeU - (u0 + kLanes - 1) : u0 + 1;
-        const int32_t together = std::min({endUV, laneEnd, kNearSteps});
-        // GNU vector extensions (GCC, Clang, MinGW): lane-wise IEEE additions
-        // and comparisons, the scalar march's in every lane.
-        typedef float Lanes __attribute__((vector_size(4 * kLanes)));
-        typedef int32_t Masks __attribute__((vector_size(4 * kLanes)));
-        Lanes z;
-        std::memcpy(&z, row0 + u0, sizeof z);
-        Masks done = {}, dark = {};
-        for (int32_t k = 1; k < together; ++k) {
-            Lanes ground;
-            std::memcpy(
-                &ground,
-                lines + static_cast<int64_t>(line.minor[k]) * sizeU + u0 + (forward ? k : -k),
-                sizeof ground);
-            z += dz;
-            const Masks out = z >= 1.0f;
-            const Masks hit = z + kMargin < ground;
-            dark |= ~done & ~out & hit;
-            done |= out | hit;
-            bool open = false;
-            for (int32_t j = 0; j < kLanes; ++j) open |= done[j] == 0;
-            if (!open) break;
-        }
-        for (int32_t j = 0; j < kLanes; ++j) {
-            const int32_t u = u0 + j;
-            if (done[j]) {
-                store(u, dark[j] ? 0.0f : 1.0f);
-            } else {
-                const int32_t end = std::min(endUV, forward ? sizeU - u : u + 1);
-                store(u, TraceFrom(line, u, together, together - 1, z[j], end));
-            }
-        }
     }
-    for (; u0 < sizeU; ++u0) {
-        const int32_t end = std::min(endUV, forward ? sizeU - u0 : u0 + 1);
-        store(u0, TraceFrom(line, u0, 1, 0, row0[u0], end));
+}
+
+// One step of the rays lo..hi-1 of a line: z += dz, then an open ray leaves
+// the height range (lit) or meets ground[u0] (dark).
+void ShadowTracer::MarchSpan(float* z, int32_t* state, const float* ground, int32_t lo,
+                             int32_t hi) const {
+    constexpr int32_t kLanes = 8;
+    // GNU vector extensions (GCC, Clang, MinGW): lane-wise IEEE additions and
+    // comparisons, the scalar march's in every lane.
+    typedef float Lanes __attribute__((vector_size(4 * kLanes)));
+    typedef int32_t Masks __attribute__((vector_size(4 * kLanes)));
+    int32_t u = lo;
+    for (; u + kLanes <= hi; u += kLanes) {
+        Lanes height, floor;
+        Masks was;
+        std::memcpy(&height, z + u, sizeof height);
+        std::memcpy(&floor, ground + u, sizeof floor);
+        std::memcpy(&was, state + u, sizeof was);
+        height += dz;
+        const Masks isOpen = was == kOpen;
+        const Masks out = height >= 1.0f;
+        const Masks hit = height + kMargin < floor;
+        was |= isOpen & ((out & kLit) | (~out & hit & kDark));
+        std::memcpy(z + u, &height, sizeof height);
+        std::memcpy(state + u, &was, sizeof was);
+    }
+    for (; u < hi; ++u) {
+        z[u] += dz;
+        if (state[u] != kOpen) continue;
+        if (z[u] >= 1.0f)
+            state[u] = kLit;
+        else if (z[u] + kMargin < ground[u])
+            state[u] = kDark;
     }
 }
 

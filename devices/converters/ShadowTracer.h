@@ -36,18 +36,21 @@ class ShadowTracer {
     int32_t LineCount() const;
     // False where the march is made as stated: a light too steep or not
     // finite, ground outside 0..1, a light below the horizon.
-    bool Skips() const { return mode != Mode::Literal; }
+    bool Skips() const { return mode == Mode::Rows || mode == Mode::Columns; }
     void TraceLines(int32_t first, int32_t last, float* shadow) const;
 
   private:
-    enum class Mode { Literal, Rows, Columns };
+    enum class Mode { Literal, AllLit, Rows, Columns };
     struct Line {
         int32_t index = 0;
         int32_t endV = 0;            // the first step off the grid across the line
         std::vector<int32_t> minor;  // the row of `lines` each step reads
+        std::vector<float> z;        // each ray's height, marched with the line
+        std::vector<int32_t> state;  // each ray's fate so far
     };
     void MarchMinor(int32_t index, Line& line) const;
-    void TraceLine(const Line& line, float* shadow) const;
+    void TraceLine(Line& line, float* shadow) const;
+    void MarchSpan(float* z, int32_t* state, const float* ground, int32_t lo, int32_t hi) const;
     float TraceFrom(const Line& line, int32_t u0, int32_t k, int32_t steps, float z,
                     int32_t end) const;
 

@@ -43,12 +43,23 @@ void FacingRows(const float* heights, const Orogen::Grid& grid, const FacingDire
 
 void ConvexRows(const float* heights, int32_t width, int32_t height, float gain, int32_t first,
                 int32_t last, float* out) {
+    auto at = [&](const Orogen::Window& w) {
+        const float lap = (w.e - 2.0f * w.c + w.w) + (w.s - 2.0f * w.c + w.n);
+        return 0.5f - gain * lap;
+    };
     for (int32_t y = first; y <= last; ++y) {
         const int64_t row = static_cast<int64_t>(y) * width;
-        for (int32_t x = 0; x < width; ++x) {
-            const Orogen::Window w =
-                Orogen::WindowAt(heights, width, height, x, y, Orogen::EdgeRule::Clamped);
-            const float lap = (w.e - 2.0f * w.c + w.w) + (w.s - 2.0f * w.c + w.n);
+        const float* up = heights + static_cast<int64_t>(std::max(y - 1, 0)) * width;
+        const float* mid = heights + row;
+        const float* down = heights + static_cast<int64_t>(std::min(y + 1, height - 1)) * width;
+        // The window's clamping matters only in the first and last column.
+        for (int32_t x : {0, width - 1})
+            if (x >= 0)
+                out[row + x] =
+                    at(Orogen::WindowAt(heights, width, height, x, y, Orogen::EdgeRule::Clamped));
+        for (int32_t x = 1; x < width - 1; ++x) {
+            const float lap =
+                (mid[x + 1] - 2.0f * mid[x] + mid[x - 1]) + (down[x] - 2.0f * mid[x] + up[x]);
             out[row + x] = 0.5f - gain * lap;
         }
     }
