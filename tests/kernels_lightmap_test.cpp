@@ -13,6 +13,7 @@
 #include "devices/converters/LightKernels.h"
 #include "devices/converters/ShadowTracer.h"
 #include "framework/PortableMath.h"
+#include "framework/Terrain.h"
 
 namespace basekit {
 namespace {
@@ -226,6 +227,61 @@ TEST(LightKernels, TermsOnFlatGround) {
             const float v = sunColour[ch] * direct + skyColour[ch] * sky;
             EXPECT_EQ(rgb[21 + ch], c.softClip ? soft(v) : std::min(v, 1.0f)) << ch;
         }
+    }
+}
+
+TEST(LightKernels, EveryVectorPathGivesThePlainBits) {
+    const int32_t w = 45, h = 13;
+    std::vector<float> t = RoughTerrain(w, h, 11);
+    t[100] = NAN;  // NaN slopes: soft clipping falls back to Exp on that row
+    std::vector<float> shadow = RoughTerrain(w, h, 12);
+    Orogen::Grid grid;
+    grid.width = w;
+    grid.height = h;
+    grid.x1 = 0.3;
+    grid.verticalScale = 0.7;
+    for (VectorPath path : {VectorPath::Avx2, VectorPath::Avx512}) {
+        if (!PathAvailable(path)) continue;
+        for (int32_t terms : {kLightShadowsOnly, kLightIndirectOnly, kLightAllTerms})
+            for (int32_t flags = 0; flags < 8; ++flags) {
+                SCOPED_TRACE(testing::Message()
+                             << VectorPathName(path) << " terms " << terms << " flags " << flags);
+                LightSetup setup{};
+                SunDirection(75, 25, setup.light);
+                setup.terms = terms;
+                setup.diffuse = 0.8f;
+                setup.sky = 0.45f;
+                setup.softClip = flags & 1;
+                setup.colour = flags & 2;
+                const float sun[3] = {1.0f, 0.9f, 0.5f}, sky[3] = {0.2f, 0.6f, 1.0f};
+                std::copy(sun, sun + 3, setup.sunColour);
+                std::copy(sky, sky + 3, setup.skyColour);
+                const float* s = flags & 4 ? shadow.data() : nullptr;
+                std::vector<float> plain(t.size() * (setup.colour ? 3 : 1), -1.0f);
+                std::vector<float> vector(plain.size(), -2.0f);
+                LightRows(setup, t.data(), grid, s, 0, h - 1, plain.data(), VectorPath::Plain);
+                LightRows(setup, t.data(), grid, s, 0, h - 1, vector.data(), path);
+                EXPECT_TRUE(SameBits(plain, vector));
+                // The plain rows are the formulas sample by sample.
+                const size_t at = 7 * w + 19;
+                float gx, gy, n[3];
+                Orogen::HeightSlope(t.data(), grid, 19, 7, gx, gy);
+                Orogen::SlopeNormal(gx, gy, n);
+                const float lit = s ? s[at] : 1.0f;
+                const float d = terms == kLightAllTerms
+                                    ? std::max(0.0f, n[0] * setup.light[0] + n[1] * setup.light[1] +
+                                                         n[2] * setup.light[2]) *
+                                          lit * setup.diffuse
+                                    : lit;
+                const float k = terms == kLightShadowsOnly
+                                    ? 0.0f
+                                    : setup.sky * std::max(0.0f, (2.0f * n[2] + 1.0f) / 3.0f);
+                const float v = setup.colour ? sun[1] * d + sky[1] * k : d + k;
+                const float want = setup.softClip
+                                       ? 1.0f - static_cast<float>(Orogen::Exp(-1.5f * v))
+                                       : std::min(v, 1.0f);
+                EXPECT_EQ(plain[setup.colour ? 3 * at + 1 : at], want);
+            }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "framework/HostServices.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -34,8 +35,10 @@ struct LightSetup {
 
 // Rows first..last of the light map of `heights` (`grid`: size, extent,
 // vertical scale). `shadow` is the shadow map or null (every sample lit);
-// `out` takes one float a sample, or three with `colour`.
+// `out` takes one float a sample, or three with `colour`. Every vector path
+// gives the plain path's bits.
 void LightRows(const LightSetup& setup, const float* heights, const Orogen::Grid& grid,
-               const float* shadow, int32_t first, int32_t last, float* out);
+               const float* shadow, int32_t first, int32_t last, float* out,
+               VectorPath path = BestVectorPath());
 
 }  // namespace basekit
