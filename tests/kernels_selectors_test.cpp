@@ -6,11 +6,14 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <vector>
 
+#include "devices/selectors/FacingRows.h"
 #include "devices/selectors/SelectorKernels.h"
 #include "framework/Neighbourhood.h"
+#include "framework/PortableMath.h"
 
 namespace basekit {
 namespace {
@@ -67,6 +70,46 @@ TEST(FacingKernel, SlopesTowardAndAwayAndTheirDirection) {
         FacingRows(t.data(), grid, MakeFacingDirection((toward + 180) % 360, 10), 0, h - 1,
                    mask.data(), angle.data());
         EXPECT_EQ(mask[12], 0.0f) << toward;  // facing away: 0, never negative
+    }
+}
+
+struct TestLanes {};
+
+bool SameFloat(float a, float b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+TEST(FacingKernel, TheLaneAtan2IsAtan2BitForBit) {
+    const float inf = std::numeric_limits<float>::infinity(), nan = std::nanf("");
+    std::vector<float> values = {0.0f,   -0.0f, 1.0f, -1.0f, 0.41421357f, 2.4142137f, 1e-30f,
+                                 -3e25f, inf,   -inf, nan,   1e-45f,      7.0f,       -0.3f};
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> u(-40.0f, 40.0f);
+    for (int i = 0; i < 300; ++i) values.push_back(u(rng));
+    for (float y : values)
+        for (float x : values)
+            ASSERT_TRUE(SameFloat(facing::Atan2Lane<TestLanes>(y, x), Orogen::Atan2(y, x)))
+                << y << ", " << x;
+}
+
+TEST(FacingKernel, EveryVectorPathGivesThePlainBits) {
+    const int32_t w = 37, h = 11;
+    std::mt19937 rng(4);
+    std::uniform_real_distribution<float> u(0.0f, 1.0f);
+    std::vector<float> t(static_cast<size_t>(w) * h);
+    for (float& v : t) v = u(rng);
+    t[50] = std::nanf("");
+    const Orogen::Grid grid = GridOf(w, h, 0.2);
+    for (VectorPath path : {VectorPath::Avx2, VectorPath::Avx512}) {
+        if (!PathAvailable(path)) continue;
+        for (int32_t heading : {0, 133, 359}) {
+            const FacingDirection d = MakeFacingDirection(heading, 20);
+            std::vector<float> f0(t.size()), a0(t.size()), f1(t.size()), a1(t.size());
+            FacingRows(t.data(), grid, d, 0, h - 1, f0.data(), a0.data(), VectorPath::Plain);
+            FacingRows(t.data(), grid, d, 0, h - 1, f1.data(), a1.data(), path);
+            EXPECT_EQ(std::memcmp(f0.data(), f1.data(), t.size() * sizeof(float)), 0);
+            EXPECT_EQ(std::memcmp(a0.data(), a1.data(), t.size() * sizeof(float)), 0);
+        }
     }
 }
 

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <vector>
 
+#include "devices/selectors/FacingPaths.h"
+#include "devices/selectors/FacingRows.h"
 #include "framework/Neighbourhood.h"
 #include "framework/PortableMath.h"
 
@@ -22,23 +24,21 @@ FacingDirection MakeFacingDirection(int32_t heading, int32_t elevation) {
     return dir;
 }
 
+namespace {
+struct Plain {};
+}  // namespace
+
 void FacingRows(const float* heights, const Orogen::Grid& grid, const FacingDirection& direction,
-                int32_t first, int32_t last, float* facing, float* angle) {
-    const int32_t width = grid.width, height = grid.height;
-    if (width <= 0 || height <= 0) return;
-    const Orogen::SlopeScale scale(grid);
-    std::vector<float> gx(static_cast<size_t>(width)), gy(static_cast<size_t>(width));
-    const float* d = direction.d;
-    for (int32_t y = first; y <= last; ++y) {
-        scale.SlopeRow(heights, width, height, y, gx.data(), gy.data());
-        const int64_t row = static_cast<int64_t>(y) * width;
-        for (int32_t x = 0; x < width; ++x) {
-            const float len = std::sqrt(gx[x] * gx[x] + 1.0f + gy[x] * gy[x]);
-            const float n0 = gx[x] / len, n1 = 1.0f / len, n2 = gy[x] / len;
-            facing[row + x] = std::max(n1 * d[1] + n0 * d[0] + n2 * d[2], 0.0f);
-            angle[row + x] = (Orogen::Atan2(gy[x], gx[x]) + 3.1415927f) / 6.2831855f;
-        }
+                int32_t first, int32_t last, float* facing, float* angle, VectorPath path) {
+    switch (UsablePath(path)) {
+        case VectorPath::Avx512:
+            return facing::FacingRowsAvx512(heights, grid, direction, first, last, facing, angle);
+        case VectorPath::Avx2:
+            return facing::FacingRowsAvx2(heights, grid, direction, first, last, facing, angle);
+        case VectorPath::Plain:
+            break;
     }
+    facing::FacingRowsOf<Plain>(heights, grid, direction, first, last, facing, angle);
 }
 
 void ConvexRows(const float* heights, int32_t width, int32_t height, float gain, int32_t first,

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "framework/HostServices.h"
+#include "framework/VectorDispatch.h"
 
 namespace basekit {
 
@@ -18,9 +19,10 @@ FacingDirection MakeFacingDirection(int32_t heading, int32_t elevation);
 
 // facing = max(0, n . D) and angle = the direction of the slope in 0..1, from
 // the slopes of `heights` in world units (`grid`: size, extent, vertical
-// scale). Unclamped.
+// scale). Unclamped. Every vector path gives the plain path's bits.
 void FacingRows(const float* heights, const Orogen::Grid& grid, const FacingDirection& direction,
-                int32_t first, int32_t last, float* facing, float* angle);
+                int32_t first, int32_t last, float* facing, float* angle,
+                VectorPath path = BestVectorPath());
 
 // out = 0.5 - gain * Laplacian, the neighbours beyond the edge being the
 // sample itself; gain is samples per world unit times the strength.
