@@ -21,12 +21,13 @@ void TracerLight(const float light[3], const Orogen::Grid& grid, float out[3]);
 void TraceShadowRowsLiteral(const float* heights, int32_t width, int32_t height,
                             const float light[3], int32_t first, int32_t last, float* shadow);
 
-// The same march, the same bits, skipping the stretches of a ray that a max
-// pyramid shows to be clear. A ray's height after k steps is known within the
-// rounding of k additions without making them; the additions are made only
-// where that band straddles a decision. Lines are rows, or columns when the
-// light runs more along y; each line is one piece of work, writing its own
-// samples.
+// The same march, the same bits, faster. The rays of a line (a row, or a
+// column when the light runs more along y) step together, eight abreast,
+// while most of them are still open; each ray left then skips the stretches
+// that a max pyramid shows to be clear. Its height after k steps is known
+// within the rounding of k additions without making them; the additions are
+// made only where that band straddles a decision. Each line is one piece of
+// work, writing its own samples.
 class ShadowTracer {
   public:
     ShadowTracer(const float* heights, int32_t width, int32_t height, const float light[3]);
