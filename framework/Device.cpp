@@ -267,6 +267,19 @@ bool Selector::PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& 
     return true;
 }
 
+PacketRef Selector::FreshOutput(const BuildContext& context, uint32_t index, const QXPacket& like) {
+    PacketRef field = TakePrepared(context, index);
+    const Grid& a = like.grid;
+    if (field && field->GetKind() == kHeightField) {
+        const Grid& b = field->grid;
+        if (a.width == b.width && a.height == b.height && a.x0 == b.x0 && a.y0 == b.y0 &&
+            a.x1 == b.x1 && a.y1 == b.y1 && a.verticalScale == b.verticalScale)
+            return field;
+    }
+    field.Release();  // before the new one, so that the two are not held at once
+    return NewPacketLike(like, kHeightField);
+}
+
 bool Filter::PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& context) {
     if (list.empty()) return false;
     list[0] = Orogen::GetInputPacket(this, 0, context);

@@ -259,6 +259,11 @@ public:
     int32_t GetDisplayMode() override { return 5; }
     bool OptionQuery9() override { return true; }
     bool PrepareOutputs(std::vector<PacketRef>& list, const BuildContext& context) override;
+
+protected:
+    // A height field for output `index` with the size and placement of
+    // `like`: the packet PrepareOutputs made when it matches, else a new one.
+    PacketRef FreshOutput(const BuildContext& context, uint32_t index, const QXPacket& like);
 };
 
 class Utility : public Device {

@@ -8,6 +8,7 @@
 #include "devices/converters/ChannelCombiner.h"
 #include "devices/converters/ChannelSplitter.h"
 #include "devices/converters/ColorGradient.h"
+#include "devices/converters/LightMapMaker.h"
 #include "devices/converters/NormalMaker.h"
 #include "devices/converters/SplatMaker.h"
 #include "devices/filters/AddNoise.h"
@@ -28,7 +29,9 @@
 #include "devices/natural/CoastalErosion.h"
 #include "devices/natural/SnowLevel.h"
 #include "devices/output/OverlayOutput.h"
+#include "devices/selectors/ConvexSelector.h"
 #include "devices/selectors/SelectColor.h"
+#include "devices/selectors/SelectFacing.h"
 #include "devices/utility/CheckPoint.h"
 #include "devices/utility/Equals.h"
 #include "devices/utility/MultiChooser.h"
@@ -45,7 +48,7 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /*  4 Displacement    */ {&CreateDevice<Displacement>, 4, 4, 0},
     /*  5 Ramp            */ {&CreateDevice<Ramp>, 4, 4, 0},
     /*  6 HeightSplitter  */ {&CreateDevice<HeightSplitter>, 4, 4, 0},
-    /*  7 SelectFacing    */ {nullptr, 6, 4, 0},
+    /*  7 SelectFacing    */ {&CreateDevice<SelectFacing>, 6, 4, 0},
     /*  8 MultiSwitch     */ {&CreateDevice<MultiSwitch>, 7, 0, 0},
     /*  9 MultiChooser    */ {&CreateDevice<MultiChooser>, 7, 0, 0},
     /* 10 AddNoise        */ {&CreateDevice<AddNoise>, 4, 4, 0},
@@ -58,12 +61,12 @@ const CatalogueEntry kCatalogue[kCatalogueSize] = {
     /* 17 Equalizer       */ {&CreateDevice<Equalizer>, 4, 4, 0},
     /* 18 Combiner2       */ {&CreateDevice<Combiner2>, 3, 12, 0},
     /* 19 OverlayOutput   */ {&CreateDevice<OverlayOutput>, 2, 12, 0},
-    /* 20 ConvexSelector  */ {nullptr, 6, 4, 0},
+    /* 20 ConvexSelector  */ {&CreateDevice<ConvexSelector>, 6, 4, 0},
     /* 21 ColorGradient   */ {&CreateDevice<ColorGradient>, 9, 8, 1},
     /* 22 NormalMaker     */ {&CreateDevice<NormalMaker>, 9, 4, 0},
     /* 23 ChannelSplitter */ {&CreateDevice<ChannelSplitter>, 9, 8, 0},
     /* 24 ChannelCombiner */ {&CreateDevice<ChannelCombiner>, 9, 8, 0},
-    /* 25 LightMapMaker   */ {nullptr, 9, 12, 0},
+    /* 25 LightMapMaker   */ {&CreateDevice<LightMapMaker>, 9, 12, 0},
     /* 26 GaussBlur       */ {&CreateDevice<GaussBlur>, 4, 4, 0},
     /* 27 Expander        */ {&CreateDevice<Expander>, 4, 4, 0},
     /* 28 CellularTex     */ {&CreateDevice<CellularTex>, 1, 4, 0},
