@@ -233,6 +233,15 @@ PacketRef Device::TakePrepared(const BuildContext& context, uint32_t index) {
     return std::move((*context.prepared)[index]);
 }
 
+PacketRef Device::WorkingInput(const BuildContext& context, uint32_t kinds) {
+    PacketRef packet = TakePrepared(context, 0);
+    if (!packet) packet = InputPacket(context, 0);
+    if (!packet) return packet;
+    if (kinds == kHeightField) packet = ConvertPacket(packet, kHeightField);
+    if ((packet->GetKind() & kinds) == 0) return PacketRef();
+    return packet;
+}
+
 void Device::StoreOutput(const BuildContext& context, const PacketRef& packet, uint32_t index) {
     if (!packet) return;
     SetPacketName(*packet, GetName());

@@ -134,6 +134,10 @@ public:
     const DeviceAction* FindAction(std::string_view label) const;
     // A packet PrepareOutputs left for slot `index`, or null.
     PacketRef TakePrepared(const BuildContext& context, uint32_t index);
+    // What a filter works on in place: the packet left for output 0, else the
+    // private copy of input 0. With `kinds` kHeightField alone a bitmap is read
+    // as a height field; null when the input is missing or of another kind.
+    PacketRef WorkingInput(const BuildContext& context, uint32_t kinds);
     // Names `packet` after the instance and stores it on output `index`.
     void StoreOutput(const BuildContext& context, const PacketRef& packet, uint32_t index);
 

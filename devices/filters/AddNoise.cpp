@@ -63,11 +63,8 @@ void AddNoiseRow(float* row, int32_t width, int32_t y, uint32_t seed, float amou
 }
 
 bool AddNoise::Build(const BuildContext& context) {
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = InputPacket(context, 0);
+    PacketRef field = WorkingInput(context, kHeightField);
     if (!field) return false;
-    field = ConvertPacket(field, kHeightField);
-    if (field->GetKind() != kHeightField) return false;
     const float amount = ParamFloat(this, "Amount");
     const int32_t type = ParamInt(this, "Noise Type");
     const auto seed = static_cast<uint32_t>(ParamInt(this, "Random Seed"));

@@ -50,11 +50,8 @@ void BiasGainSamples(float* values, uint64_t count, const BiasGainCurve& curve, 
 }
 
 bool BiasGain::Build(const BuildContext& context) {
-    PacketRef packet = TakePrepared(context, 0);
-    if (!packet) packet = InputPacket(context, 0);
+    PacketRef packet = WorkingInput(context, kHeightField | kBitmap);
     if (!packet) return false;
-    const uint32_t kind = packet->GetKind();
-    if (kind != kHeightField && kind != kBitmap) return false;
     const BiasGainCurve curve =
         MakeBiasGainCurve(ParamFloat(this, "Bias"), ParamFloat(this, "Gain"));
     ReportPercent(context, this, 0);

@@ -83,11 +83,8 @@ void EqualizeSamples(float* samples, uint64_t count, float strength) {
 }
 
 bool Equalizer::Build(const BuildContext& context) {
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = InputPacket(context, 0);
+    PacketRef field = WorkingInput(context, kHeightField);
     if (!field) return false;
-    field = ConvertPacket(field, kHeightField);
-    if (field->GetKind() != kHeightField) return false;
     const float strength = ParamFloat(this, "Strength");
     ReportPercent(context, this, 0);
     // One sort over the whole field: ranks need every sample, and a single

@@ -59,11 +59,8 @@ void ExpandSamples(float* samples, uint64_t count, const HeightRange& range, flo
 }
 
 bool Expander::Build(const BuildContext& context) {
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = InputPacket(context, 0);
+    PacketRef field = WorkingInput(context, kHeightField);
     if (!field) return false;
-    field = ConvertPacket(field, kHeightField);
-    if (field->GetKind() != kHeightField) return false;
     const float low = ParamFloat(this, "Low");
     const float high = ParamFloat(this, "High");
     ReportPercent(context, this, 0);

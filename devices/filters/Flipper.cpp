@@ -63,11 +63,8 @@ void FlipRows(const FlipPlane& plane, bool horizontal, bool vertical, int32_t fi
 }
 
 bool Flipper::Build(const BuildContext& context) {
-    PacketRef input = TakePrepared(context, 0);
-    if (!input) input = InputPacket(context, 0);
+    PacketRef input = WorkingInput(context, kHeightField | kBitmap);
     if (!input) return false;
-    const uint32_t kind = input->GetKind();
-    if (kind != kHeightField && kind != kBitmap) return false;
 
     const bool horizontal = ParamBool(this, "Flip Horizontally");
     const bool vertical = ParamBool(this, "Flip Vertically");

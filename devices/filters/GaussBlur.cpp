@@ -40,11 +40,8 @@ GaussBlur::GaussBlur() {
 }
 
 bool GaussBlur::Build(const BuildContext& context) {
-    PacketRef input = TakePrepared(context, 0);
-    if (!input) input = InputPacket(context, 0);
+    PacketRef input = WorkingInput(context, kHeightField | kBitmap);
     if (!input) return false;
-    const uint32_t kind = input->GetKind();
-    if (kind != kHeightField && kind != kBitmap) return false;
 
     const int32_t type = ParamInt(this, "Blur type");
     int32_t radius = ParamInt(this, "Blur radius");

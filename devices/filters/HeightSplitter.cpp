@@ -32,11 +32,8 @@ void SplitSamples(float* heights, float* upper, float* mask, uint64_t count, flo
 }
 
 bool HeightSplitter::Build(const BuildContext& context) {
-    PacketRef lower = TakePrepared(context, 0);
-    if (!lower) lower = InputPacket(context, 0);
+    PacketRef lower = WorkingInput(context, kHeightField);
     if (!lower) return false;
-    lower = ConvertPacket(lower, kHeightField);
-    if (lower->GetKind() != kHeightField) return false;
     PacketRef upper = NewPacketLike(*lower, kHeightField);
     PacketRef mask = NewPacketLike(*lower, kHeightField);
     const float split = ParamFloat(this, "Split Height");

@@ -99,11 +99,8 @@ void ScatterSpaced(const ScatterField& field, float* out, float d, uint32_t seed
 }
 
 bool ProbScatter::Build(const BuildContext& context) {
-    PacketRef input = TakePrepared(context, 0);
-    if (!input) input = InputPacket(context, 0);
+    PacketRef input = WorkingInput(context, kHeightField);
     if (!input) return false;
-    input = ConvertPacket(input, kHeightField);
-    if (input->GetKind() != kHeightField) return false;
     const float density = ParamFloat(this, "Density");
     const float spacing = ParamFloat(this, "Spacing");
     const auto seed = static_cast<uint32_t>(ParamInt(this, "Random Seed"));

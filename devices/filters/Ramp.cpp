@@ -30,11 +30,8 @@ void RampSamples(float* samples, uint64_t count, float start, float end, int32_t
 }
 
 bool Ramp::Build(const BuildContext& context) {
-    PacketRef field = TakePrepared(context, 0);
-    if (!field) field = InputPacket(context, 0);
+    PacketRef field = WorkingInput(context, kHeightField);
     if (!field) return false;
-    field = ConvertPacket(field, kHeightField);
-    if (field->GetKind() != kHeightField) return false;
     const float start = ParamFloat(this, "Start");
     const float end = ParamFloat(this, "End");
     const int32_t shape = ParamInt(this, "Shape");
