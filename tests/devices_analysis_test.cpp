@@ -20,24 +20,6 @@ using Orogen::GetParameter;
 
 class AnalysisTest : public HostTest {
   protected:
-    // Every output of `id` keeps its bits however many workers build it.
-    std::vector<std::vector<float>> BuildEveryWay(Network& network, const std::string& id) {
-        std::vector<std::vector<float>> first;
-        for (uint32_t workers : {0u, 1u, 2u, 7u}) {
-            BuildOptions options;
-            options.workers = workers;
-            const BuildReport report = network.Build(options);
-            EXPECT_EQ(report.Find(id)->status, BuildStatus::Built) << report.Find(id)->message;
-            std::vector<std::vector<float>> outputs;
-            for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
-                outputs.push_back(SamplesOf(network.Output(id, k)));
-            if (first.empty()) first = outputs;
-            for (size_t k = 0; k < outputs.size(); ++k)
-                EXPECT_TRUE(SameBits(outputs[k], first[k])) << id << "#" << k << " " << workers;
-        }
-        return first;
-    }
-
     // A wavy ramp of `width` x 29 over [0, x1] x [0, 1].
     std::unique_ptr<Network> WavyNetwork(int32_t width, double x1, double vertical) {
         auto network = MakeNetwork(width, 29);

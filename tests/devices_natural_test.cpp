@@ -15,28 +15,7 @@ using basekit::testing::SavedBytes;
 using Orogen::Device;
 using Orogen::GetParameter;
 
-class NaturalTest : public HostTest {
-  protected:
-    // Builds alone and with 1, 2 and 7 workers; every output of `id` must
-    // keep its bits. Returns them.
-    std::vector<std::vector<float>> BuildEveryWay(Network& network, const std::string& id) {
-        std::vector<std::vector<float>> first;
-        for (uint32_t workers : {0u, 1u, 2u, 7u}) {
-            BuildOptions options;
-            options.workers = workers;
-            const BuildReport report = network.Build(options);
-            EXPECT_EQ(report.Find(id)->status, BuildStatus::Built) << report.Find(id)->message;
-            std::vector<std::vector<float>> outputs;
-            for (uint32_t k = 0; k < network.Get(id).outputs.size(); ++k)
-                outputs.push_back(SamplesOf(network.Output(id, k)));
-            if (first.empty()) first = outputs;
-            EXPECT_EQ(outputs.size(), first.size());
-            for (size_t k = 0; k < outputs.size(); ++k)
-                EXPECT_TRUE(SameBits(outputs[k], first[k])) << id << "#" << k << " " << workers;
-        }
-        return first;
-    }
-};
+class NaturalTest : public HostTest {};
 
 // The erosion by its plain kernels and the plain blur.
 std::vector<std::vector<float>> ExpectedCoast(std::vector<float> h, const float* hardness,
