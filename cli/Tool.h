@@ -46,6 +46,11 @@ struct BuildSettings {
     uint64_t memoryBudget = 0;
 };
 
+// "ID.PARAM=VALUE" -> an override; VALUE is read as JSON where it is a
+// number, true/false or a quoted string, else as the text itself (a choice's
+// label, "#RRGGBB"). Throws UsageError.
+basekit::host::ParseOptions::Override ParseSetting(const std::string& text);
+
 // "png,r32" -> formats; throws UsageError, also for a format this build
 // cannot write.
 unsigned ParseFormats(const std::string& text);
@@ -58,9 +63,11 @@ uint64_t ParseMemory(const std::string& text);
 std::pair<int32_t, int32_t> ParseResolution(const std::string& text);
 
 // Reads a network file; errors become UsageError naming the file and place.
-basekit::host::Project ReadProject(basekit::host::Host& host, const std::filesystem::path& file);
+basekit::host::Project ReadProject(basekit::host::Host& host, const std::filesystem::path& file,
+                                   const basekit::host::ParseOptions& options = {});
 basekit::host::Project ReadProjectText(basekit::host::Host& host, const std::string& text,
-                                       const std::string& label);
+                                       const std::string& label,
+                                       const basekit::host::ParseOptions& options = {});
 
 // Builds the project, writes its exports, the manifest and (when asked) the
 // preview into settings.outputDir. Returns the exit code.

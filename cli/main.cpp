@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "DemoNetwork.h"
 #include "cli/Commands.h"
@@ -30,6 +31,15 @@ struct BuildFlags {
     std::string memory;
     bool quiet = false;
     bool preview = false;
+    std::optional<uint32_t> seed;
+    std::vector<std::string> sets;
+
+    basekit::host::ParseOptions Options() const {
+        basekit::host::ParseOptions options;
+        options.seed = seed;
+        for (const std::string& text : sets) options.overrides.push_back(ParseSetting(text));
+        return options;
+    }
 
     BuildSettings Settings() const {
         BuildSettings settings;
@@ -56,6 +66,12 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
                        "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
                        "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+    command.add_option("--seed", flags.seed,
+                       "Seed of the build, instead of the file's \"seed\": seeded devices without "
+                       "a \"Random Seed\" of their own take one from it and their id");
+    command.add_option("--set", flags.sets,
+                       "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
+        ->allow_extra_args(false);
 }
 
 int Run(int argc, char** argv) {
@@ -110,8 +126,15 @@ int Run(int argc, char** argv) {
         }
         // Options first: a bad command line is reported before anything is loaded.
         BuildSettings settings;
-        if (*build) settings = buildFlags.Settings();
-        if (*demo || app.get_subcommands().empty()) settings = demoFlags.Settings();
+        basekit::host::ParseOptions parseOptions;
+        if (*build) {
+            settings = buildFlags.Settings();
+            parseOptions = buildFlags.Options();
+        }
+        if (*demo || app.get_subcommands().empty()) {
+            settings = demoFlags.Settings();
+            parseOptions = demoFlags.Options();
+        }
 
         basekit::host::Host host;
         std::optional<fs::path> module;
@@ -130,7 +153,8 @@ int Run(int argc, char** argv) {
             return kExitOk;
         }
         basekit::host::Project project =
-            *build ? ReadProject(host, buildFile) : ReadProjectText(host, DemoNetworkText(), "demo network");
+            *build ? ReadProject(host, buildFile, parseOptions)
+                   : ReadProjectText(host, DemoNetworkText(), "demo network", parseOptions);
         return BuildAndExport(project, settings);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "orogen: %s\n", e.what());

@@ -382,8 +382,56 @@ void ReadValue(Orogen::Device& device, const json& value, const std::string& pla
     input->Set(cast, typeCode);
 }
 
+// A parameter to set on one device, and where it was asked for.
+struct Setting {
+    std::string name;
+    const json* value;
+    std::string place;
+};
+
+// Sets each parameter; one out of range is tried again once the others are
+// confirmed: its range may follow one of them (a router's "Output Choice"
+// ranges over "Number of Outputs").
+void ApplySettings(Network& network, Orogen::Device& device, const std::vector<Setting>& settings) {
+    std::vector<const Setting*> again;
+    for (const Setting& setting : settings) {
+        try {
+            SetParameter(device, setting.name, *setting.value);
+        } catch (const std::invalid_argument&) {
+            again.push_back(&setting);
+        }
+    }
+    // Confirmed as a user confirms the settings dialog, so that devices
+    // whose ports follow their settings (Voronoi's distortion input, the
+    // routers' port counts) rebuild them before the links are read.
+    network.GetHost().Dialogs().Script(1);
+    device.EditSettings();
+    if (again.empty()) return;
+    for (const Setting* setting : again) {
+        try {
+            SetParameter(device, setting->name, *setting->value);
+        } catch (const std::invalid_argument& e) {
+            Fail(setting->place, e.what());
+        }
+    }
+    network.GetHost().Dialogs().Script(1);
+    device.EditSettings();
+}
+
+// A seeded device left to its own seed takes one of the network's seed and
+// its id instead.
+void SeedDevice(Network& network, Orogen::Device& device, const std::string& id) {
+    int32_t index = Orogen::FindParameter(device.params, "Random Seed");
+    if (index < 0) return;
+    Orogen::ParamRecord& record = device.params.records[static_cast<size_t>(index)];
+    if (record.kind != Orogen::kParamInteger || record.maximum.i < record.minimum.i) return;
+    const uint64_t span = static_cast<uint64_t>(int64_t{record.maximum.i} - record.minimum.i) + 1;
+    const auto drawn = static_cast<uint64_t>(network.GetHost().Seeds().SeedFor(id));
+    record.value.i = static_cast<int32_t>(record.minimum.i + static_cast<int64_t>(drawn % span));
+}
+
 void ReadDevice(Network& network, const json& value, const std::string& place,
-                const fs::path& folder) {
+                const fs::path& folder, const std::vector<Setting>& overrides) {
     Keys(value, place,
          {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind",
           "value", "typeCode", "actions"});
@@ -459,36 +507,18 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
 
     ReadValue(device, value, place);
 
+    std::vector<Setting> settings;
     if (const json* params = Member(value, "params")) {
         if (!params->is_object()) Fail(place + ".params", "expected an object");
-        // A setting out of range is tried again once the others are
-        // confirmed: its range may follow one of them (a router's "Output
-        // Choice" ranges over "Number of Outputs").
-        std::vector<std::pair<std::string, const json*>> again;
-        for (const auto& [name, setting] : params->items()) {
-            try {
-                SetParameter(device, name, setting);
-            } catch (const std::invalid_argument&) {
-                again.emplace_back(name, &setting);
-            }
-        }
-        // Confirmed as a user confirms the settings dialog, so that devices
-        // whose ports follow their settings (Voronoi's distortion input, the
-        // routers' port counts) rebuild them before the links are read.
-        network.GetHost().Dialogs().Script(1);
-        device.EditSettings();
-        if (!again.empty()) {
-            for (const auto& [name, setting] : again) {
-                try {
-                    SetParameter(device, name, *setting);
-                } catch (const std::invalid_argument& e) {
-                    Fail(place + ".params." + name, e.what());
-                }
-            }
-            network.GetHost().Dialogs().Script(1);
-            device.EditSettings();
-        }
+        for (const auto& [name, setting] : params->items())
+            settings.push_back({name, &setting, place + ".params." + name});
     }
+    settings.insert(settings.end(), overrides.begin(), overrides.end());
+    const bool ownSeed = Member(value, "state") ||
+                         std::any_of(settings.begin(), settings.end(),
+                                     [](const Setting& s) { return s.name == "Random Seed"; });
+    if (network.seed && !ownSeed) SeedDevice(network, device, id);
+    if (Member(value, "params") || !settings.empty()) ApplySettings(network, device, settings);
 }
 
 void ReadLink(Network& network, const json& value, const std::string& place,
@@ -669,7 +699,39 @@ std::vector<ExportEntry> DefaultExports(const Network& network) {
     return exports;
 }
 
-Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) {
+namespace {
+
+// Each override's device (the longest id that "ID.PARAM" starts with) and
+// parameter.
+std::map<std::string, std::vector<Setting>> ResolveOverrides(const json& root,
+                                                             const ParseOptions& options) {
+    std::vector<std::string> ids;
+    if (const json* devices = Member(root, "devices"); devices && devices->is_array())
+        for (const json& item : *devices)
+            if (item.is_object() && item.contains("id") && item["id"].is_string())
+                ids.push_back(item["id"].get<std::string>());
+    std::map<std::string, std::vector<Setting>> byDevice;
+    for (const ParseOptions::Override& o : options.overrides) {
+        const std::string* best = nullptr;
+        for (const std::string& id : ids)
+            if (o.target.size() > id.size() + 1 && o.target.compare(0, id.size(), id) == 0 &&
+                o.target[id.size()] == '.' && (!best || id.size() > best->size()))
+                best = &id;
+        if (!best) {
+            size_t dot = o.target.rfind('.');
+            if (dot == std::string::npos || dot == 0 || dot + 1 == o.target.size())
+                Fail(o.place, "expected ID.PARAM=VALUE");
+            Fail(o.place, "no device " + Quoted(o.target.substr(0, dot)));
+        }
+        byDevice[*best].push_back({o.target.substr(best->size() + 1), &o.value, o.place});
+    }
+    return byDevice;
+}
+
+}  // namespace
+
+Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
+                     const ParseOptions& options) {
     json root;
     try {
         root = json::parse(text.begin(), text.end());
@@ -700,8 +762,12 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
             if (start < 0 || start > std::numeric_limits<uint32_t>::max())
                 Fail("seed", std::to_string(start) + " is outside 0..4294967295");
             network.seed = static_cast<uint32_t>(start);
-            host.Seeds().SetStart(*network.seed);
         }
+        if (options.seed) network.seed = options.seed;
+        if (network.seed) host.Seeds().SetStart(*network.seed);
+        const std::map<std::string, std::vector<Setting>> overrides =
+            ResolveOverrides(root, options);
+        const std::vector<Setting> none;
         if (const json* devices = Member(root, "devices")) {
             if (!devices->is_array()) Fail("devices", "expected an array");
             std::map<std::string, std::string> ids;
@@ -714,7 +780,11 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
                         Fail(place + ".id", "duplicate id " + Quoted(earlier->first) +
                                                 " (first at " + earlier->second + ")");
                 }
-                ReadDevice(network, item, place, folder);
+                auto own = item.is_object() && item.contains("id") && item["id"].is_string()
+                               ? overrides.find(item["id"].get<std::string>())
+                               : overrides.end();
+                ReadDevice(network, item, place, folder,
+                           own == overrides.end() ? none : own->second);
             }
         }
         if (const json* links = Member(root, "links")) {
@@ -740,13 +810,13 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
     }
 }
 
-Project LoadNetworkFile(Host& host, const fs::path& path) {
+Project LoadNetworkFile(Host& host, const fs::path& path, const ParseOptions& options) {
     std::ifstream in(path, std::ios::binary);
     if (!in) Fail(path.string(), "cannot open the file");
     std::ostringstream text;
     text << in.rdbuf();
     if (in.bad()) Fail(path.string(), "cannot read the file");
-    return ParseNetwork(host, text.str(), fs::absolute(path).parent_path());
+    return ParseNetwork(host, text.str(), fs::absolute(path).parent_path(), options);
 }
 
 // Saving

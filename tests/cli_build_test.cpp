@@ -124,7 +124,8 @@ TEST(CliBuild, ExportsAndManifestMatchTheFormulasInEveryFormat) {
 }
 
 // Outputs read by two devices, by one only, exported or not: handed over or
-// copied, paged out or not, the files are the same bytes.
+// copied, paged out or not, the files are the same bytes; a Voronoi without a
+// seed of its own takes the network's. --seed and --set change what they say.
 TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
     Scratch dir;
     WriteText(dir / "net.json", R"json({
@@ -132,7 +133,7 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
   "seed": 5,
   "devices": [
     {"id": "ramp", "type": "Gradient", "params": {"Direction": 30}},
-    {"id": "cells", "type": "Voronoi", "params": {"Scale": 0.5, "Random Seed": 9}},
+    {"id": "cells", "type": "Voronoi", "params": {"Scale": 0.5}},
     {"id": "soft", "type": "Blur", "params": {"Blur type": "Gaussian", "Blur radius": 3}},
     {"id": "box", "type": "Blur", "params": {"Blur type": "Uniform (fastest)", "Blur radius": 2}},
     {"id": "streaks", "type": "Blur", "params": {"Blur type": "Motion Blur", "Blur radius": 4}},
@@ -146,7 +147,8 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
   "export": [{"device": "streaks"}, {"device": "box"}, {"device": "cells"}, {"device": "warped"}]
 })json");
     const std::vector<std::vector<std::string>> runs = {
-        {"--threads", "1"}, {"--threads", "3"}, {"--threads", "2", "--memory", "1K"}};
+        {"--threads", "1"}, {"--threads", "3"}, {"--threads", "2", "--memory", "1K"},
+        {"--threads", "2", "--seed", "5"}};
     std::vector<std::string> first;
     for (size_t r = 0; r < runs.size(); ++r) {
         const std::string out = "out" + std::to_string(r);
@@ -163,6 +165,29 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
             EXPECT_TRUE(ReadText(dir / out / file) == ReadText(dir / "out0" / file))
                 << file << " differs with " << runs[r][1] << " threads";
         }
+    }
+    // What each option changes, and what it leaves.
+    const struct {
+        std::vector<std::string> args;
+        std::vector<std::string> changed, kept;
+    } options[] = {
+        {{"--seed", "6"}, {"cells.r32", "box.r32"}, {"warped.r32"}},
+        {{"--set", "cells.Scale=0.25"}, {"cells.r32", "streaks.r32"}, {"warped.r32"}},
+        {{"--set", "warped.Random Seed=4", "--set", "cells.Style=F2"},
+         {"cells.r32"},
+         {"warped.r32"}},
+        {{"--set", "ramp.Direction=60"}, {"warped.r32"}, {"cells.r32", "box.r32"}},
+    };
+    for (const auto& option : options) {
+        SCOPED_TRACE(option.args[1]);
+        std::vector<std::string> args = {"build", "net.json", "-o", "other", "-q", "--format", "r32"};
+        args.insert(args.end(), option.args.begin(), option.args.end());
+        RunResult run = RunOrogen(args, dir.path());
+        ASSERT_EQ(run.code, 0) << run.err;
+        for (const std::string& file : option.changed)
+            EXPECT_NE(ReadText(dir / "other" / file), ReadText(dir / "out0" / file)) << file;
+        for (const std::string& file : option.kept)
+            EXPECT_EQ(ReadText(dir / "other" / file), ReadText(dir / "out0" / file)) << file;
     }
 }
 
