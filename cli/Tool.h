@@ -18,7 +18,7 @@ enum ExitCode : int {
     kExitOk = 0,
     kExitError = 1,         // the module, the disk, anything else
     kExitUsage = 2,         // bad command line or network file; nothing written
-    kExitDeviceFailed = 3,  // a device failed and an export is missing
+    kExitDeviceFailed = 3,  // a device failed or an export is missing (not with --keep-going)
     kExitInterrupted = 130,
 };
 
@@ -41,6 +41,7 @@ struct BuildSettings {
     uint32_t threads = 0;  // total, the calling thread included; 0: one per core
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
+    bool keepGoing = false;  // failed devices and missing exports do not change the exit code
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;

@@ -31,6 +31,7 @@ struct BuildFlags {
     std::string memory;
     bool quiet = false;
     bool preview = false;
+    bool keepGoing = false;
     std::optional<uint32_t> seed;
     std::vector<std::string> sets;
 
@@ -50,6 +51,7 @@ struct BuildFlags {
         if (!memory.empty()) settings.memoryBudget = ParseMemory(memory);
         settings.quiet = quiet;
         settings.preview = preview;
+        settings.keepGoing = keepGoing;
         return settings;
     }
 };
@@ -66,6 +68,9 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
                        "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
                        "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+    command.add_flag("--keep-going", flags.keepGoing,
+                     "Exit 0 even when a device fails or an export is missing (the manifest "
+                     "still says so)");
     command.add_option("--seed", flags.seed,
                        "Seed of the build, instead of the file's \"seed\": seeded devices without "
                        "a \"Random Seed\" of their own take one from it and their id");

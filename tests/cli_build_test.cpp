@@ -299,6 +299,54 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     EXPECT_TRUE(manifest["devices"][1].contains("message"));
 }
 
+// The exit codes of the README's table: a device that fails makes 3 even
+// where no export reads it, a disabled one only where its export is missing;
+// --keep-going makes 0 of both, and the exports that could be written are.
+TEST(CliBuild, ExitCodesFollowTheDevicesAndKeepGoing) {
+    Scratch dir;
+    const std::string kept = R"("world": {"resolution": [5, 4]}, "devices": [
+        {"id": "hill", "type": "Radial Grad"}, {"id": "off", "type": "Constant", "enabled": false})";
+    const std::string devices = kept + R"(, {"id": "scan", "type": "File Input", "file": "absent.r32"}])";
+    const struct {
+        const char* what;
+        const char* exports;
+        std::vector<std::string> args;
+        int code;
+        const char* says;  // on standard error
+    } cases[] = {
+        {"all built", R"([{"device": "hill"}])", {}, 0, ""},
+        {"a failed device exported", R"([{"device": "hill"}, {"device": "scan"}])", {}, 3,
+         "export \"scan\" is missing"},
+        {"a failed device, --keep-going", R"([{"device": "hill"}, {"device": "scan"}])",
+         {"--keep-going"}, 0, "export \"scan\" is missing"},
+        {"a disabled device exported", R"([{"device": "hill"}, {"device": "off"}])", {}, 3,
+         "export \"off\" is missing"},
+        {"a disabled device, --keep-going", R"([{"device": "off"}, {"device": "hill"}])",
+         {"--keep-going"}, 0, "export \"off\" is missing"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        // Without "scan" among the devices for the first case.
+        const bool clean = c.code == 0 && c.args.empty();
+        std::string text = "{" + (clean ? kept + "]" : devices) + ", \"export\": " + c.exports + "}";
+        WriteText(dir / "net.json", text);
+        std::vector<std::string> args = {"build", "net.json", "-o", "out", "-q", "--format", "r32"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        fs::remove_all(dir / "out");
+        RunResult run = RunOrogen(args, dir.path());
+        EXPECT_EQ(run.code, c.code) << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        EXPECT_TRUE(fs::exists(dir / "out" / "hill.r32"));
+    }
+    // A failed device that no export reads is named on its own.
+    WriteText(dir / "net.json", "{" + devices + R"(, "export": [{"device": "hill"}]})");
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q"}, dir.path());
+    EXPECT_EQ(run.code, 3);
+    EXPECT_NE(run.err.find("device \"scan\" failed"), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("\"off\""), std::string::npos) << run.err;
+    EXPECT_EQ(RunOrogen({"build", "net.json", "-o", "out", "-q", "--keep-going"}, dir.path()).code, 0);
+}
+
 // A router sends its input to one output: exports of the others are missing
 // with exit code 3, and so is the export of a device that read nothing.
 TEST(CliBuild, RouterOutputsThatReceiveNothingAreMissing) {
