@@ -8,10 +8,12 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
@@ -294,6 +296,33 @@ private:
     fs::path folder, previous;
 };
 
+// The files the folder's manifest lists, by the export that wrote them ("" for
+// the preview). Null when there is no manifest; a manifest that cannot be
+// read lists nothing, so that nothing is removed on its word.
+std::optional<std::multimap<std::string, std::string>> PreviousFiles(const fs::path& dir) {
+    std::error_code error;
+    if (!fs::is_regular_file(dir / "manifest.json", error)) return std::nullopt;
+    std::multimap<std::string, std::string> files;
+    std::ifstream in(dir / "manifest.json", std::ios::binary);
+    json manifest = json::parse(in, nullptr, false);
+    if (manifest.is_discarded() || !manifest.is_object()) return files;
+    auto add = [&](const std::string& owner, const json& name) {
+        if (name.is_string() && PlainFileName(name.get<std::string>()))
+            files.emplace(owner, name.get<std::string>());
+    };
+    if (manifest.contains("outputs") && manifest["outputs"].is_array())
+        for (const json& output : manifest["outputs"]) {
+            if (!output.is_object() || !output.contains("files") || !output["files"].is_object())
+                continue;
+            std::string owner = output.value("name", std::string());
+            for (const auto& [format, name] : output["files"].items()) add(owner, name);
+        }
+    if (manifest.contains("preview") && manifest["preview"].is_object() &&
+        manifest["preview"].contains("file"))
+        add("", manifest["preview"]["file"]);
+    return files;
+}
+
 }  // namespace
 
 int BuildAndExport(Project& project, const BuildSettings& settings) {
@@ -304,6 +333,8 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     }
     CheckExportNames(project.exports);
     PrepareOutputFolder(settings.outputDir);
+    std::optional<std::multimap<std::string, std::string>> previous;
+    if (settings.clean) previous = PreviousFiles(settings.outputDir);
 
     uint32_t threads = settings.threads ? settings.threads : std::max(1u, std::thread::hardware_concurrency());
     basekit::host::SetExrThreads(threads > 1 ? static_cast<int>(threads) : 0);
@@ -446,12 +477,40 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
         return kExitInterrupted;
     }
+    // What the previous build wrote and this one did not: only regular files
+    // the previous manifest names, never one this build wrote, nor the old
+    // files of an export that is missing now.
+    std::vector<std::string> stale;
+    if (previous) {
+        std::set<std::string> kept = {"manifest.json"};
+        for (const json& output : outputs)
+            for (const auto& [format, name] : output["files"].items()) kept.insert(name.get<std::string>());
+        if (manifest.contains("preview")) kept.insert(manifest["preview"]["file"].get<std::string>());
+        for (const json& item : missing)
+            for (auto [at, end] = previous->equal_range(item["name"].get<std::string>()); at != end; ++at)
+                kept.insert(at->second);
+        std::error_code error;
+        for (const auto& [owner, name] : *previous)
+            if (!kept.count(name) && fs::symlink_status(settings.outputDir / name, error).type() ==
+                                         fs::file_type::regular &&
+                std::find(stale.begin(), stale.end(), name) == stale.end())
+                stale.push_back(name);
+        if (!stale.empty()) manifest["removed"] = stale;
+    }
     basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
+    for (const std::string& name : stale) {
+        std::error_code error;
+        fs::remove(settings.outputDir / name, error);
+        if (error)
+            std::fprintf(stderr, "orogen: --clean: cannot remove %s: %s\n",
+                         (settings.outputDir / name).string().c_str(), error.message().c_str());
+    }
 
     if (!settings.quiet) {
         PrintSummary(network, report);
         std::printf("wrote %zu of %zu outputs to %s\n", outputs.size(), project.exports.size(),
                     settings.outputDir.string().c_str());
+        if (!stale.empty()) std::printf("removed %zu files of the previous build\n", stale.size());
     }
     for (const json& item : missing)
         std::fprintf(stderr, "orogen: export \"%s\" is missing: %s\n",

@@ -17,10 +17,11 @@ using basekit::host::Host;
 using basekit::host::NetworkFileError;
 using basekit::host::Project;
 
-void LoadModule(Host& host, const std::optional<fs::path>& module) {
+fs::path LoadModule(Host& host, const std::optional<fs::path>& module) {
     ModuleSearch search = FindModule(module, ExecutablePath());
     if (!search.found) throw std::runtime_error(DescribeFailedSearch(search));
     host.LoadModule(*search.found);  // ModuleError says what is wrong with the file
+    return *search.found;
 }
 
 unsigned ParseFormats(const std::string& text) {

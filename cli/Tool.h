@@ -28,9 +28,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Loads the module found by FindModule into `host`. Throws std::runtime_error
-// with one line saying where it looked, or why the module was refused.
-void LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
+// Loads the module found by FindModule into `host` and returns its path.
+// Throws std::runtime_error with one line saying where it looked, or why the
+// module was refused.
+std::filesystem::path LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
 
 enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
 
@@ -42,6 +43,9 @@ struct BuildSettings {
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
     bool keepGoing = false;  // failed devices and missing exports do not change the exit code
+    // Removes the files the previous manifest in the folder lists that this
+    // build does not write (an export that is missing keeps its old files).
+    bool clean = false;
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;

@@ -1,6 +1,7 @@
 // orogen: builds terrain networks with the BaseKit64 devices from the command line.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -32,6 +33,7 @@ struct BuildFlags {
     bool quiet = false;
     bool preview = false;
     bool keepGoing = false;
+    bool clean = false;
     std::optional<uint32_t> seed;
     std::vector<std::string> sets;
 
@@ -52,6 +54,7 @@ struct BuildFlags {
         settings.quiet = quiet;
         settings.preview = preview;
         settings.keepGoing = keepGoing;
+        settings.clean = clean;
         return settings;
     }
 };
@@ -68,6 +71,9 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
                        "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
                        "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+    command.add_flag("--clean", flags.clean,
+                     "Remove the files the folder's previous manifest lists that this build does "
+                     "not write");
     command.add_flag("--keep-going", flags.keepGoing,
                      "Exit 0 even when a device fails or an export is missing (the manifest "
                      "still says so)");
@@ -79,6 +85,38 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
         ->allow_extra_args(false);
 }
 
+// The command's name moves to the front, so that its options may come before
+// it as well as after ("orogen --threads 2 build net.json"); an option's
+// value is never taken for a command.
+std::vector<std::string> CommandFirst(CLI::App& app, int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    std::vector<const CLI::App*> apps = {&app};
+    for (const CLI::App* command : app.get_subcommands({})) apps.push_back(command);
+    auto takesValue = [&](const std::string& name) {
+        for (const CLI::App* a : apps)
+            for (const CLI::Option* option : a->get_options())
+                if (option->check_name(name)) return option->get_items_expected_min() > 0;
+        return false;
+    };
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--") break;
+        if (arg.size() > 1 && arg[0] == '-') {
+            if (arg.find('=') == std::string::npos && takesValue(arg)) ++i;
+            continue;
+        }
+        const bool command = std::any_of(apps.begin() + 1, apps.end(),
+                                         [&](const CLI::App* a) { return a->check_name(arg); });
+        if (command && i > 0) {
+            std::string name = arg;
+            args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
+            args.insert(args.begin(), name);
+        }
+        break;
+    }
+    return args;
+}
+
 int Run(int argc, char** argv) {
     CLI::App app{"orogen: builds terrain networks with the BaseKit64 devices.\n"
                  "Without a command it builds the demo network into out/ with a preview picture."};
@@ -88,6 +126,10 @@ int Run(int argc, char** argv) {
     std::string modulePath;
     app.add_option("--module", modulePath,
                    "The device module (default: $BASEKIT64_MODULE, else beside the program)");
+    bool version = false;
+    app.add_flag("--version", version, "The version of orogen and the device types of its module");
+    // The tool's own options may follow the command too.
+    app.fallthrough();
 
     bool devicesJson = false;
     CLI::App* devices = app.add_subcommand("devices", "List the device types and their parameters");
@@ -114,7 +156,10 @@ int Run(int argc, char** argv) {
 
     app.require_subcommand(0, 1);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> args = CommandFirst(app, argc, argv);
+        std::reverse(args.begin(), args.end());  // CLI11 takes them last first
+        app.name("orogen");
+        app.parse(args);
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
@@ -141,14 +186,23 @@ int Run(int argc, char** argv) {
             parseOptions = demoFlags.Options();
         }
 
+        if (version) std::printf("orogen %s\n", OROGEN_VERSION);
         basekit::host::Host host;
         std::optional<fs::path> module;
         if (!modulePath.empty()) module = fs::path(modulePath);
+        fs::path loaded;
         try {
-            LoadModule(host, module);
+            loaded = LoadModule(host, module);
         } catch (const std::exception& e) {
             std::fprintf(stderr, "orogen: %s\n", e.what());
             return kExitError;
+        }
+        if (version) {
+            size_t types = 0;
+            for (const basekit::host::DeviceType& type : host.Types())
+                if (type.catalogueIndex >= 0) ++types;
+            std::printf("module %s: %zu device types\n", loaded.string().c_str(), types);
+            return kExitOk;
         }
 
         if (*devices) return RunDevices(host, devicesJson);

@@ -141,17 +141,36 @@ size_t EditDistance(std::string_view a, std::string_view b) {
     return row[b.size()];
 }
 
-std::string NearestTypes(const Host& host, std::string_view wanted) {
+// The closest of `names` to `wanted`, and those nearly as close, at most three.
+std::string Nearest(const std::vector<std::string>& names, std::string_view wanted) {
+    if (names.empty()) return "none";
     std::vector<std::pair<size_t, std::string>> ranked;
-    for (const DeviceType& type : host.Types())
-        ranked.emplace_back(EditDistance(wanted, type.typeName), type.typeName);
+    for (const std::string& name : names) ranked.emplace_back(EditDistance(wanted, name), name);
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
-    // The closest, and those nearly as close, at most three.
+    std::vector<std::string> closest;
+    for (size_t i = 0; i < ranked.size() && closest.size() < 3; ++i)
+        if (ranked[i].first <= ranked[0].first + 1) closest.push_back(ranked[i].second);
+    return QuotedList(closest);
+}
+
+std::string NearestTypes(const Host& host, std::string_view wanted) {
     std::vector<std::string> names;
-    for (size_t i = 0; i < ranked.size() && names.size() < 3; ++i)
-        if (ranked[i].first <= ranked[0].first + 1) names.push_back(ranked[i].second);
-    return QuotedList(names);
+    for (const DeviceType& type : host.Types()) names.push_back(type.typeName);
+    return Nearest(names, wanted);
+}
+
+std::vector<std::string> ParameterNames(const Orogen::Device& device) {
+    std::vector<std::string> names;
+    for (const Orogen::ParamRecord& record : device.params.records) names.push_back(record.name);
+    return names;
+}
+
+// "; nearest: ..." where there are names enough to choose from, then every one.
+std::string NearestAndValid(const std::vector<std::string>& names, std::string_view wanted) {
+    std::string text;
+    if (names.size() > 1) text = "; nearest: " + Nearest(names, wanted);
+    return text + "; valid: " + QuotedList(names);
 }
 
 // Parameters
@@ -182,12 +201,7 @@ std::vector<std::string> Labels(const Orogen::ParamRecord& record) {
 
 void SetParameter(Orogen::Device& device, const std::string& name, const json& value) {
     int32_t index = Orogen::FindParameter(device.params, name.c_str());
-    if (index < 0) {
-        std::vector<std::string> names;
-        for (const Orogen::ParamRecord& record : device.params.records)
-            names.push_back(record.name);
-        Invalid("unknown parameter; valid: " + QuotedList(names));
-    }
+    if (index < 0) Invalid("unknown parameter" + NearestAndValid(ParameterNames(device), name));
     Orogen::ParamRecord& record = device.params.records[static_cast<size_t>(index)];
     switch (record.kind) {
         case Orogen::kParamReal: {
@@ -521,6 +535,25 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
     if (Member(value, "params") || !settings.empty()) ApplySettings(network, device, settings);
 }
 
+// A port by its number, or by its name where that names exactly one.
+template <typename PortType>
+uint32_t PortIndex(const json& value, const std::string& place, const std::string& id,
+                   const std::vector<PortType*>& ports, const char* what) {
+    if (!value.is_string()) return Index(value, place);
+    const std::string wanted = value.get<std::string>();
+    std::vector<std::string> names;
+    std::vector<uint32_t> found;
+    for (size_t i = 0; i < ports.size(); ++i) {
+        names.emplace_back(ports[i]->name);
+        if (names.back() == wanted) found.push_back(static_cast<uint32_t>(i));
+    }
+    if (found.size() == 1) return found[0];
+    if (found.empty())
+        Fail(place, Quoted(id) + " has no " + what + " " + Quoted(wanted) + NearestAndValid(names, wanted));
+    Fail(place, Quoted(id) + " has " + std::to_string(found.size()) + " " + what + "s named " +
+                    Quoted(wanted) + "; give its number");
+}
+
 void ReadLink(Network& network, const json& value, const std::string& place,
               std::map<const Orogen::Port*, std::string>& linkedBy) {
     Keys(value, place, {"from", "output", "to", "input", "param"});
@@ -536,7 +569,8 @@ void ReadLink(Network& network, const json& value, const std::string& place,
     if (!target) Fail(place + ".to", "no device " + Quoted(to));
 
     uint32_t output = 0;
-    if (const json* o = Member(value, "output")) output = Index(*o, place + ".output");
+    if (const json* o = Member(value, "output"))
+        output = PortIndex(*o, place + ".output", from, source->outputs, "output");
     if (output >= source->outputs.size())
         Fail(place + ".output", Quoted(from) + " has no output " + std::to_string(output) +
                                     " (it has " + std::to_string(source->outputs.size()) + ")");
@@ -553,17 +587,13 @@ void ReadLink(Network& network, const json& value, const std::string& place,
         portPlace = place + ".param";
         param = String(*paramValue, portPlace);
         int32_t index = Orogen::FindParameter(target->params, param.c_str());
-        if (index < 0 || static_cast<size_t>(index) >= target->paramPorts.size()) {
-            std::vector<std::string> names;
-            for (const Orogen::ParamRecord& record : target->params.records)
-                names.push_back(record.name);
+        if (index < 0 || static_cast<size_t>(index) >= target->paramPorts.size())
             Fail(portPlace, Quoted(to) + " has no parameter " + Quoted(param) +
-                                "; valid: " + QuotedList(names));
-        }
+                                NearestAndValid(ParameterNames(*target), param));
         port = target->paramPorts[static_cast<size_t>(index)];
     } else {
         portPlace = place + ".input";
-        if (inputValue) input = Index(*inputValue, portPlace);
+        if (inputValue) input = PortIndex(*inputValue, portPlace, to, target->inputs, "input");
         if (input >= target->inputs.size())
             Fail(portPlace, Quoted(to) + " has no input " + std::to_string(input) + " (it has " +
                                 std::to_string(target->inputs.size()) + ")");
@@ -621,7 +651,8 @@ std::vector<ExportEntry> ReadExports(const Network& network, const json& value) 
         entry.device = String(*deviceValue, place + ".device");
         Orogen::Device* device = network.Find(entry.device);
         if (!device) Fail(place + ".device", "no device " + Quoted(entry.device));
-        if (const json* o = Member(item, "output")) entry.output = Index(*o, place + ".output");
+        if (const json* o = Member(item, "output"))
+            entry.output = PortIndex(*o, place + ".output", entry.device, device->outputs, "output");
         if (entry.output >= device->outputs.size())
             Fail(place + ".output", Quoted(entry.device) + " has no output " +
                                         std::to_string(entry.output) + " (it has " +

@@ -347,6 +347,60 @@ TEST(CliBuild, ExitCodesFollowTheDevicesAndKeepGoing) {
     EXPECT_EQ(RunOrogen({"build", "net.json", "-o", "out", "-q", "--keep-going"}, dir.path()).code, 0);
 }
 
+// --clean removes what the previous manifest lists and this build does not
+// write: never a file it does not list, one outside the folder, a folder or a
+// link, nor the last files of an export that is missing now.
+TEST(CliBuild, CleanRemovesOnlyThePreviousBuildsLeftovers) {
+    Scratch dir;
+    Image field{5, 4, 1, std::vector<float>(20, 0.5f)};
+    basekit::host::WriteR32(dir / "input.r32", field);
+    WriteText(dir / "net.json", R"({"world": {"resolution": [5, 4]}, "devices": [
+        {"id": "hill", "type": "Radial Grad"}, {"id": "flat", "type": "Constant"},
+        {"id": "scan", "type": "File Input", "file": "input.r32"}]})");
+    RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q", "--format", "png,r32"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    // Names the manifest should never have held, and files it never listed.
+    WriteText(dir / "victim.txt", "keep");
+    WriteText(dir / "out" / "notes.txt", "keep");
+    fs::create_directory(dir / "out" / "folder");
+    fs::create_symlink(dir / "victim.txt", dir / "out" / "link.txt");
+    json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+    manifest["outputs"][0]["files"]["x1"] = "../victim.txt";
+    manifest["outputs"][0]["files"]["x2"] = "folder";
+    manifest["outputs"][0]["files"]["x3"] = "link.txt";
+    WriteText(dir / "out" / "manifest.json", manifest.dump());
+
+    // "flat" is gone and "scan" fails: only flat's files go, and only with --clean.
+    fs::remove(dir / "input.r32");
+    WriteText(dir / "net.json", R"({"world": {"resolution": [5, 4]}, "devices": [
+        {"id": "hill", "type": "Radial Grad"}, {"id": "scan", "type": "File Input", "file": "input.r32"}]})");
+    const std::vector<std::string> before = ListFolder(dir / "out");
+    const struct {
+        std::vector<std::string> args;
+        std::vector<std::string> gone;
+    } cases[] = {
+        {{"--format", "r32"}, {}},
+        {{"--format", "r32", "--clean"}, {"flat.png", "flat.r32", "hill.png"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args.size());
+        std::vector<std::string> args = {"build", "net.json", "-o", "out", "-q"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        run = RunOrogen(args, dir.path());
+        EXPECT_EQ(run.code, 3) << run.err;
+        std::vector<std::string> want;
+        for (const std::string& name : before)
+            if (std::find(c.gone.begin(), c.gone.end(), name) == c.gone.end()) want.push_back(name);
+        EXPECT_EQ(ListFolder(dir / "out"), want);
+        EXPECT_EQ(ReadText(dir / "victim.txt"), "keep");
+        if (!c.gone.empty()) {
+            EXPECT_EQ(json::parse(ReadText(dir / "out" / "manifest.json"))["removed"], json(c.gone));
+        }
+        // Put the listing back for the next case.
+        WriteText(dir / "out" / "manifest.json", manifest.dump());
+    }
+}
+
 // A router sends its input to one output: exports of the others are missing
 // with exit code 3, and so is the export of a device that read nothing.
 TEST(CliBuild, RouterOutputsThatReceiveNothingAreMissing) {

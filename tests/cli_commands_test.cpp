@@ -25,6 +25,54 @@ TEST(CliDevices, TableListsTypesAndParameters) {
         EXPECT_NE(run.out.find(text), std::string::npos) << text;
 }
 
+// The project's version and the module's count of device types.
+TEST(CliCommands, VersionNamesTheProjectAndTheModule) {
+    Scratch dir;
+    const std::string cmake = ReadText(fs::path(BASEKIT64_SOURCE_DIR) / "CMakeLists.txt");
+    const size_t at = cmake.find("VERSION ", cmake.find("project(BaseKit64")) + 8;
+    const std::string version = cmake.substr(at, cmake.find_first_of(" )", at) - at);
+    const json golden = json::parse(ReadText(fs::path(BASEKIT64_SOURCE_DIR) / "tests" / "golden" / "devices.json"));
+    size_t types = 0;
+    for (const json& type : golden) types += type["index"].is_number() ? 1 : 0;
+    RunResult run = RunOrogen({"--version", "--module", BASEKIT64_MODULE_PATH}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "orogen " + version + "\nmodule " + std::string(BASEKIT64_MODULE_PATH) + ": " +
+                           std::to_string(types) + " device types\n");
+    // Without a module the version still shows; the missing module is an error.
+    run = RunOrogen({"--version", "--module", (dir / "none.so").string()}, dir.path());
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.out, "orogen " + version + "\n");
+    EXPECT_NE(run.err.find("none.so"), std::string::npos) << run.err;
+}
+
+// Options on either side of the command give the same build; a value that
+// reads like a command stays a value.
+TEST(CliCommands, OptionsBeforeOrAfterTheCommand) {
+    Scratch dir;
+    WriteText(dir / "net.json", R"({"world": {"resolution": [9, 7]},
+        "devices": [{"id": "hill", "type": "Radial Grad"}]})");
+    const std::string module = BASEKIT64_MODULE_PATH;
+    const std::vector<std::vector<std::string>> orders = {
+        {"build", "net.json", "-q", "--format", "r32", "-o", "build", "--module", module},
+        {"--module", module, "build", "-q", "--format", "r32", "-o", "build", "net.json"},
+        {"-q", "--format", "r32", "-o", "build", "build", "net.json"},
+        {"-o", "devices", "--format=r32", "--threads", "2", "build", "net.json", "-q"},
+    };
+    for (const std::vector<std::string>& args : orders) {
+        SCOPED_TRACE(args[0] + " " + args[1] + " " + args[2]);
+        fs::remove_all(dir / "build");
+        fs::remove_all(dir / "devices");
+        RunResult run = RunOrogen(args, dir.path());
+        ASSERT_EQ(run.code, 0) << run.err;
+        EXPECT_EQ(run.out, "");
+        const fs::path out = dir / (args[0] == "-o" ? "devices" : "build");
+        EXPECT_EQ(ListFolder(out), (std::vector<std::string>{"hill.r32", "manifest.json"}));
+    }
+    RunResult run = RunOrogen({"devices", "--module", module}, dir.path());
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.out.find("Radial Grad"), std::string::npos);
+}
+
 TEST(CliDemo, EmbeddedNetworkIsTheExampleFile) {
     Scratch dir;
     RunResult run = RunOrogen({"demo", "--print"}, dir.path());

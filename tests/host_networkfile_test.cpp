@@ -1,5 +1,6 @@
 // Project files: reading, the errors each mistake gives, saving, and builds
 // that come out the same after a save and a load.
+#include <algorithm>
 #include <map>
 
 #include "host/FileInput.h"
@@ -184,8 +185,21 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "output": 2, "to": "b"}]})",
          "links[0].output: \"a\" has no output 2 (it has 1)"},
         {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "to": "b", "param": "Amout"}]})",
-         "links[0].param: \"b\" has no parameter \"Amout\"; valid: \"Amount\", \"Report rows\", "
-         "\"Mode\", \"Tint\""},
+         "links[0].param: \"b\" has no parameter \"Amout\"; nearest: \"Amount\"; valid: "
+         "\"Amount\", \"Report rows\", \"Mode\", \"Tint\""},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint ": 1}}]})",
+         "devices[0].params.Tint : unknown parameter; nearest: \"Tint\"; valid: \"Amount\", "
+         "\"Report rows\", \"Mode\", \"Tint\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp"}, {"id": "c", "type": "Coast Erosion"}],
+            "links": [{"from": "a", "to": "c", "input": "Hardnes Map"}]})",
+         "links[0].input: \"c\" has no input \"Hardnes Map\"; nearest: \"Hardness Map\"; valid: "
+         "\"Primary Input\", \"Hardness Map\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp"}, {"id": "c", "type": "Arithmetic Combiner"}],
+            "links": [{"from": "a", "to": "c", "input": "Primary Input"}]})",
+         "links[0].input: \"c\" has 2 inputs named \"Primary Input\"; give its number"},
+        {R"({"devices": [{"id": "c", "type": "Coast Erosion"}], "export": [{"device": "c", "output": "Beach"}]})",
+         "export[0].output: \"c\" has no output \"Beach\"; nearest: \"Beach Map\"; valid: "
+         "\"Primary Output\", \"Water Map\", \"Beach Map\""},
         {R"({"devices": [)" + two +
              R"(], "links": [{"from": "a", "to": "b"}, {"from": "a", "to": "b", "input": 0}]})",
          "links[1].input: this port is linked already by links[0]"},
@@ -330,6 +344,28 @@ TEST_F(NetworkFileTest, OverridesAreCheckedLikeTheFile) {
             EXPECT_EQ(std::string(e.what()).substr(0, c.message.size()), c.message);
         }
     }
+}
+
+// Links and exports name ports by number or by name.
+TEST_F(NetworkFileTest, PortsByNameOrNumber) {
+    Project project = ParseNetwork(*host, R"({"devices": [
+        {"id": "ramp", "type": "Test Ramp"}, {"id": "coast", "type": "Coast Erosion"},
+        {"id": "cells", "type": "Voronoi", "params": {"Distortion Enable": true}}],
+      "links": [{"from": "ramp", "to": "coast", "input": "Hardness Map"},
+                {"from": "ramp", "to": "coast", "input": 0},
+                {"from": "coast", "output": "Water Map", "to": "cells", "input": "Distortion Map"}],
+      "export": [{"device": "coast", "output": "Beach Map"}, {"device": "coast", "output": 0}]})",
+                                   "");
+    std::vector<std::string> links;
+    for (const Link& link : project.network->Links())
+        links.push_back(link.from + "/" + std::to_string(link.output) + ">" + link.to + "/" +
+                        std::to_string(link.input));
+    std::sort(links.begin(), links.end());
+    EXPECT_EQ(links, (std::vector<std::string>{"coast/1>cells/0", "ramp/0>coast/0", "ramp/0>coast/1"}));
+    ASSERT_EQ(project.exports.size(), 2u);
+    EXPECT_EQ(project.exports[0].output, 2u);
+    EXPECT_EQ(project.exports[0].name, "coast_2");
+    EXPECT_EQ(project.exports[1].output, 0u);
 }
 
 TEST_F(NetworkFileTest, ReadingAMissingFileFails) {
