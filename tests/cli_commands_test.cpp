@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
+#include <sstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -71,6 +73,63 @@ TEST(CliCommands, OptionsBeforeOrAfterTheCommand) {
     RunResult run = RunOrogen({"devices", "--module", module}, dir.path());
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_NE(run.out.find("Radial Grad"), std::string::npos);
+}
+
+// Every parameter of the module has a unit and a meaning, and README.md's
+// tables say the same as `orogen devices`.
+TEST(CliDevices, EveryParameterHasAUnitAndTheReadmeAgrees) {
+    Scratch dir;
+    RunResult run = RunOrogen({"devices", "--json"}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.err;
+    const json catalogue = json::parse(run.out);
+    std::map<std::pair<std::string, std::string>, json> parameters;
+    for (const json& type : catalogue)
+        for (const json& p : type["parameters"]) {
+            if (!type["index"].is_null()) {
+                EXPECT_TRUE(p["unit"].is_string()) << type["typeName"] << " " << p["name"] << ": no unit";
+                EXPECT_FALSE(p["meaning"].get<std::string>().empty()) << type["typeName"] << " " << p["name"];
+            }
+            parameters[{type["typeName"], p["name"]}] = p;
+        }
+    // The rows of each "**Type** parameters:" (or "**A** and **B** parameters:") table.
+    std::istringstream readme(ReadText(fs::path(BASEKIT64_SOURCE_DIR) / "README.md"));
+    std::vector<std::string> types;
+    size_t rows = 0;
+    for (std::string line; std::getline(readme, line);) {
+        if (line.size() > 2 && line.rfind("**", 0) == 0 && line.find("** parameters:") != std::string::npos) {
+            types.clear();
+            for (size_t at = 0; (at = line.find("**", at)) != std::string::npos;) {
+                const size_t end = line.find("**", at + 2);
+                types.push_back(line.substr(at + 2, end - at - 2));
+                at = end + 2;
+            }
+            continue;
+        }
+        if (line.empty() || line[0] != '|') {
+            if (!line.empty()) types.clear();
+            continue;
+        }
+        if (types.empty() || line.rfind("| Parameter |", 0) == 0 || line.rfind("|---", 0) == 0) continue;
+        std::vector<std::string> cells;
+        for (size_t at = 2; at < line.size();) {
+            const size_t end = line.find(" |", at);
+            cells.push_back(line.substr(at, end - at));
+            at = end + 3;
+        }
+        ASSERT_EQ(cells.size(), 6u) << line;
+        for (const std::string& type : types) {
+            SCOPED_TRACE(type + " " + cells[0]);
+            auto found = parameters.find({type, cells[0]});
+            ASSERT_NE(found, parameters.end()) << "README.md lists a parameter the catalogue lacks";
+            EXPECT_EQ(cells[4], found->second["unit"].get<std::string>());
+            EXPECT_EQ(cells[5].rfind(found->second["meaning"].get<std::string>(), 0), 0u) << cells[5];
+            ++rows;
+        }
+    }
+    size_t moduleParameters = 0;
+    for (const json& type : catalogue)
+        if (!type["index"].is_null()) moduleParameters += type["parameters"].size();
+    EXPECT_EQ(rows, moduleParameters) << "README.md lacks a table or a row";
 }
 
 TEST(CliDemo, EmbeddedNetworkIsTheExampleFile) {
