@@ -13,8 +13,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -168,6 +168,7 @@ struct ExportJob {
     const ExportEntry* entry = nullptr;
     Orogen::PacketRef packet;
     bool view = false;  // the first output device's view: the preview when it comes
+    bool candidate = false;  // may be the preview: its packet is kept
     // Results, read once every job is done.
     bool ready = false;     // a height field or bitmap came
     bool received = false;  // any packet came
@@ -259,8 +260,8 @@ private:
             job.error = e.what();
         }
         job.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        // Kept only for the preview: the view, or else the first height field.
-        if (!settings.preview || (image.channels != 1 && !job.view)) job.packet.Release();
+        // Kept only where it may be the preview.
+        if (!job.candidate) job.packet.Release();
     }
 
     basekit::host::WorkerThreadPool& pool;
@@ -323,6 +324,21 @@ std::optional<std::multimap<std::string, std::string>> PreviousFiles(const fs::p
     return files;
 }
 
+// The export --preview=ID names: by its name, else the first of device ID.
+// Throws UsageError for a name that is neither.
+std::optional<size_t> PreviewIndex(const std::vector<ExportEntry>& exports,
+                                   const BuildSettings& settings) {
+    if (!settings.preview || settings.previewOf.empty()) return std::nullopt;
+    for (size_t i = 0; i < exports.size(); ++i)
+        if (exports[i].name == settings.previewOf) return i;
+    for (size_t i = 0; i < exports.size(); ++i)
+        if (exports[i].device == settings.previewOf) return i;
+    std::string list;
+    for (const ExportEntry& entry : exports) list += (list.empty() ? "\"" : ", \"") + entry.name + "\"";
+    throw UsageError("--preview: no export or device \"" + settings.previewOf +
+                     "\"; exports: " + (list.empty() ? "none" : list));
+}
+
 }  // namespace
 
 int BuildAndExport(Project& project, const BuildSettings& settings) {
@@ -332,6 +348,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         network.world.height = settings.resolution->second;
     }
     CheckExportNames(project.exports);
+    const std::optional<size_t> previewIndex = PreviewIndex(project.exports, settings);
     PrepareOutputFolder(settings.outputDir);
     std::optional<std::multimap<std::string, std::string>> previous;
     if (settings.clean) previous = PreviousFiles(settings.outputDir);
@@ -371,6 +388,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             if (job.entry->device == id && job.entry->output == 0) job.view = true;
         break;
     }
+    // What may be the preview: the export named, or every one.
+    for (size_t i = 0; i < jobs.size(); ++i)
+        jobs[i].candidate = settings.preview && (!previewIndex || i == *previewIndex);
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
     Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
@@ -439,8 +459,22 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                            {"max", job.range[1]},
                            {"files", job.files},
                            {"seconds", job.seconds}});
-        if (settings.preview && job.packet && (job.view || (!previewOf && !job.bitmap)))
-            previewOf = &job;
+    }
+    // The preview: the export named, else the first view, else the first height
+    // field, else the first bitmap.
+    if (settings.preview) {
+        for (const ExportJob& job : jobs)
+            if (job.ready && job.packet && job.candidate && job.view && !previewOf) previewOf = &job;
+        for (bool bitmap : {false, true})
+            for (const ExportJob& job : jobs)
+                if (job.ready && job.packet && job.candidate && job.bitmap == bitmap && !previewOf)
+                    previewOf = &job;
+        if (!previewOf)
+            std::fprintf(stderr, "orogen: --preview: nothing to preview: %s\n",
+                         settings.previewOf.empty()
+                             ? "no export holds a height field or bitmap"
+                             : ("\"" + settings.previewOf + "\" holds no height field or bitmap in this build")
+                                   .c_str());
     }
 
     json manifest;

@@ -42,6 +42,7 @@ struct BuildSettings {
     uint32_t threads = 0;  // total, the calling thread included; 0: one per core
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
+    std::string previewOf;  // the export (or device) to preview; empty: the first
     bool keepGoing = false;  // failed devices and missing exports do not change the exit code
     // Removes the files the previous manifest in the folder lists that this
     // build does not write (an export that is missing keeps its old files).

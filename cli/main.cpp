@@ -140,7 +140,11 @@ int Run(int argc, char** argv) {
     CLI::App* build = app.add_subcommand("build", "Build a network file and write its exports");
     build->add_option("file", buildFile, "Network file (JSON)")->required();
     AddBuildFlags(*build, buildFlags);
-    build->add_flag("--preview", buildFlags.preview, "Also write preview.png of the first height field");
+    std::string previewName;
+    CLI::Option* preview = build->add_flag(
+        "--preview{*}", previewName,
+        "Also write preview.png: of the first view, else the first height field, else the first "
+        "bitmap; --preview=ID of that export (or the first export of device ID)");
 
     std::string saveFile, saveOutput;
     CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
@@ -178,7 +182,9 @@ int Run(int argc, char** argv) {
         BuildSettings settings;
         basekit::host::ParseOptions parseOptions;
         if (*build) {
+            buildFlags.preview = preview->count() > 0;
             settings = buildFlags.Settings();
+            if (previewName != "*") settings.previewOf = previewName;
             parseOptions = buildFlags.Options();
         }
         if (*demo || app.get_subcommands().empty()) {
