@@ -31,7 +31,8 @@ public:
 // Loads the module found by FindModule into `host` and returns its path.
 // Throws std::runtime_error with one line saying where it looked, or why the
 // module was refused.
-std::filesystem::path LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
+std::filesystem::path LoadModule(basekit::host::Host& host,
+                                 const std::optional<std::filesystem::path>& module);
 
 enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
 
@@ -42,7 +43,7 @@ struct BuildSettings {
     uint32_t threads = 0;  // total, the calling thread included; 0: one per core
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
-    std::string previewOf;  // the export (or device) to preview; empty: the first
+    std::string previewOf;   // the export (or device) to preview; empty: the first
     bool keepGoing = false;  // failed devices and missing exports do not change the exit code
     // Removes the files the previous manifest in the folder lists that this
     // build does not write (an export that is missing keeps its old files).

@@ -406,9 +406,14 @@ struct Setting {
 // Sets each parameter; one out of range is tried again once the others are
 // confirmed: its range may follow one of them (a router's "Output Choice"
 // ranges over "Number of Outputs").
+// A later setting of the same parameter (an override) replaces an earlier one.
 void ApplySettings(Network& network, Orogen::Device& device, const std::vector<Setting>& settings) {
     std::vector<const Setting*> again;
-    for (const Setting& setting : settings) {
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const Setting& setting = settings[i];
+        if (std::any_of(settings.begin() + static_cast<std::ptrdiff_t>(i) + 1, settings.end(),
+                        [&](const Setting& later) { return later.name == setting.name; }))
+            continue;
         try {
             SetParameter(device, setting.name, *setting.value);
         } catch (const std::invalid_argument&) {
@@ -549,7 +554,8 @@ uint32_t PortIndex(const json& value, const std::string& place, const std::strin
     }
     if (found.size() == 1) return found[0];
     if (found.empty())
-        Fail(place, Quoted(id) + " has no " + what + " " + Quoted(wanted) + NearestAndValid(names, wanted));
+        Fail(place, Quoted(id) + " has no " + what + " " + Quoted(wanted) +
+                        NearestAndValid(names, wanted));
     Fail(place, Quoted(id) + " has " + std::to_string(found.size()) + " " + what + "s named " +
                     Quoted(wanted) + "; give its number");
 }
@@ -652,7 +658,8 @@ std::vector<ExportEntry> ReadExports(const Network& network, const json& value) 
         Orogen::Device* device = network.Find(entry.device);
         if (!device) Fail(place + ".device", "no device " + Quoted(entry.device));
         if (const json* o = Member(item, "output"))
-            entry.output = PortIndex(*o, place + ".output", entry.device, device->outputs, "output");
+            entry.output =
+                PortIndex(*o, place + ".output", entry.device, device->outputs, "output");
         if (entry.output >= device->outputs.size())
             Fail(place + ".output", Quoted(entry.device) + " has no output " +
                                         std::to_string(entry.output) + " (it has " +

@@ -310,13 +310,15 @@ TEST_F(NetworkFileTest, SeedsFollowTheNetworkSeedAndTheDeviceId) {
 // An override is checked as the file's "params" are, and named by its place.
 TEST_F(NetworkFileTest, OverridesAreCheckedLikeTheFile) {
     const std::string text = R"({"devices": [{"id": "hill", "type": "Radial Grad"},
-                                             {"id": "hill.top", "type": "Constant"}]})";
+        {"id": "hill.top", "type": "Constant"},
+        {"id": "r", "type": "Router", "params": {"Output Choice": 2, "Number of Outputs": 3}}]})";
     struct Case {
         std::string target;
         json value;
         std::string message;  // empty: accepted
     };
     const Case cases[] = {
+        {"r.Output Choice", 1, ""},  // replaces the file's 2, which would come later
         {"hill.Radius", 80, "--set hill.Radius: 80 is outside 0..64"},
         {"hill.Radius", "wide", "--set hill.Radius: expected a number, not \"wide\""},
         {"hill.Type", "Cone", ""},
@@ -335,6 +337,9 @@ TEST_F(NetworkFileTest, OverridesAreCheckedLikeTheFile) {
             EXPECT_EQ(c.message, "") << "accepted";
             if (c.target == "hill.Type") {
                 EXPECT_EQ(Orogen::GetParameter(&project.network->Get("hill"), "Type")->i, 4);
+            }
+            if (c.target == "r.Output Choice") {
+                EXPECT_EQ(Orogen::GetParameter(&project.network->Get("r"), "Output Choice")->i, 1);
             }
             if (c.target == "hill.top.Height") {
                 EXPECT_EQ(Orogen::GetParameter(&project.network->Get("hill.top"), "Height")->f, 0.25f);
