@@ -8,11 +8,13 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -99,16 +101,18 @@ void CheckExportNames(const std::vector<ExportEntry>& exports) {
     }
 }
 
-// Makes the folder and proves it takes files, before any work is done.
+// Makes the folder and proves it takes files, before any work is done; a
+// folder that cannot take them is an error of the disk (exit code 1).
 void PrepareOutputFolder(const fs::path& dir) {
     std::error_code error;
     if (fs::exists(dir, error) && !fs::is_directory(dir, error))
-        throw UsageError("output folder " + dir.string() + " is not a folder");
+        throw std::runtime_error("output folder " + dir.string() + " is not a folder");
     fs::create_directories(dir, error);
-    if (error) throw UsageError("cannot create output folder " + dir.string() + ": " + error.message());
+    if (error)
+        throw std::runtime_error("cannot create output folder " + dir.string() + ": " + error.message());
     fs::path probe = dir / (".orogen-probe-" + std::to_string(ProcessId()));
     std::FILE* file = std::fopen(probe.string().c_str(), "wb");
-    if (!file) throw UsageError("output folder " + dir.string() + " is not writable");
+    if (!file) throw std::runtime_error("output folder " + dir.string() + " is not writable");
     std::fclose(file);
     fs::remove(probe, error);
 }
@@ -164,6 +168,7 @@ struct ExportJob {
     const ExportEntry* entry = nullptr;
     Orogen::PacketRef packet;
     bool view = false;  // the first output device's view: the preview when it comes
+    bool candidate = false;  // may be the preview: its packet is kept
     // Results, read once every job is done.
     bool ready = false;     // a height field or bitmap came
     bool received = false;  // any packet came
@@ -255,8 +260,8 @@ private:
             job.error = e.what();
         }
         job.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        // Kept only for the preview: the view, or else the first height field.
-        if (!settings.preview || (image.channels != 1 && !job.view)) job.packet.Release();
+        // Kept only where it may be the preview.
+        if (!job.candidate) job.packet.Release();
     }
 
     basekit::host::WorkerThreadPool& pool;
@@ -292,6 +297,48 @@ private:
     fs::path folder, previous;
 };
 
+// The files the folder's manifest lists, by the export that wrote them ("" for
+// the preview). Null when there is no manifest; a manifest that cannot be
+// read lists nothing, so that nothing is removed on its word.
+std::optional<std::multimap<std::string, std::string>> PreviousFiles(const fs::path& dir) {
+    std::error_code error;
+    if (!fs::is_regular_file(dir / "manifest.json", error)) return std::nullopt;
+    std::multimap<std::string, std::string> files;
+    std::ifstream in(dir / "manifest.json", std::ios::binary);
+    json manifest = json::parse(in, nullptr, false);
+    if (manifest.is_discarded() || !manifest.is_object()) return files;
+    auto add = [&](const std::string& owner, const json& name) {
+        if (name.is_string() && PlainFileName(name.get<std::string>()))
+            files.emplace(owner, name.get<std::string>());
+    };
+    if (manifest.contains("outputs") && manifest["outputs"].is_array())
+        for (const json& output : manifest["outputs"]) {
+            if (!output.is_object() || !output.contains("files") || !output["files"].is_object())
+                continue;
+            std::string owner = output.value("name", std::string());
+            for (const auto& [format, name] : output["files"].items()) add(owner, name);
+        }
+    if (manifest.contains("preview") && manifest["preview"].is_object() &&
+        manifest["preview"].contains("file"))
+        add("", manifest["preview"]["file"]);
+    return files;
+}
+
+// The export --preview=ID names: by its name, else the first of device ID.
+// Throws UsageError for a name that is neither.
+std::optional<size_t> PreviewIndex(const std::vector<ExportEntry>& exports,
+                                   const BuildSettings& settings) {
+    if (!settings.preview || settings.previewOf.empty()) return std::nullopt;
+    for (size_t i = 0; i < exports.size(); ++i)
+        if (exports[i].name == settings.previewOf) return i;
+    for (size_t i = 0; i < exports.size(); ++i)
+        if (exports[i].device == settings.previewOf) return i;
+    std::string list;
+    for (const ExportEntry& entry : exports) list += (list.empty() ? "\"" : ", \"") + entry.name + "\"";
+    throw UsageError("--preview: no export or device \"" + settings.previewOf +
+                     "\"; exports: " + (list.empty() ? "none" : list));
+}
+
 }  // namespace
 
 int BuildAndExport(Project& project, const BuildSettings& settings) {
@@ -301,7 +348,10 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         network.world.height = settings.resolution->second;
     }
     CheckExportNames(project.exports);
+    const std::optional<size_t> previewIndex = PreviewIndex(project.exports, settings);
     PrepareOutputFolder(settings.outputDir);
+    std::optional<std::multimap<std::string, std::string>> previous;
+    if (settings.clean) previous = PreviousFiles(settings.outputDir);
 
     uint32_t threads = settings.threads ? settings.threads : std::max(1u, std::thread::hardware_concurrency());
     basekit::host::SetExrThreads(threads > 1 ? static_cast<int>(threads) : 0);
@@ -338,6 +388,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             if (job.entry->device == id && job.entry->output == 0) job.view = true;
         break;
     }
+    // What may be the preview: the export named, or every one.
+    for (size_t i = 0; i < jobs.size(); ++i)
+        jobs[i].candidate = settings.preview && (!previewIndex || i == *previewIndex);
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
     Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
@@ -406,8 +459,22 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                            {"max", job.range[1]},
                            {"files", job.files},
                            {"seconds", job.seconds}});
-        if (settings.preview && job.packet && (job.view || (!previewOf && !job.bitmap)))
-            previewOf = &job;
+    }
+    // The preview: the export named, else the first view, else the first height
+    // field, else the first bitmap.
+    if (settings.preview) {
+        for (const ExportJob& job : jobs)
+            if (job.ready && job.packet && job.candidate && job.view && !previewOf) previewOf = &job;
+        for (bool bitmap : {false, true})
+            for (const ExportJob& job : jobs)
+                if (job.ready && job.packet && job.candidate && job.bitmap == bitmap && !previewOf)
+                    previewOf = &job;
+        if (!previewOf)
+            std::fprintf(stderr, "orogen: --preview: nothing to preview: %s\n",
+                         settings.previewOf.empty()
+                             ? "no export holds a height field or bitmap"
+                             : ("\"" + settings.previewOf + "\" holds no height field or bitmap in this build")
+                                   .c_str());
     }
 
     json manifest;
@@ -444,17 +511,56 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
         return kExitInterrupted;
     }
+    // What the previous build wrote and this one did not: only regular files
+    // the previous manifest names, never one this build wrote, nor the old
+    // files of an export that is missing now.
+    std::vector<std::string> stale;
+    if (previous) {
+        std::set<std::string> kept = {"manifest.json"};
+        for (const json& output : outputs)
+            for (const auto& [format, name] : output["files"].items()) kept.insert(name.get<std::string>());
+        if (manifest.contains("preview")) kept.insert(manifest["preview"]["file"].get<std::string>());
+        for (const json& item : missing)
+            for (auto [at, end] = previous->equal_range(item["name"].get<std::string>()); at != end; ++at)
+                kept.insert(at->second);
+        std::error_code error;
+        for (const auto& [owner, name] : *previous)
+            if (!kept.count(name) && fs::symlink_status(settings.outputDir / name, error).type() ==
+                                         fs::file_type::regular &&
+                std::find(stale.begin(), stale.end(), name) == stale.end())
+                stale.push_back(name);
+        if (!stale.empty()) manifest["removed"] = stale;
+    }
     basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
+    for (const std::string& name : stale) {
+        std::error_code error;
+        fs::remove(settings.outputDir / name, error);
+        if (error)
+            std::fprintf(stderr, "orogen: --clean: cannot remove %s: %s\n",
+                         (settings.outputDir / name).string().c_str(), error.message().c_str());
+    }
 
     if (!settings.quiet) {
         PrintSummary(network, report);
         std::printf("wrote %zu of %zu outputs to %s\n", outputs.size(), project.exports.size(),
                     settings.outputDir.string().c_str());
+        if (!stale.empty()) std::printf("removed %zu files of the previous build\n", stale.size());
     }
     for (const json& item : missing)
         std::fprintf(stderr, "orogen: export \"%s\" is missing: %s\n",
                      item["name"].get<std::string>().c_str(), item["reason"].get<std::string>().c_str());
-    return missing.empty() ? kExitOk : kExitDeviceFailed;
+    // A device that did not build counts even where no export reads it; one
+    // switched off is no failure.
+    size_t failed = 0;
+    for (const DeviceReport& d : report.devices) {
+        if (d.status == BuildStatus::Built || d.status == BuildStatus::Disabled) continue;
+        ++failed;
+        if (jobsOf.count(d.id)) continue;  // said above, with its export
+        std::fprintf(stderr, "orogen: device \"%s\" %s%s\n", d.id.c_str(), StatusName(d.status),
+                     d.message.empty() ? "" : (": " + d.message).c_str());
+    }
+    if (settings.keepGoing || (missing.empty() && failed == 0)) return kExitOk;
+    return kExitDeviceFailed;
 }
 
 }  // namespace orogen

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli/Commands.h"
+#include "cli/ParameterUnits.h"
 #include "cli/Tool.h"
 
 namespace orogen {
@@ -155,6 +156,14 @@ json Describe(const DeviceType& type) {
             {"flags", record.flags},
             {"labels", labels},
             {"description", record.description ? json(record.description) : json(nullptr)}};
+        // Host types and parameters the table does not know carry no unit.
+        const ParameterUnit* unit = FindParameterUnit(type.typeName, record.name);
+        parameter["unit"] = unit ? json(unit->unit) : json(nullptr);
+        parameter["meaning"] = ParameterMeaning(record.description, unit);
+        // How a value x on a parameter link lands on the parameter.
+        parameter["link"] = record.flags & Orogen::kParamAbsolutePacket ? "absolute"
+                            : record.options & Orogen::kParamExponential ? "exponential"
+                                                                         : "linear";
         json rules = json::array();
         for (const Orogen::EnablingRule& rule : device->enablingRules)
             if (std::string(rule.parameter) == record.name)
@@ -196,6 +205,8 @@ std::string ValueText(const json& parameters, const json& rule) {
 void PrintTable(const json& catalogue) {
     std::printf("%5s  %-4s  %-16s  %-10s  %2s  %3s  %s\n", "index", "tag", "type", "category", "in",
                 "out", "description");
+    std::printf("         - %-20s %-8s %-10s %-28s %-16s %s\n", "parameter", "kind", "default", "range",
+                "unit", "meaning");
     for (const json& d : catalogue) {
         std::string index = d["index"].is_null() ? "host" : d["index"].dump();
         std::printf("%5s  %-4s  %-16s  %-10s  %2zu  %3zu  %s\n", index.c_str(),
@@ -221,13 +232,14 @@ void PrintTable(const json& catalogue) {
                 if (at >= 0 && static_cast<size_t>(at) < p["labels"].size())
                     value = p["labels"][static_cast<size_t>(at)].get<std::string>();
             }
-            std::string description = p["description"].is_null() ? "" : p["description"].get<std::string>();
+            std::string description = p["meaning"].get<std::string>();
             if (p.contains("enabledWhen"))
                 for (const json& rule : p["enabledWhen"])
                     description += " (active while \"" + rule["parameter"].get<std::string>() +
                                    "\" is " + ValueText(d["parameters"], rule) + ")";
-            std::printf("         - %-20s %-8s %-10s %-28s %s\n", p["name"].get<std::string>().c_str(),
-                        p["kind"].get<std::string>().c_str(), value.c_str(), range.c_str(),
+            const std::string unit = p["unit"].is_null() ? "-" : p["unit"].get<std::string>();
+            std::printf("         - %-20s %-8s %-10s %-28s %-16s %s\n", p["name"].get<std::string>().c_str(),
+                        p["kind"].get<std::string>().c_str(), value.c_str(), range.c_str(), unit.c_str(),
                         description.c_str());
         }
         if (d.contains("actions"))

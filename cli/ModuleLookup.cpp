@@ -57,7 +57,8 @@ ModuleSearch FindModule(const std::optional<fs::path>& explicitPath, const fs::p
     if (!executable.empty()) {
         fs::path dir = executable.parent_path();
         for (const fs::path& candidate :
-             {dir / ModuleFileName(), (dir / ".." / "plugin" / ModuleFileName()).lexically_normal()}) {
+             {dir / ModuleFileName(), (dir / ".." / "plugin" / ModuleFileName()).lexically_normal(),
+              (dir / ".." / "lib" / "basekit64" / ModuleFileName()).lexically_normal()}) {
             search.tried.push_back(candidate);
             if (IsFile(candidate)) {
                 search.found = candidate;

@@ -21,7 +21,8 @@ struct ModuleSearch {
 
 // In order: `explicitPath` when given (no fallback: a wrong --module is an
 // error), the environment variable BASEKIT64_MODULE (likewise), then the
-// module next to the executable, then ../plugin/ beside it (the build tree).
+// module next to the executable, then ../plugin/ beside it (the build tree),
+// then ../lib/basekit64/ (an installed tree).
 ModuleSearch FindModule(const std::optional<std::filesystem::path>& explicitPath,
                         const std::filesystem::path& executable);
 

@@ -17,10 +17,11 @@ using basekit::host::Host;
 using basekit::host::NetworkFileError;
 using basekit::host::Project;
 
-void LoadModule(Host& host, const std::optional<fs::path>& module) {
+fs::path LoadModule(Host& host, const std::optional<fs::path>& module) {
     ModuleSearch search = FindModule(module, ExecutablePath());
     if (!search.found) throw std::runtime_error(DescribeFailedSearch(search));
     host.LoadModule(*search.found);  // ModuleError says what is wrong with the file
+    return *search.found;
 }
 
 unsigned ParseFormats(const std::string& text) {
@@ -88,20 +89,36 @@ uint64_t ParseMemory(const std::string& text) {
     return number << shift;
 }
 
-Project ReadProject(Host& host, const fs::path& file) {
+basekit::host::ParseOptions::Override ParseSetting(const std::string& text) {
+    const size_t equals = text.find('=');
+    const std::string target = text.substr(0, equals);
+    if (equals == std::string::npos || target.find('.') == std::string::npos)
+        throw UsageError("--set: \"" + text + "\" is not ID.PARAM=VALUE");
+    const std::string given = text.substr(equals + 1);
+    nlohmann::json value = nlohmann::json::parse(given, nullptr, false);
+    if (value.is_discarded() || !(value.is_number() || value.is_boolean() || value.is_string()))
+        value = given;
+    return {target, value, "--set " + target};
+}
+
+Project ReadProject(Host& host, const fs::path& file, const basekit::host::ParseOptions& options) {
     try {
-        return basekit::host::LoadNetworkFile(host, file);
+        return basekit::host::LoadNetworkFile(host, file, options);
     } catch (const NetworkFileError& e) {
         // The file's own name is the place when it cannot be opened at all.
-        if (e.Place() == file.string()) throw UsageError(e.what());
+        if (e.Place() == file.string() || e.Place().rfind("--set ", 0) == 0)
+            throw UsageError(e.what());
         throw UsageError(file.string() + ": " + e.what());
     }
 }
 
-Project ReadProjectText(Host& host, const std::string& text, const std::string& label) {
+Project ReadProjectText(Host& host, const std::string& text, const std::string& label,
+                        const basekit::host::ParseOptions& options) {
     try {
-        return basekit::host::ParseNetwork(host, text, fs::current_path());
+        return basekit::host::ParseNetwork(host, text, fs::current_path(), options);
     } catch (const NetworkFileError& e) {
+        // An override is the command line's, not the file's.
+        if (e.Place().rfind("--set ", 0) == 0) throw UsageError(e.what());
         throw UsageError(label + ": " + e.what());
     }
 }

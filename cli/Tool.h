@@ -18,7 +18,7 @@ enum ExitCode : int {
     kExitOk = 0,
     kExitError = 1,         // the module, the disk, anything else
     kExitUsage = 2,         // bad command line or network file; nothing written
-    kExitDeviceFailed = 3,  // a device failed and an export is missing
+    kExitDeviceFailed = 3,  // a device failed or an export is missing (not with --keep-going)
     kExitInterrupted = 130,
 };
 
@@ -28,9 +28,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Loads the module found by FindModule into `host`. Throws std::runtime_error
-// with one line saying where it looked, or why the module was refused.
-void LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
+// Loads the module found by FindModule into `host` and returns its path.
+// Throws std::runtime_error with one line saying where it looked, or why the
+// module was refused.
+std::filesystem::path LoadModule(basekit::host::Host& host,
+                                 const std::optional<std::filesystem::path>& module);
 
 enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
 
@@ -41,10 +43,20 @@ struct BuildSettings {
     uint32_t threads = 0;  // total, the calling thread included; 0: one per core
     bool quiet = false;
     bool preview = false;  // also DIR/preview.png of the first height field export
+    std::string previewOf;   // the export (or device) to preview; empty: the first
+    bool keepGoing = false;  // failed devices and missing exports do not change the exit code
+    // Removes the files the previous manifest in the folder lists that this
+    // build does not write (an export that is missing keeps its old files).
+    bool clean = false;
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;
 };
+
+// "ID.PARAM=VALUE" -> an override; VALUE is read as JSON where it is a
+// number, true/false or a quoted string, else as the text itself (a choice's
+// label, "#RRGGBB"). Throws UsageError.
+basekit::host::ParseOptions::Override ParseSetting(const std::string& text);
 
 // "png,r32" -> formats; throws UsageError, also for a format this build
 // cannot write.
@@ -58,9 +70,11 @@ uint64_t ParseMemory(const std::string& text);
 std::pair<int32_t, int32_t> ParseResolution(const std::string& text);
 
 // Reads a network file; errors become UsageError naming the file and place.
-basekit::host::Project ReadProject(basekit::host::Host& host, const std::filesystem::path& file);
+basekit::host::Project ReadProject(basekit::host::Host& host, const std::filesystem::path& file,
+                                   const basekit::host::ParseOptions& options = {});
 basekit::host::Project ReadProjectText(basekit::host::Host& host, const std::string& text,
-                                       const std::string& label);
+                                       const std::string& label,
+                                       const basekit::host::ParseOptions& options = {});
 
 // Builds the project, writes its exports, the manifest and (when asked) the
 // preview into settings.outputDir. Returns the exit code.

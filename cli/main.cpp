@@ -1,11 +1,13 @@
 // orogen: builds terrain networks with the BaseKit64 devices from the command line.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "DemoNetwork.h"
 #include "cli/Commands.h"
@@ -30,6 +32,17 @@ struct BuildFlags {
     std::string memory;
     bool quiet = false;
     bool preview = false;
+    bool keepGoing = false;
+    bool clean = false;
+    std::optional<uint32_t> seed;
+    std::vector<std::string> sets;
+
+    basekit::host::ParseOptions Options() const {
+        basekit::host::ParseOptions options;
+        options.seed = seed;
+        for (const std::string& text : sets) options.overrides.push_back(ParseSetting(text));
+        return options;
+    }
 
     BuildSettings Settings() const {
         BuildSettings settings;
@@ -40,6 +53,8 @@ struct BuildFlags {
         if (!memory.empty()) settings.memoryBudget = ParseMemory(memory);
         settings.quiet = quiet;
         settings.preview = preview;
+        settings.keepGoing = keepGoing;
+        settings.clean = clean;
         return settings;
     }
 };
@@ -56,6 +71,50 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
                        "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
                        "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+    command.add_flag("--clean", flags.clean,
+                     "Remove the files the folder's previous manifest lists that this build does "
+                     "not write");
+    command.add_flag("--keep-going", flags.keepGoing,
+                     "Exit 0 even when a device fails or an export is missing (the manifest "
+                     "still says so)");
+    command.add_option("--seed", flags.seed,
+                       "Seed of the build, instead of the file's \"seed\": seeded devices without "
+                       "a \"Random Seed\" of their own take one from it and their id");
+    command.add_option("--set", flags.sets,
+                       "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
+        ->allow_extra_args(false);
+}
+
+// The command's name moves to the front, so that its options may come before
+// it as well as after ("orogen --threads 2 build net.json"); an option's
+// value is never taken for a command.
+std::vector<std::string> CommandFirst(CLI::App& app, int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    std::vector<const CLI::App*> apps = {&app};
+    for (const CLI::App* command : app.get_subcommands({})) apps.push_back(command);
+    auto takesValue = [&](const std::string& name) {
+        for (const CLI::App* a : apps)
+            for (const CLI::Option* option : a->get_options())
+                if (option->check_name(name)) return option->get_items_expected_min() > 0;
+        return false;
+    };
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--") break;
+        if (arg.size() > 1 && arg[0] == '-') {
+            if (arg.find('=') == std::string::npos && takesValue(arg)) ++i;
+            continue;
+        }
+        const bool command = std::any_of(apps.begin() + 1, apps.end(),
+                                         [&](const CLI::App* a) { return a->check_name(arg); });
+        if (command && i > 0) {
+            std::string name = arg;
+            args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
+            args.insert(args.begin(), name);
+        }
+        break;
+    }
+    return args;
 }
 
 int Run(int argc, char** argv) {
@@ -67,6 +126,10 @@ int Run(int argc, char** argv) {
     std::string modulePath;
     app.add_option("--module", modulePath,
                    "The device module (default: $BASEKIT64_MODULE, else beside the program)");
+    bool version = false;
+    app.add_flag("--version", version, "The version of orogen and the device types of its module");
+    // The tool's own options may follow the command too.
+    app.fallthrough();
 
     bool devicesJson = false;
     CLI::App* devices = app.add_subcommand("devices", "List the device types and their parameters");
@@ -77,7 +140,11 @@ int Run(int argc, char** argv) {
     CLI::App* build = app.add_subcommand("build", "Build a network file and write its exports");
     build->add_option("file", buildFile, "Network file (JSON)")->required();
     AddBuildFlags(*build, buildFlags);
-    build->add_flag("--preview", buildFlags.preview, "Also write preview.png of the first height field");
+    std::string previewName;
+    CLI::Option* preview = build->add_flag(
+        "--preview{*}", previewName,
+        "Also write preview.png: of the first view, else the first height field, else the first "
+        "bitmap; --preview=ID of that export (or the first export of device ID)");
 
     std::string saveFile, saveOutput;
     CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
@@ -93,7 +160,10 @@ int Run(int argc, char** argv) {
 
     app.require_subcommand(0, 1);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> args = CommandFirst(app, argc, argv);
+        std::reverse(args.begin(), args.end());  // CLI11 takes them last first
+        app.name("orogen");
+        app.parse(args);
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
@@ -110,17 +180,35 @@ int Run(int argc, char** argv) {
         }
         // Options first: a bad command line is reported before anything is loaded.
         BuildSettings settings;
-        if (*build) settings = buildFlags.Settings();
-        if (*demo || app.get_subcommands().empty()) settings = demoFlags.Settings();
+        basekit::host::ParseOptions parseOptions;
+        if (*build) {
+            buildFlags.preview = preview->count() > 0;
+            settings = buildFlags.Settings();
+            if (previewName != "*") settings.previewOf = previewName;
+            parseOptions = buildFlags.Options();
+        }
+        if (*demo || app.get_subcommands().empty()) {
+            settings = demoFlags.Settings();
+            parseOptions = demoFlags.Options();
+        }
 
+        if (version) std::printf("orogen %s\n", OROGEN_VERSION);
         basekit::host::Host host;
         std::optional<fs::path> module;
         if (!modulePath.empty()) module = fs::path(modulePath);
+        fs::path loaded;
         try {
-            LoadModule(host, module);
+            loaded = LoadModule(host, module);
         } catch (const std::exception& e) {
             std::fprintf(stderr, "orogen: %s\n", e.what());
             return kExitError;
+        }
+        if (version) {
+            size_t types = 0;
+            for (const basekit::host::DeviceType& type : host.Types())
+                if (type.catalogueIndex >= 0) ++types;
+            std::printf("module %s: %zu device types\n", loaded.string().c_str(), types);
+            return kExitOk;
         }
 
         if (*devices) return RunDevices(host, devicesJson);
@@ -130,7 +218,8 @@ int Run(int argc, char** argv) {
             return kExitOk;
         }
         basekit::host::Project project =
-            *build ? ReadProject(host, buildFile) : ReadProjectText(host, DemoNetworkText(), "demo network");
+            *build ? ReadProject(host, buildFile, parseOptions)
+                   : ReadProjectText(host, DemoNetworkText(), "demo network", parseOptions);
         return BuildAndExport(project, settings);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "orogen: %s\n", e.what());

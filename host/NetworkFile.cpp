@@ -141,17 +141,36 @@ size_t EditDistance(std::string_view a, std::string_view b) {
     return row[b.size()];
 }
 
-std::string NearestTypes(const Host& host, std::string_view wanted) {
+// The closest of `names` to `wanted`, and those nearly as close, at most three.
+std::string Nearest(const std::vector<std::string>& names, std::string_view wanted) {
+    if (names.empty()) return "none";
     std::vector<std::pair<size_t, std::string>> ranked;
-    for (const DeviceType& type : host.Types())
-        ranked.emplace_back(EditDistance(wanted, type.typeName), type.typeName);
+    for (const std::string& name : names) ranked.emplace_back(EditDistance(wanted, name), name);
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
-    // The closest, and those nearly as close, at most three.
+    std::vector<std::string> closest;
+    for (size_t i = 0; i < ranked.size() && closest.size() < 3; ++i)
+        if (ranked[i].first <= ranked[0].first + 1) closest.push_back(ranked[i].second);
+    return QuotedList(closest);
+}
+
+std::string NearestTypes(const Host& host, std::string_view wanted) {
     std::vector<std::string> names;
-    for (size_t i = 0; i < ranked.size() && names.size() < 3; ++i)
-        if (ranked[i].first <= ranked[0].first + 1) names.push_back(ranked[i].second);
-    return QuotedList(names);
+    for (const DeviceType& type : host.Types()) names.push_back(type.typeName);
+    return Nearest(names, wanted);
+}
+
+std::vector<std::string> ParameterNames(const Orogen::Device& device) {
+    std::vector<std::string> names;
+    for (const Orogen::ParamRecord& record : device.params.records) names.push_back(record.name);
+    return names;
+}
+
+// "; nearest: ..." where there are names enough to choose from, then every one.
+std::string NearestAndValid(const std::vector<std::string>& names, std::string_view wanted) {
+    std::string text;
+    if (names.size() > 1) text = "; nearest: " + Nearest(names, wanted);
+    return text + "; valid: " + QuotedList(names);
 }
 
 // Parameters
@@ -182,12 +201,7 @@ std::vector<std::string> Labels(const Orogen::ParamRecord& record) {
 
 void SetParameter(Orogen::Device& device, const std::string& name, const json& value) {
     int32_t index = Orogen::FindParameter(device.params, name.c_str());
-    if (index < 0) {
-        std::vector<std::string> names;
-        for (const Orogen::ParamRecord& record : device.params.records)
-            names.push_back(record.name);
-        Invalid("unknown parameter; valid: " + QuotedList(names));
-    }
+    if (index < 0) Invalid("unknown parameter" + NearestAndValid(ParameterNames(device), name));
     Orogen::ParamRecord& record = device.params.records[static_cast<size_t>(index)];
     switch (record.kind) {
         case Orogen::kParamReal: {
@@ -382,8 +396,61 @@ void ReadValue(Orogen::Device& device, const json& value, const std::string& pla
     input->Set(cast, typeCode);
 }
 
+// A parameter to set on one device, and where it was asked for.
+struct Setting {
+    std::string name;
+    const json* value;
+    std::string place;
+};
+
+// Sets each parameter; one out of range is tried again once the others are
+// confirmed: its range may follow one of them (a router's "Output Choice"
+// ranges over "Number of Outputs").
+// A later setting of the same parameter (an override) replaces an earlier one.
+void ApplySettings(Network& network, Orogen::Device& device, const std::vector<Setting>& settings) {
+    std::vector<const Setting*> again;
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const Setting& setting = settings[i];
+        if (std::any_of(settings.begin() + static_cast<std::ptrdiff_t>(i) + 1, settings.end(),
+                        [&](const Setting& later) { return later.name == setting.name; }))
+            continue;
+        try {
+            SetParameter(device, setting.name, *setting.value);
+        } catch (const std::invalid_argument&) {
+            again.push_back(&setting);
+        }
+    }
+    // Confirmed as a user confirms the settings dialog, so that devices
+    // whose ports follow their settings (Voronoi's distortion input, the
+    // routers' port counts) rebuild them before the links are read.
+    network.GetHost().Dialogs().Script(1);
+    device.EditSettings();
+    if (again.empty()) return;
+    for (const Setting* setting : again) {
+        try {
+            SetParameter(device, setting->name, *setting->value);
+        } catch (const std::invalid_argument& e) {
+            Fail(setting->place, e.what());
+        }
+    }
+    network.GetHost().Dialogs().Script(1);
+    device.EditSettings();
+}
+
+// A seeded device left to its own seed takes one of the network's seed and
+// its id instead.
+void SeedDevice(Network& network, Orogen::Device& device, const std::string& id) {
+    int32_t index = Orogen::FindParameter(device.params, "Random Seed");
+    if (index < 0) return;
+    Orogen::ParamRecord& record = device.params.records[static_cast<size_t>(index)];
+    if (record.kind != Orogen::kParamInteger || record.maximum.i < record.minimum.i) return;
+    const uint64_t span = static_cast<uint64_t>(int64_t{record.maximum.i} - record.minimum.i) + 1;
+    const auto drawn = static_cast<uint64_t>(network.GetHost().Seeds().SeedFor(id));
+    record.value.i = static_cast<int32_t>(record.minimum.i + static_cast<int64_t>(drawn % span));
+}
+
 void ReadDevice(Network& network, const json& value, const std::string& place,
-                const fs::path& folder) {
+                const fs::path& folder, const std::vector<Setting>& overrides) {
     Keys(value, place,
          {"id", "type", "name", "params", "anchor", "enabled", "bypassed", "state", "file", "kind",
           "value", "typeCode", "actions"});
@@ -459,36 +526,38 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
 
     ReadValue(device, value, place);
 
+    std::vector<Setting> settings;
     if (const json* params = Member(value, "params")) {
         if (!params->is_object()) Fail(place + ".params", "expected an object");
-        // A setting out of range is tried again once the others are
-        // confirmed: its range may follow one of them (a router's "Output
-        // Choice" ranges over "Number of Outputs").
-        std::vector<std::pair<std::string, const json*>> again;
-        for (const auto& [name, setting] : params->items()) {
-            try {
-                SetParameter(device, name, setting);
-            } catch (const std::invalid_argument&) {
-                again.emplace_back(name, &setting);
-            }
-        }
-        // Confirmed as a user confirms the settings dialog, so that devices
-        // whose ports follow their settings (Voronoi's distortion input, the
-        // routers' port counts) rebuild them before the links are read.
-        network.GetHost().Dialogs().Script(1);
-        device.EditSettings();
-        if (!again.empty()) {
-            for (const auto& [name, setting] : again) {
-                try {
-                    SetParameter(device, name, *setting);
-                } catch (const std::invalid_argument& e) {
-                    Fail(place + ".params." + name, e.what());
-                }
-            }
-            network.GetHost().Dialogs().Script(1);
-            device.EditSettings();
-        }
+        for (const auto& [name, setting] : params->items())
+            settings.push_back({name, &setting, place + ".params." + name});
     }
+    settings.insert(settings.end(), overrides.begin(), overrides.end());
+    const bool ownSeed = Member(value, "state") ||
+                         std::any_of(settings.begin(), settings.end(),
+                                     [](const Setting& s) { return s.name == "Random Seed"; });
+    if (network.seed && !ownSeed) SeedDevice(network, device, id);
+    if (Member(value, "params") || !settings.empty()) ApplySettings(network, device, settings);
+}
+
+// A port by its number, or by its name where that names exactly one.
+template <typename PortType>
+uint32_t PortIndex(const json& value, const std::string& place, const std::string& id,
+                   const std::vector<PortType*>& ports, const char* what) {
+    if (!value.is_string()) return Index(value, place);
+    const std::string wanted = value.get<std::string>();
+    std::vector<std::string> names;
+    std::vector<uint32_t> found;
+    for (size_t i = 0; i < ports.size(); ++i) {
+        names.emplace_back(ports[i]->name);
+        if (names.back() == wanted) found.push_back(static_cast<uint32_t>(i));
+    }
+    if (found.size() == 1) return found[0];
+    if (found.empty())
+        Fail(place, Quoted(id) + " has no " + what + " " + Quoted(wanted) +
+                        NearestAndValid(names, wanted));
+    Fail(place, Quoted(id) + " has " + std::to_string(found.size()) + " " + what + "s named " +
+                    Quoted(wanted) + "; give its number");
 }
 
 void ReadLink(Network& network, const json& value, const std::string& place,
@@ -506,7 +575,8 @@ void ReadLink(Network& network, const json& value, const std::string& place,
     if (!target) Fail(place + ".to", "no device " + Quoted(to));
 
     uint32_t output = 0;
-    if (const json* o = Member(value, "output")) output = Index(*o, place + ".output");
+    if (const json* o = Member(value, "output"))
+        output = PortIndex(*o, place + ".output", from, source->outputs, "output");
     if (output >= source->outputs.size())
         Fail(place + ".output", Quoted(from) + " has no output " + std::to_string(output) +
                                     " (it has " + std::to_string(source->outputs.size()) + ")");
@@ -523,17 +593,13 @@ void ReadLink(Network& network, const json& value, const std::string& place,
         portPlace = place + ".param";
         param = String(*paramValue, portPlace);
         int32_t index = Orogen::FindParameter(target->params, param.c_str());
-        if (index < 0 || static_cast<size_t>(index) >= target->paramPorts.size()) {
-            std::vector<std::string> names;
-            for (const Orogen::ParamRecord& record : target->params.records)
-                names.push_back(record.name);
+        if (index < 0 || static_cast<size_t>(index) >= target->paramPorts.size())
             Fail(portPlace, Quoted(to) + " has no parameter " + Quoted(param) +
-                                "; valid: " + QuotedList(names));
-        }
+                                NearestAndValid(ParameterNames(*target), param));
         port = target->paramPorts[static_cast<size_t>(index)];
     } else {
         portPlace = place + ".input";
-        if (inputValue) input = Index(*inputValue, portPlace);
+        if (inputValue) input = PortIndex(*inputValue, portPlace, to, target->inputs, "input");
         if (input >= target->inputs.size())
             Fail(portPlace, Quoted(to) + " has no input " + std::to_string(input) + " (it has " +
                                 std::to_string(target->inputs.size()) + ")");
@@ -591,7 +657,9 @@ std::vector<ExportEntry> ReadExports(const Network& network, const json& value) 
         entry.device = String(*deviceValue, place + ".device");
         Orogen::Device* device = network.Find(entry.device);
         if (!device) Fail(place + ".device", "no device " + Quoted(entry.device));
-        if (const json* o = Member(item, "output")) entry.output = Index(*o, place + ".output");
+        if (const json* o = Member(item, "output"))
+            entry.output =
+                PortIndex(*o, place + ".output", entry.device, device->outputs, "output");
         if (entry.output >= device->outputs.size())
             Fail(place + ".output", Quoted(entry.device) + " has no output " +
                                         std::to_string(entry.output) + " (it has " +
@@ -669,7 +737,39 @@ std::vector<ExportEntry> DefaultExports(const Network& network) {
     return exports;
 }
 
-Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) {
+namespace {
+
+// Each override's device (the longest id that "ID.PARAM" starts with) and
+// parameter.
+std::map<std::string, std::vector<Setting>> ResolveOverrides(const json& root,
+                                                             const ParseOptions& options) {
+    std::vector<std::string> ids;
+    if (const json* devices = Member(root, "devices"); devices && devices->is_array())
+        for (const json& item : *devices)
+            if (item.is_object() && item.contains("id") && item["id"].is_string())
+                ids.push_back(item["id"].get<std::string>());
+    std::map<std::string, std::vector<Setting>> byDevice;
+    for (const ParseOptions::Override& o : options.overrides) {
+        const std::string* best = nullptr;
+        for (const std::string& id : ids)
+            if (o.target.size() > id.size() + 1 && o.target.compare(0, id.size(), id) == 0 &&
+                o.target[id.size()] == '.' && (!best || id.size() > best->size()))
+                best = &id;
+        if (!best) {
+            size_t dot = o.target.rfind('.');
+            if (dot == std::string::npos || dot == 0 || dot + 1 == o.target.size())
+                Fail(o.place, "expected ID.PARAM=VALUE");
+            Fail(o.place, "no device " + Quoted(o.target.substr(0, dot)));
+        }
+        byDevice[*best].push_back({o.target.substr(best->size() + 1), &o.value, o.place});
+    }
+    return byDevice;
+}
+
+}  // namespace
+
+Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
+                     const ParseOptions& options) {
     json root;
     try {
         root = json::parse(text.begin(), text.end());
@@ -700,8 +800,12 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
             if (start < 0 || start > std::numeric_limits<uint32_t>::max())
                 Fail("seed", std::to_string(start) + " is outside 0..4294967295");
             network.seed = static_cast<uint32_t>(start);
-            host.Seeds().SetStart(*network.seed);
         }
+        if (options.seed) network.seed = options.seed;
+        if (network.seed) host.Seeds().SetStart(*network.seed);
+        const std::map<std::string, std::vector<Setting>> overrides =
+            ResolveOverrides(root, options);
+        const std::vector<Setting> none;
         if (const json* devices = Member(root, "devices")) {
             if (!devices->is_array()) Fail("devices", "expected an array");
             std::map<std::string, std::string> ids;
@@ -714,7 +818,11 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
                         Fail(place + ".id", "duplicate id " + Quoted(earlier->first) +
                                                 " (first at " + earlier->second + ")");
                 }
-                ReadDevice(network, item, place, folder);
+                auto own = item.is_object() && item.contains("id") && item["id"].is_string()
+                               ? overrides.find(item["id"].get<std::string>())
+                               : overrides.end();
+                ReadDevice(network, item, place, folder,
+                           own == overrides.end() ? none : own->second);
             }
         }
         if (const json* links = Member(root, "links")) {
@@ -740,13 +848,13 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
     }
 }
 
-Project LoadNetworkFile(Host& host, const fs::path& path) {
+Project LoadNetworkFile(Host& host, const fs::path& path, const ParseOptions& options) {
     std::ifstream in(path, std::ios::binary);
     if (!in) Fail(path.string(), "cannot open the file");
     std::ostringstream text;
     text << in.rdbuf();
     if (in.bad()) Fail(path.string(), "cannot read the file");
-    return ParseNetwork(host, text.str(), fs::absolute(path).parent_path());
+    return ParseNetwork(host, text.str(), fs::absolute(path).parent_path(), options);
 }
 
 // Saving

@@ -2,7 +2,8 @@
 //
 //   "world":   {"extent": [x0, y0, x1, y1], "resolution": [W, H], "verticalScale": v}
 //   "globals": {"waterLevel": w, "lightDirection": [x, y, z]}
-//   "seed":    the seed service's start
+//   "seed":    the seed service's start, and where seeded devices without a
+//              "Random Seed" of their own get theirs (see ParseOptions)
 //   "devices": [{"id", "type" (display name or tag), "name", "params", "anchor",
 //                "enabled", "bypassed", "state" (base64 of Save),
 //                "file" and "kind" for a File Input,
@@ -50,10 +51,31 @@ struct Project {
     bool exportsListed = false;
 };
 
+// What one reading changes of a file without editing it.
+struct ParseOptions {
+    // Replaces the file's "seed" (or gives one where it has none).
+    std::optional<uint32_t> seed;
+    // A parameter set as "params" sets it, after the file's own: `target` is
+    // "ID.PARAM" (the longest device id that fits), `place` names it in
+    // errors, e.g. "--set hill.Radius".
+    struct Override {
+        std::string target;
+        nlohmann::json value;
+        std::string place;
+    };
+    std::vector<Override> overrides;
+};
+
 // Reads a project; relative file paths are taken from the file's folder.
+// With a seed (the file's or the options'), every device with an integer
+// "Random Seed" that neither "params", an override nor a saved "state" sets
+// gets SeedSource::SeedFor(id), folded into the parameter's range, so that a
+// file and a seed give the same devices whatever their order.
 // Throws NetworkFileError and changes nothing of the host on failure.
-Project LoadNetworkFile(Host& host, const std::filesystem::path& path);
-Project ParseNetwork(Host& host, std::string_view text, const std::filesystem::path& folder);
+Project LoadNetworkFile(Host& host, const std::filesystem::path& path,
+                        const ParseOptions& options = {});
+Project ParseNetwork(Host& host, std::string_view text, const std::filesystem::path& folder,
+                     const ParseOptions& options = {});
 
 // Writes the project with every device's saved state; file paths are made
 // relative to `folder` where they lie under it. The file is replaced whole or

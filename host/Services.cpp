@@ -64,14 +64,31 @@ uint64_t CountingAllocator::BadFrees() const {
 
 // SeedSource
 
-int32_t SeedSource::NextSeed() {
-    std::lock_guard<std::mutex> guard(mutex);
-    // SplitMix64 of (start, call number): neighbouring starts give unrelated seeds.
-    uint64_t z = (static_cast<uint64_t>(state.start) << 32 | state.calls++) + 0x9E3779B97F4A7C15ull;
+namespace {
+
+// SplitMix64's finaliser: neighbouring inputs give unrelated seeds.
+int32_t MixSeed(uint64_t z) {
+    z += 0x9E3779B97F4A7C15ull;
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
     z ^= z >> 31;
     return static_cast<int32_t>(z & 0x7FFFFFFFu);
+}
+
+}  // namespace
+
+int32_t SeedSource::NextSeed() {
+    std::lock_guard<std::mutex> guard(mutex);
+    return MixSeed(static_cast<uint64_t>(state.start) << 32 | state.calls++);
+}
+
+int32_t SeedSource::SeedFor(std::string_view key) const {
+    // FNV-1a of the key, mixed twice with the start so that the key's hash
+    // and the start cannot cancel.
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (char c : key) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3ull;
+    std::lock_guard<std::mutex> guard(mutex);
+    return MixSeed(hash ^ static_cast<uint64_t>(MixSeed(state.start)) << 31);
 }
 
 void SeedSource::SetStart(uint32_t start) {

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -57,6 +58,9 @@ class SeedSource final : public Orogen::SeedService {
     uint32_t Start() const;
     // Seeds handed out since the last start.
     uint64_t Calls() const;
+    // A seed of the start and `key` alone (a device's id), in 0..2^31-1: the
+    // same for the same pair whatever was handed out before. Counts no call.
+    int32_t SeedFor(std::string_view key) const;
 
     struct State {
         uint32_t start = 0;

@@ -1,5 +1,6 @@
 // Bad command lines and bad network files: exit code 2, one line on standard
-// error that names the place, and nothing written.
+// error that names the place, and nothing written; an output folder that
+// cannot take files is the disk's error, exit code 1, just as plainly.
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@ struct BadInput {
     const char* network;  // written to net.json; null: no file
     std::vector<std::string> args;
     std::vector<std::string> mentions;  // each must appear in the message
+    int code = 2;
 };
 
 const char* const kRadial = R"({"devices": [{"id": "hill", "type": "Radial Grad"}]})";
@@ -40,9 +42,9 @@ std::vector<BadInput> Cases() {
          build, {"devices[0].params.Radius", "80", "0..64"}},
         {"missing network file", nullptr, {"build", "absent.json", "-o", "o"}, {"absent.json", "cannot open"}},
         {"output folder is a file", kRadial, {"build", "net.json", "-o", "net.json"},
-         {"net.json", "not a folder"}},
+         {"net.json", "not a folder"}, 1},
         {"output folder under a file", kRadial, {"build", "net.json", "-o", "net.json/o"},
-         {"cannot create output folder"}},
+         {"cannot create output folder"}, 1},
         {"unknown format", kRadial, with({"--format", "png,tiff"}), {"--format", "tiff"}},
         {"bad resolution", kRadial, with({"--resolution", "0x5"}), {"--resolution", "0x5"}},
         {"resolution without a height", kRadial, with({"--resolution", "64"}), {"--resolution"}},
@@ -54,6 +56,14 @@ std::vector<BadInput> Cases() {
         {"unknown command", kRadial, {"bulid", "net.json"}, {"bulid"}},
         {"unknown option", kRadial, with({"--fast"}), {"--fast"}},
         {"save without -o", kRadial, {"save", "net.json"}, {"output"}},
+        {"--set out of range", kRadial, with({"--set", "hill.Radius=80"}),
+         {"--set hill.Radius: 80 is outside 0..64"}},
+        {"--set of no device", kRadial, with({"--set", "hil.Radius=1"}),
+         {"--set hil.Radius: no device \"hil\""}},
+        {"--set without a value", kRadial, with({"--set", "hill.Radius"}), {"--set", "ID.PARAM=VALUE"}},
+        {"--set of an unknown choice", kRadial, with({"--set", "hill.Type=Spike"}),
+         {"--set hill.Type", "\"Spike\""}},
+        {"negative seed", kRadial, with({"--seed", "-1"}), {"--seed"}},
         {"save of a bad file", R"({"devices": [{"id": "a", "type": "Nothing"}]})",
          {"save", "net.json", "-o", "o.json"}, {"devices[0].type", "Nothing"}},
     };
@@ -71,7 +81,7 @@ TEST(CliErrors, BadInputIsRefusedWithOneLineAndNothingWritten) {
         if (c.network) WriteText(dir / "net.json", c.network);
         std::vector<std::string> before = ListFolder(dir.path());
         RunResult run = RunOrogen(c.args, dir.path());
-        EXPECT_EQ(run.code, 2) << run.err;
+        EXPECT_EQ(run.code, c.code) << run.err;
         ASSERT_FALSE(run.err.empty());
         EXPECT_TRUE(run.err.rfind("orogen: ", 0) == 0) << run.err;
         // One line, or one line and a pointer to --help for command-line errors.

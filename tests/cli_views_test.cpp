@@ -51,5 +51,52 @@ TEST(CliViews, TheFirstViewIsThePreviewAndEveryViewIsWritten) {
         ASSERT_NEAR(preview.samples[k], view.samples[k], 0.5 / 255 + 1e-6) << k;
 }
 
+// --preview picks a height field before a bitmap, --preview=ID the export
+// (or device) named, and says so when there is nothing to show.
+TEST(CliViews, ThePreviewFollowsTheChoice) {
+    Scratch dir;
+    const std::string devices = R"("world": {"resolution": [9, 7]}, "devices": [
+        {"id": "hill", "type": "Radial Grad"}, {"id": "tint", "type": "Colorize"},
+        {"id": "off", "type": "Constant", "enabled": false}],
+      "links": [{"from": "hill", "to": "tint"}])";
+    const struct {
+        const char* exports;
+        std::string option;
+        int code;
+        const char* of;     // null: no preview
+        const char* says;   // on standard error
+    } cases[] = {
+        {R"([{"device": "tint"}, {"device": "hill"}])", "--preview", 0, "hill", ""},
+        {R"([{"device": "tint"}, {"device": "hill"}])", "--preview=tint", 0, "tint", ""},
+        {R"([{"device": "tint", "name": "colours"}, {"device": "hill"}])", "--preview=tint", 0, "colours", ""},
+        {R"([{"device": "tint"}])", "--preview", 0, "tint", ""},
+        {R"([{"device": "off"}, {"device": "tint"}])", "--preview=off", 3, nullptr,
+         "--preview: nothing to preview: \"off\" holds no height field or bitmap"},
+        {R"([{"device": "off"}])", "--preview", 3, nullptr,
+         "--preview: nothing to preview: no export holds a height field or bitmap"},
+        {R"([{"device": "hill"}])", "--preview=hil", 2, nullptr,
+         "--preview: no export or device \"hil\"; exports: \"hill\""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.exports) + " " + c.option);
+        fs::remove_all(dir / "out");
+        WriteText(dir / "net.json", "{" + devices + ", \"export\": " + c.exports + "}");
+        RunResult run = RunOrogen({"build", "net.json", "-o", "out", "-q", c.option, "--format", "r32"}, dir.path());
+        EXPECT_EQ(run.code, c.code) << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        if (c.code == 2) {
+            EXPECT_FALSE(fs::exists(dir / "out"));
+            continue;
+        }
+        const json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
+        EXPECT_EQ(fs::exists(dir / "out" / "preview.png"), c.of != nullptr);
+        if (c.of) {
+            EXPECT_EQ(manifest["preview"]["of"], c.of);
+        } else {
+            EXPECT_FALSE(manifest.contains("preview"));
+        }
+    }
+}
+
 }  // namespace
 }  // namespace orogen::testing

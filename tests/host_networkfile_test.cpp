@@ -1,5 +1,6 @@
 // Project files: reading, the errors each mistake gives, saving, and builds
 // that come out the same after a save and a load.
+#include <algorithm>
 #include <map>
 
 #include "host/FileInput.h"
@@ -11,6 +12,7 @@ namespace basekit::host::testing {
 namespace {
 
 using NetworkFileTest = HostTest;
+using json = nlohmann::json;
 
 TEST_F(NetworkFileTest, ReadsEverySection) {
     TempDir dir;
@@ -183,8 +185,21 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "output": 2, "to": "b"}]})",
          "links[0].output: \"a\" has no output 2 (it has 1)"},
         {R"({"devices": [)" + two + R"(], "links": [{"from": "a", "to": "b", "param": "Amout"}]})",
-         "links[0].param: \"b\" has no parameter \"Amout\"; valid: \"Amount\", \"Report rows\", "
-         "\"Mode\", \"Tint\""},
+         "links[0].param: \"b\" has no parameter \"Amout\"; nearest: \"Amount\"; valid: "
+         "\"Amount\", \"Report rows\", \"Mode\", \"Tint\""},
+        {R"({"devices": [{"id": "a", "type": "Test Add", "params": {"Tint ": 1}}]})",
+         "devices[0].params.Tint : unknown parameter; nearest: \"Tint\"; valid: \"Amount\", "
+         "\"Report rows\", \"Mode\", \"Tint\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp"}, {"id": "c", "type": "Coast Erosion"}],
+            "links": [{"from": "a", "to": "c", "input": "Hardnes Map"}]})",
+         "links[0].input: \"c\" has no input \"Hardnes Map\"; nearest: \"Hardness Map\"; valid: "
+         "\"Primary Input\", \"Hardness Map\""},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp"}, {"id": "c", "type": "Arithmetic Combiner"}],
+            "links": [{"from": "a", "to": "c", "input": "Primary Input"}]})",
+         "links[0].input: \"c\" has 2 inputs named \"Primary Input\"; give its number"},
+        {R"({"devices": [{"id": "c", "type": "Coast Erosion"}], "export": [{"device": "c", "output": "Beach"}]})",
+         "export[0].output: \"c\" has no output \"Beach\"; nearest: \"Beach Map\"; valid: "
+         "\"Primary Output\", \"Water Map\", \"Beach Map\""},
         {R"({"devices": [)" + two +
              R"(], "links": [{"from": "a", "to": "b"}, {"from": "a", "to": "b", "input": 0}]})",
          "links[1].input: this port is linked already by links[0]"},
@@ -231,6 +246,131 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         EXPECT_EQ(host->Seeds().Save().start, seeds.start);
         EXPECT_EQ(host->Seeds().Save().calls, seeds.calls);
     }
+}
+
+// A seed gives each seeded device left to itself a seed of the seed and its
+// id: the same whatever the order of the devices or the seeds drawn before.
+TEST_F(NetworkFileTest, SeedsFollowTheNetworkSeedAndTheDeviceId) {
+    std::string state;
+    {
+        DeviceHandle cells(*host->FindType("Voronoi"));
+        Orogen::GetParameter(cells.get(), "Random Seed")->i = 77;
+        std::ostringstream out(std::ios::binary);
+        cells->Save(out);
+        state = EncodeBase64(out.str());
+    }
+    auto seeds = [&](const std::string& seed, const std::vector<std::string>& ids,
+                     ParseOptions options = {}) {
+        std::string text = "{" + seed + "\"devices\": [";
+        for (const std::string& id : ids) {
+            if (text.back() != '[') text += ',';
+            text += "{\"id\": \"";
+            text += id;
+            text += "\", ";
+            if (id == "own") text += R"("params": {"Random Seed": 12, "Scale": 2}, )";
+            if (id == "saved") text += "\"state\": \"" + state + "\", ";
+            text += "\"type\": \"Voronoi\"}";
+        }
+        Project project = ParseNetwork(*host, text + "]}", "", options);
+        std::map<std::string, int32_t> found;
+        for (const std::string& id : ids)
+            found[id] = Orogen::GetParameter(&project.network->Get(id), "Random Seed")->i;
+        return found;
+    };
+    ParseOptions seven;
+    seven.seed = 7;
+    ParseOptions overridden;
+    overridden.overrides.push_back({"b.Random Seed", 500, "--set b.Random Seed"});
+    overridden.overrides.push_back({"a.Scale", 3, "--set a.Scale"});
+    const std::map<std::string, int32_t> bySeven = seeds("\"seed\": 7,", {"a", "b", "c"});
+    // Pinned: a change here changes every saved world.
+    EXPECT_EQ(bySeven, (std::map<std::string, int32_t>{{"a", 19991}, {"b", 14550}, {"c", 23742}}));
+    struct Case {
+        const char* what;
+        std::map<std::string, int32_t> got, want;
+    };
+    const Case cases[] = {
+        {"another order", seeds("\"seed\": 7,", {"c", "a", "b"}), bySeven},
+        {"the option without a file seed", seeds("", {"a", "b", "c"}, seven), bySeven},
+        {"the option over the file's seed", seeds("\"seed\": 8,", {"b", "c", "a"}, seven), bySeven},
+        {"own, saved and overridden seeds stay",
+         seeds("\"seed\": 7,", {"own", "saved", "a", "b"}, overridden),
+         {{"own", 12}, {"saved", 77}, {"a", bySeven.at("a")}, {"b", 500}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(c.got, c.want);
+    }
+    // Another seed gives other devices.
+    const std::map<std::string, int32_t> byEight = seeds("\"seed\": 8,", {"a", "b", "c"});
+    EXPECT_NE(byEight.at("a"), bySeven.at("a"));
+    EXPECT_NE(byEight.at("b"), bySeven.at("b"));
+}
+
+// An override is checked as the file's "params" are, and named by its place.
+TEST_F(NetworkFileTest, OverridesAreCheckedLikeTheFile) {
+    const std::string text = R"({"devices": [{"id": "hill", "type": "Radial Grad"},
+        {"id": "hill.top", "type": "Constant"},
+        {"id": "r", "type": "Router", "params": {"Output Choice": 2, "Number of Outputs": 3}}]})";
+    struct Case {
+        std::string target;
+        json value;
+        std::string message;  // empty: accepted
+    };
+    const Case cases[] = {
+        {"r.Output Choice", 1, ""},  // replaces the file's 2, which would come later
+        {"hill.Radius", 80, "--set hill.Radius: 80 is outside 0..64"},
+        {"hill.Radius", "wide", "--set hill.Radius: expected a number, not \"wide\""},
+        {"hill.Type", "Cone", ""},
+        {"hill.Type", "Spike", "--set hill.Type: unknown choice \"Spike\"; valid: "},
+        {"hill.top.Height", 0.25, ""},  // the longest id that fits
+        {"hill.top.Height", 2, "--set hill.top.Height: 2 is outside 0..1"},
+        {"hil.Radius", 1, "--set hil.Radius: no device \"hil\""},
+        {"hill", 1, "--set hill: expected ID.PARAM=VALUE"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.target + "=" + c.value.dump());
+        ParseOptions options;
+        options.overrides.push_back({c.target, c.value, "--set " + c.target});
+        try {
+            Project project = ParseNetwork(*host, text, "", options);
+            EXPECT_EQ(c.message, "") << "accepted";
+            if (c.target == "hill.Type") {
+                EXPECT_EQ(Orogen::GetParameter(&project.network->Get("hill"), "Type")->i, 4);
+            }
+            if (c.target == "r.Output Choice") {
+                EXPECT_EQ(Orogen::GetParameter(&project.network->Get("r"), "Output Choice")->i, 1);
+            }
+            if (c.target == "hill.top.Height") {
+                EXPECT_EQ(Orogen::GetParameter(&project.network->Get("hill.top"), "Height")->f, 0.25f);
+            }
+        } catch (const NetworkFileError& e) {
+            ASSERT_NE(c.message, "") << e.what();
+            EXPECT_EQ(std::string(e.what()).substr(0, c.message.size()), c.message);
+        }
+    }
+}
+
+// Links and exports name ports by number or by name.
+TEST_F(NetworkFileTest, PortsByNameOrNumber) {
+    Project project = ParseNetwork(*host, R"({"devices": [
+        {"id": "ramp", "type": "Test Ramp"}, {"id": "coast", "type": "Coast Erosion"},
+        {"id": "cells", "type": "Voronoi", "params": {"Distortion Enable": true}}],
+      "links": [{"from": "ramp", "to": "coast", "input": "Hardness Map"},
+                {"from": "ramp", "to": "coast", "input": 0},
+                {"from": "coast", "output": "Water Map", "to": "cells", "input": "Distortion Map"}],
+      "export": [{"device": "coast", "output": "Beach Map"}, {"device": "coast", "output": 0}]})",
+                                   "");
+    std::vector<std::string> links;
+    for (const Link& link : project.network->Links())
+        links.push_back(link.from + "/" + std::to_string(link.output) + ">" + link.to + "/" +
+                        std::to_string(link.input));
+    std::sort(links.begin(), links.end());
+    EXPECT_EQ(links, (std::vector<std::string>{"coast/1>cells/0", "ramp/0>coast/0", "ramp/0>coast/1"}));
+    ASSERT_EQ(project.exports.size(), 2u);
+    EXPECT_EQ(project.exports[0].output, 2u);
+    EXPECT_EQ(project.exports[0].name, "coast_2");
+    EXPECT_EQ(project.exports[1].output, 0u);
 }
 
 TEST_F(NetworkFileTest, ReadingAMissingFileFails) {
