@@ -32,7 +32,7 @@ public:
 // with one line saying where it looked, or why the module was refused.
 void LoadModule(basekit::host::Host& host, const std::optional<std::filesystem::path>& module);
 
-enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
+enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4, kR16 = 8, kTif = 16 };
 
 struct BuildSettings {
     std::filesystem::path outputDir = "out";
@@ -44,6 +44,10 @@ struct BuildSettings {
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;
+    // 16-bit PNG and r16: each height field's own range onto 0..65535
+    // instead of 0..1.
+    bool pngRangeAuto = false;
+    std::string exrChannel = "Y";  // a height field's EXR channel
 };
 
 // "png,r32" -> formats; throws UsageError, also for a format this build

@@ -30,6 +30,8 @@ struct BuildFlags {
     std::string memory;
     bool quiet = false;
     bool preview = false;
+    std::string pngRange = "fixed";
+    std::string exrChannel = "Y";
 
     BuildSettings Settings() const {
         BuildSettings settings;
@@ -40,6 +42,9 @@ struct BuildFlags {
         if (!memory.empty()) settings.memoryBudget = ParseMemory(memory);
         settings.quiet = quiet;
         settings.preview = preview;
+        settings.pngRangeAuto = pngRange == "auto";
+        if (exrChannel.empty()) throw UsageError("--exr-channel: the channel needs a name");
+        settings.exrChannel = exrChannel;
         return settings;
     }
 };
@@ -47,7 +52,14 @@ struct BuildFlags {
 void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_option("-o,--output", flags.outputDir, "Folder for the files and manifest.json")
         ->capture_default_str();
-    command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, exr")
+    command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, r16, exr, tif")
+        ->capture_default_str();
+    command.add_option("--png-range", flags.pngRange,
+                       "16-bit PNG and r16 mapping: fixed (0..1 onto 0..65535) or auto (each "
+                       "height field's own range)")
+        ->check(CLI::IsMember({"fixed", "auto"}))
+        ->capture_default_str();
+    command.add_option("--exr-channel", flags.exrChannel, "EXR channel of a height field")
         ->capture_default_str();
     command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
     command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")

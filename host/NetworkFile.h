@@ -48,6 +48,9 @@ struct Project {
     // As the file lists them, or else the outputs that feed nothing.
     std::vector<ExportEntry> exports;
     bool exportsListed = false;
+    // The File Input whose GeoTIFF gave the world its extent, the file
+    // giving none; empty otherwise.
+    std::string extentFrom;
 };
 
 // Reads a project; relative file paths are taken from the file's folder.
