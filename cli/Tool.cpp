@@ -43,7 +43,8 @@ unsigned ParseFormats(const std::string& text) {
         else if (item == "exr")
             formats |= kExr;
         else
-            throw UsageError("--format: unknown format \"" + item + "\"; valid: png, r32, r16, exr, tif");
+            throw UsageError("--format: unknown format \"" + item +
+                             "\"; valid: png, r32, r16, exr, tif");
     }
     if (!formats) throw UsageError("--format: no format given; valid: png, r32, r16, exr, tif");
     return formats;

@@ -69,12 +69,11 @@ Image ResampleBilinear(const Image& image, int32_t width, int32_t height) {
     for (int32_t y = 0; y < height; ++y) {
         const float fy = static_cast<float>(y * sy);
         for (int32_t x = 0; x < width; ++x, at += image.channels)
-            Orogen::BilinearSample(image.samples.data(), image.width, image.height,
-                                   image.channels, static_cast<float>(x * sx), fy, at);
+            Orogen::BilinearSample(image.samples.data(), image.width, image.height, image.channels,
+                                   static_cast<float>(x * sx), fy, at);
     }
     return out;
 }
-
 
 FileInput::FileInput() {
     SetIdentity("FINP", &Orogen::CreateDevice<FileInput>);

@@ -438,8 +438,8 @@ void EncodePngBand(const ImageView& image, int bitDepth, int32_t y0, int32_t y1,
     const size_t bpp = size_t(image.channels) * (bitDepth / 8);
     std::vector<uint8_t> prior(rowBytes, 0), row(rowBytes), line(rowBytes + 1), scratch(rowBytes);
     if (y0 > 0)
-        QuantizeRow(image.samples + size_t(y0 - 1) * rowSamples, rowSamples, bitDepth,
-                    prior.data(), range);
+        QuantizeRow(image.samples + size_t(y0 - 1) * rowSamples, rowSamples, bitDepth, prior.data(),
+                    range);
     z_stream z{};
     if (deflateInit2(&z, kPngLevel, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         Fail("cannot start deflate");
@@ -637,7 +637,8 @@ struct TiffStream {
 tmsize_t TiffRead(thandle_t handle, void* data, tmsize_t n) {
     auto* s = static_cast<TiffStream*>(handle);
     if (s->file) return tmsize_t(std::fread(data, 1, size_t(n), s->file));
-    const uint64_t take = s->at < s->memory->size() ? std::min<uint64_t>(n, s->memory->size() - s->at) : 0;
+    const uint64_t take =
+        s->at < s->memory->size() ? std::min<uint64_t>(n, s->memory->size() - s->at) : 0;
     std::memcpy(data, s->memory->data() + s->at, size_t(take));
     s->at += take;
     return tmsize_t(take);
@@ -694,8 +695,8 @@ TIFF* OpenTiff(const char* mode, TiffStream& stream) {
     if (!options) return nullptr;
     TIFFOpenOptionsSetErrorHandlerExtR(options, TiffOnError, &stream.error);
     TIFFOpenOptionsSetWarningHandlerExtR(options, TiffOnWarning, nullptr);
-    TIFF* tif = TIFFClientOpenExt("orogen", mode, &stream, TiffRead, TiffWrite, TiffSeek,
-                                  TiffClose, TiffSize, TiffMap, TiffUnmap, options);
+    TIFF* tif = TIFFClientOpenExt("orogen", mode, &stream, TiffRead, TiffWrite, TiffSeek, TiffClose,
+                                  TiffSize, TiffMap, TiffUnmap, options);
     TIFFOpenOptionsFree(options);
     return tif;
 }
@@ -1102,10 +1103,10 @@ Image ReadTiff(const fs::path& path) {
                        (format == SAMPLEFORMAT_IEEEFP && (bits == 32 || bits == 64));
     if (!known) {
         Fail(context + "unsupported samples: " + std::to_string(bits) + "-bit " +
-             (format == SAMPLEFORMAT_INT      ? "signed"
+             (format == SAMPLEFORMAT_INT ? "signed"
               : format == SAMPLEFORMAT_IEEEFP ? "float"
-              : format == SAMPLEFORMAT_UINT   ? "unsigned"
-                                              : "other") +
+              : format == SAMPLEFORMAT_UINT ? "unsigned"
+                                            : "other") +
              " (8- or 16-bit unsigned, 32- or 64-bit float)");
     }
     if (photometric == PHOTOMETRIC_PALETTE || photometric == PHOTOMETRIC_YCBCR)
@@ -1114,8 +1115,8 @@ Image ReadTiff(const fs::path& path) {
     const int channels = perPixel >= 3 ? 3 : 1;
     const uint64_t count = uint64_t(width) * height * channels;
     if (width > uint32_t(INT32_MAX) || height > uint32_t(INT32_MAX) || count > kMaxImageSamples) {
-        Fail(context + "image too large (" + std::to_string(width) + "x" +
-             std::to_string(height) + ")");
+        Fail(context + "image too large (" + std::to_string(width) + "x" + std::to_string(height) +
+             ")");
     }
 
     Image image{int32_t(width), int32_t(height), channels, std::vector<float>(size_t(count))};
@@ -1294,8 +1295,8 @@ void WriteEnviHeader(const fs::path& path, const ImageView& image, const GeoExte
     // pixel size in y counts downwards.
     std::string text = "ENVI\n";
     text += "description = {orogen " +
-            std::string(image.channels == 3 ? "bitmap" : "height field") +
-            "; vertical scale " + number(verticalScale) + "}\n";
+            std::string(image.channels == 3 ? "bitmap" : "height field") + "; vertical scale " +
+            number(verticalScale) + "}\n";
     text += "samples = " + std::to_string(image.width) + "\n";
     text += "lines = " + std::to_string(image.height) + "\n";
     text += "bands = " + std::to_string(image.channels) + "\n";

@@ -351,7 +351,8 @@ std::string AdoptGeoExtent(Network& network) {
         const FileInput* input = AsFileInput(&network.Get(id));
         if (!input) continue;
         std::string extension = input->File().extension().string();
-        for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (char& c : extension)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         if (extension != ".tif" && extension != ".tiff") continue;
         try {
             if (std::optional<GeoExtent> extent = ReadGeoExtent(input->File())) {

@@ -158,11 +158,13 @@ TEST_F(FileInputTest, MissingOrWrongFilesFailWithAClearMessage) {
 TEST_F(FileInputTest, OtherResolutionsAreResampledBilinearly) {
     TempDir dir;
     const Image small{3, 2, 1, {0.0f, 0.5f, 1.0f, 0.25f, 0.75f, 0.125f}};
-    const std::vector<float> expected = {0.0f,   0.25f,  0.5f,  0.75f,    1.0f,
+    const std::vector<float> expected = {0.0f,   0.25f,  0.5f,   0.75f,    1.0f,
                                          0.125f, 0.375f, 0.625f, 0.59375f, 0.5625f,
-                                         0.25f,  0.5f,   0.75f, 0.4375f,  0.125f};
-    WriteR32(dir / "small.r32", Image{3, 3, 1, {0.0f, 0.5f, 1.0f, 0.125f, 0.625f, 0.5625f, 0.25f,
-                                                0.75f, 0.125f}});  // square: its own size
+                                         0.25f,  0.5f,   0.75f,  0.4375f,  0.125f};
+    // Square: read at its own size.
+    const std::vector<float> square = {0.0f,    0.5f,  1.0f,  0.125f, 0.625f,
+                                       0.5625f, 0.25f, 0.75f, 0.125f};
+    WriteR32(dir / "small.r32", Image{3, 3, 1, square});
     struct Case {
         fs::path file;
         std::function<void(const fs::path&)> write;
@@ -175,7 +177,8 @@ TEST_F(FileInputTest, OtherResolutionsAreResampledBilinearly) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.file.string());
         const std::string extension = c.file.extension().string();
-        if ((extension == ".exr" && !CanUseExr()) || (extension == ".tif" && !CanUseTiff())) continue;
+        if ((extension == ".exr" && !CanUseExr()) || (extension == ".tif" && !CanUseTiff()))
+            continue;
         c.write(c.file);
         Read read = Build(*host, c.file, FileInput::Kind::HeightField, 5, 3);
         ASSERT_EQ(read.report.status, BuildStatus::Built) << read.report.message;
@@ -201,8 +204,8 @@ TEST_F(FileInputTest, OtherResolutionsAreResampledBilinearly) {
     const Image one = ResampleBilinear(rgb, 1, 1);
     EXPECT_EQ(one.samples, (std::vector<float>{0.0f, 0.5f, 1.0f}));
     EXPECT_EQ(ResampleBilinear(rgb, 3, 2).samples,
-              (std::vector<float>{0.0f, 0.5f, 1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f,
-                                  0.0f, 0.5f, 1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f}));
+              (std::vector<float>{0.0f, 0.5f, 1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f, 0.0f, 0.5f,
+                                  1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f}));
 }
 
 TEST_F(FileInputTest, SavedStateKeepsFileKindAndBase) {

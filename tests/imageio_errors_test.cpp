@@ -185,7 +185,7 @@ TEST(ReadFailure, RawWrongSizeNamesExpectedAndActual) {
         }
         for (const auto& [w, h, c] :
              {std::tuple{0, 1, 1}, {1, -1, 1}, {1, 1, 2}, {65536, 65536, 1}})  // the last
-            ErrorOf([&, w = w, h = h, c = c] { read(path, w, h, c); });  // before allocating
+            ErrorOf([&, w = w, h = h, c = c] { read(path, w, h, c); });        // before allocating
     }
 }
 
@@ -249,10 +249,13 @@ TEST(ReadFailure, TruncatedOrCorruptTiff) {
         WriteGeoTiff(path, MakeImage(6, 5, channels, Smooth), {});
         // The directory comes last, so every prefix lacks it; a changed byte
         // may land in the samples and be read as another value.
-        CheckDamaged(path, ReadBytes(path), [&] {
-            ReadGeoExtent(path);
-            return ReadTiff(path);
-        }, false);
+        CheckDamaged(
+            path, ReadBytes(path),
+            [&] {
+                ReadGeoExtent(path);
+                return ReadTiff(path);
+            },
+            false);
     }
     WriteBytes(path, "II*\0not really a TIFF");
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadTiff(path); }), path.string()));

@@ -21,10 +21,10 @@
 #endif
 
 #include <array>
-#include <optional>
-#include <functional>
-#include <cstring>
 #include <cmath>
+#include <cstring>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -220,17 +220,51 @@ TEST(ExrRead, ChannelsTypesAndWindows) {
         int width, height, readChannels;
         std::vector<float> expected;  // empty: refused
     } cases[] = {
-        {"half RGBA gives RGB", Box(V(0, 0), V(1, 0)), {"R", "G", "B", "A"}, Imf::HALF,
-         {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f}, 2, 1, 3,
+        {"half RGBA gives RGB",
+         Box(V(0, 0), V(1, 0)),
+         {"R", "G", "B", "A"},
+         Imf::HALF,
+         {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f},
+         2,
+         1,
+         3,
          {0.5f, 1.0f, 2.0f, -0.25f, 0.125f, 65504.0f}},
-        {"half Y gives grey", Box(V(0, 0), V(0, 2)), {"Y"}, Imf::HALF, {0.5f, 0.75f, -8.0f}, 1, 3,
-         1, {0.5f, 0.75f, -8.0f}},
-        {"window away from the origin", Box(V(5, -3), V(7, -2)), {"Y"}, Imf::FLOAT,
-         {1, 2, 3, 4, 5, 6}, 3, 2, 1, {1, 2, 3, 4, 5, 6}},
-        {"RGB wins over Y, others ignored", Box(V(0, 0), V(0, 0)), {"R", "G", "B", "Y", "Z"},
-         Imf::FLOAT, {1, 2, 3, 4, 5}, 1, 1, 3, {1, 2, 3}},
-        {"a single channel of another name", Box(V(0, 0), V(1, 0)), {"Z"}, Imf::FLOAT, {7, 8}, 2,
-         1, 1, {7, 8}},
+        {"half Y gives grey",
+         Box(V(0, 0), V(0, 2)),
+         {"Y"},
+         Imf::HALF,
+         {0.5f, 0.75f, -8.0f},
+         1,
+         3,
+         1,
+         {0.5f, 0.75f, -8.0f}},
+        {"window away from the origin",
+         Box(V(5, -3), V(7, -2)),
+         {"Y"},
+         Imf::FLOAT,
+         {1, 2, 3, 4, 5, 6},
+         3,
+         2,
+         1,
+         {1, 2, 3, 4, 5, 6}},
+        {"RGB wins over Y, others ignored",
+         Box(V(0, 0), V(0, 0)),
+         {"R", "G", "B", "Y", "Z"},
+         Imf::FLOAT,
+         {1, 2, 3, 4, 5},
+         1,
+         1,
+         3,
+         {1, 2, 3}},
+        {"a single channel of another name",
+         Box(V(0, 0), V(1, 0)),
+         {"Z"},
+         Imf::FLOAT,
+         {7, 8},
+         2,
+         1,
+         1,
+         {7, 8}},
         {"neither Y nor RGB", Box(V(0, 0), V(0, 0)), {"R", "Z"}, Imf::FLOAT, {1, 2}, 0, 0, 0, {}},
     };
     TempDir dir;
@@ -372,8 +406,8 @@ TEST(TiffRead, SampleTypesAndLayouts) {
             for (int c = 0; c < channels; ++c) {
                 const double v = TiffValue(t, p, c);
                 const float expected = t.format == SAMPLEFORMAT_IEEEFP ? float(v)
-                                       : t.bits == 16                   ? float(v) / 65535.0f
-                                                                        : float(v) / 255.0f;
+                                       : t.bits == 16                  ? float(v) / 65535.0f
+                                                                       : float(v) / 255.0f;
                 ASSERT_EQ(image.samples[p * channels + c], expected) << "pixel " << p << "." << c;
             }
         EXPECT_EQ(ReadImage(fs::path(dir / "in.tif"), 1).channels, 1);
@@ -416,7 +450,8 @@ TEST(TiffRead, GeoExtentOfAreaAndPointRasters) {
         {"area", tieAndScale(RasterPixelIsArea),
          GeoExtent{1005, 1997.5, 1005 + 10 * 10, 1997.5 - 4 * 5}},
         {"point", tieAndScale(RasterPixelIsPoint), GeoExtent{1000, 2000, 1100, 1980}},
-        {"matrix, area", [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_GEOTRANSMATRIX, 16, skewFree); },
+        {"matrix, area",
+         [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_GEOTRANSMATRIX, 16, skewFree); },
          GeoExtent{-9, 21.5, -9 + 2 * 10, 21.5 + 3 * 4}},
         {"rotated", [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_GEOTRANSMATRIX, 16, rotated); },
          std::nullopt},

@@ -34,13 +34,13 @@ bool Always() {
 
 const Format kFormats[] = {
     {"R32", ".r32", WriteR32,
-     [](const fs::path& p, const Image& i) { return ReadR32(p, i.width, i.height, i.channels); },
-     0, Always},
+     [](const fs::path& p, const Image& i) { return ReadR32(p, i.width, i.height, i.channels); }, 0,
+     Always},
     {"R16", ".r16", [](const fs::path& p, const ImageView& i) { WriteR16(p, i); },
      [](const fs::path& p, const Image& i) { return ReadR16(p, i.width, i.height, i.channels); },
      65535, Always},
-    {"Png16", ".png", WritePng16, [](const fs::path& p, const Image&) { return ReadPng(p); },
-     65535, CanReadPng},
+    {"Png16", ".png", WritePng16, [](const fs::path& p, const Image&) { return ReadPng(p); }, 65535,
+     CanReadPng},
     {"Png8", ".png", WritePng8, [](const fs::path& p, const Image&) { return ReadPng(p); }, 255,
      CanReadPng},
     {"Exr", ".exr", [](const fs::path& p, const ImageView& i) { WriteExr(p, i); },
@@ -81,8 +81,9 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
     const bool quantized = format.levels > 0, isRaw = format.extension[1] == 'r';
     if (format.extension != std::string(".png") && !format.available())
         GTEST_SKIP() << "this build cannot write " << format.name;
-    const Image image = MakeImage(shape.width, shape.height, channels,
-                                  [&](size_t i) { return quantized ? PngSample(i) : FloatSample(i); });
+    const Image image = MakeImage(shape.width, shape.height, channels, [&](size_t i) {
+        return quantized ? PngSample(i) : FloatSample(i);
+    });
     TempDir dir;
     const fs::path path = dir / (std::string("image") + format.extension);
     format.write(path, image);
@@ -220,11 +221,12 @@ TEST(ImageIO, SixteenBitRangeMapping) {
         float value;
         unsigned level;
     };
-    const Case cases[] = {{{}, 0.0f, 0},          {{}, 1.0f, 65535},        {{}, 0.5f, 32768},
-                          {{}, kNan, 0},          {{}, -1.0f, 0},           {{}, 2.0f, 65535},
-                          {{-1, 3}, -1.0f, 0},    {{-1, 3}, 3.0f, 65535},   {{-1, 3}, 1.0f, 32768},
-                          {{-1, 3}, 0.0f, 16384}, {{-1, 3}, kNan, 0},       {{-1, 3}, 4.0f, 65535},
-                          {{-1, 3}, -2.0f, 0},    {{2, 2}, 2.0f, 0},        {{0.25, 0.5}, 0.375f, 32768}};
+    const Case cases[] = {
+        {{}, 0.0f, 0},          {{}, 1.0f, 65535},      {{}, 0.5f, 32768},
+        {{}, kNan, 0},          {{}, -1.0f, 0},         {{}, 2.0f, 65535},
+        {{-1, 3}, -1.0f, 0},    {{-1, 3}, 3.0f, 65535}, {{-1, 3}, 1.0f, 32768},
+        {{-1, 3}, 0.0f, 16384}, {{-1, 3}, kNan, 0},     {{-1, 3}, 4.0f, 65535},
+        {{-1, 3}, -2.0f, 0},    {{2, 2}, 2.0f, 0},      {{0.25, 0.5}, 0.375f, 32768}};
     TempDir dir;
     for (const Case& c : cases) {
         const Image image{1, 1, 1, {c.value}};
