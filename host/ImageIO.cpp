@@ -626,56 +626,50 @@ int TiffOnWarning(TIFF*, void*, const char*, const char*, va_list) {
 // libgeotiff's complaints about damaged keys: a damaged key reads as absent.
 void GeoTiffQuiet(GTIF*, int, const char*, ...) {}
 
-// What a TIFF handle reads from or writes into.
+// The FILE* a TIFF handle reads from or writes into, and where it stands.
 struct TiffStream {
-    std::FILE* file = nullptr;     // reading
-    std::vector<uint8_t>* memory;  // writing
-    uint64_t size = 0, at = 0;
+    std::FILE* file = nullptr;
+    bool writing = false;
+    uint64_t size = 0, at = 0;  // writing: the bytes written so far
     std::string error;
 };
 
 tmsize_t TiffRead(thandle_t handle, void* data, tmsize_t n) {
     auto* s = static_cast<TiffStream*>(handle);
-    if (s->file) return tmsize_t(std::fread(data, 1, size_t(n), s->file));
-    const uint64_t take =
-        s->at < s->memory->size() ? std::min<uint64_t>(n, s->memory->size() - s->at) : 0;
-    std::memcpy(data, s->memory->data() + s->at, size_t(take));
-    s->at += take;
-    return tmsize_t(take);
+    if (s->writing || n < 0) return 0;
+    const size_t got = std::fread(data, 1, size_t(n), s->file);
+    s->at += got;
+    return tmsize_t(got);
 }
 
 tmsize_t TiffWrite(thandle_t handle, void* data, tmsize_t n) {
     auto* s = static_cast<TiffStream*>(handle);
-    if (s->file || n < 0) return 0;
-    if (s->at + uint64_t(n) > s->memory->size()) s->memory->resize(size_t(s->at + n));
-    std::memcpy(s->memory->data() + s->at, data, size_t(n));
-    s->at += uint64_t(n);
-    return n;
+    if (!s->writing || n < 0) return 0;
+    const size_t put = std::fwrite(data, 1, size_t(n), s->file);
+    s->at += put;
+    s->size = std::max(s->size, s->at);
+    return tmsize_t(put);
 }
 
 toff_t TiffSeek(thandle_t handle, toff_t offset, int whence) {
     auto* s = static_cast<TiffStream*>(handle);
-    const uint64_t end = s->file ? s->size : s->memory->size();
-    const uint64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? s->at : end;
+    const uint64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? s->at : s->size;
     const uint64_t to = base + offset;
-    if (s->file) {
 #ifdef _WIN32
-        if (_fseeki64(s->file, int64_t(to), SEEK_SET) != 0) return toff_t(-1);
+    if (_fseeki64(s->file, int64_t(to), SEEK_SET) != 0) return toff_t(-1);
 #else
-        if (fseeko(s->file, off_t(to), SEEK_SET) != 0) return toff_t(-1);
+    if (fseeko(s->file, off_t(to), SEEK_SET) != 0) return toff_t(-1);
 #endif
-    }
     s->at = to;
     return to;
 }
 
 int TiffClose(thandle_t) {
-    return 0;  // the FILE* and the memory are ours
+    return 0;  // the FILE* is ours
 }
 
 toff_t TiffSize(thandle_t handle) {
-    auto* s = static_cast<TiffStream*>(handle);
-    return s->file ? s->size : s->memory->size();
+    return static_cast<TiffStream*>(handle)->size;
 }
 
 int TiffMap(thandle_t, void**, toff_t*) {
@@ -1220,13 +1214,13 @@ void WriteGeoTiff(const fs::path& path, const ImageView& image, const GeoExtent&
     Fail(NoTiff("write", path));
 #else
     CheckImage(path, "TIFF", image);
-    const std::string context = OnFile("write", "TIFF", path);
-    std::vector<uint8_t> encoded;
-    {
+    // Messages here are prefixed with the file by WriteAtomically.
+    WriteAtomically(path, "TIFF", [&](std::FILE* file) {
         TiffStream stream;
-        stream.memory = &encoded;
+        stream.file = file;
+        stream.writing = true;
         TiffPtr tif(OpenTiff("w", stream));
-        if (!tif) Fail(context + (stream.error.empty() ? "cannot start libtiff" : stream.error));
+        if (!tif) Fail(stream.error.empty() ? "cannot start libtiff" : stream.error);
         TIFF* t = tif.get();
         const size_t rowSamples = size_t(image.width) * image.channels;
         const uint32_t stripRows =
@@ -1256,14 +1250,14 @@ void WriteGeoTiff(const fs::path& path, const ImageView& image, const GeoExtent&
             TIFFSetField(t, TIFFTAG_GEOTRANSMATRIX, 16, matrix);
         }
         GTIF* keys = GTIFNew(t);
-        if (!keys) Fail(context + "cannot start libgeotiff");
+        if (!keys) Fail("cannot start libgeotiff");
         GTIFKeySet(keys, GTModelTypeGeoKey, TYPE_SHORT, 1, ModelTypeProjected);
         GTIFKeySet(keys, GTRasterTypeGeoKey, TYPE_SHORT, 1, RasterPixelIsPoint);
         GTIFKeySet(keys, ProjectedCSTypeGeoKey, TYPE_SHORT, 1, KvUserDefined);
         GTIFKeySet(keys, GTCitationGeoKey, TYPE_ASCII, 0, "orogen world");
         const bool keysWritten = GTIFWriteKeys(keys) != 0;
         GTIFFree(keys);
-        if (!keysWritten) Fail(context + "cannot write the GeoTIFF keys");
+        if (!keysWritten) Fail("cannot write the GeoTIFF keys");
 
         // The predictor works in place: each strip goes through a copy.
         std::vector<float> strip;
@@ -1272,13 +1266,11 @@ void WriteGeoTiff(const fs::path& path, const ImageView& image, const GeoExtent&
             const float* from = image.samples + size_t(y) * rowSamples;
             strip.assign(from, from + rows * rowSamples);
             if (TIFFWriteEncodedStrip(t, s, strip.data(), tmsize_t(strip.size() * 4)) < 0)
-                Fail(context + (stream.error.empty() ? "cannot encode" : stream.error));
+                Fail(stream.error.empty() ? "cannot encode" : stream.error);
         }
         if (!TIFFFlush(t) || !stream.error.empty())
-            Fail(context + (stream.error.empty() ? "cannot finish the file" : stream.error));
-    }
-    WriteAtomically(path, "TIFF",
-                    [&](std::FILE* file) { Put(file, encoded.data(), encoded.size()); });
+            Fail(stream.error.empty() ? "cannot finish the file" : stream.error);
+    });
 #endif
 }
 
