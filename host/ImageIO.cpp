@@ -1276,6 +1276,7 @@ void WriteGeoTiff(const fs::path& path, const ImageView& image, const GeoExtent&
 
 void WriteEnviHeader(const fs::path& path, const ImageView& image, const GeoExtent& extent,
                      double verticalScale) {
+    CheckImage(path, "ENVI header", image);  // the image its r32 holds
     auto number = [](double v) {
         char text[40];
         std::snprintf(text, sizeof text, "%.17g", v);

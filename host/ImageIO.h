@@ -126,8 +126,9 @@ void WriteGeoTiff(const std::filesystem::path& path, const ImageView& image,
                   const GeoExtent& extent);
 
 // The ENVI header a raster tool needs to open a raw float32 file of `image`'s
-// size and channels: written at `path` ("name.hdr" beside "name.r32"), with
-// the extent as its map info and the vertical scale in its description.
+// size and channels (checked as the r32 writer checks them), written at
+// `path` ("name.hdr" beside "name.r32"): the extent as its map info, the
+// vertical scale in its description.
 void WriteEnviHeader(const std::filesystem::path& path, const ImageView& image,
                      const GeoExtent& extent, double verticalScale);
 
