@@ -603,6 +603,10 @@ std::string NoTiff(const char* verb, const fs::path& path) {
 // the atomic writer puts the bytes; libtiff's messages are collected per
 // handle instead of going to stderr.
 
+// zlib level for the strips, as the PNGs': on the demo's height fields about
+// 5% larger than libtiff's default level 6, written in half the time.
+constexpr int kTiffLevel = 2;
+
 // The GeoTIFF tags, known to libtiff once its tag extender is set.
 void RegisterGeoTiffTags() {
     static const bool registered = (XTIFFInitialize(), true);
@@ -1235,6 +1239,7 @@ void WriteGeoTiff(const fs::path& path, const ImageView& image, const GeoExtent&
                      uint16_t(image.channels == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
         TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
         TIFFSetField(t, TIFFTAG_PREDICTOR, uint16_t(PREDICTOR_FLOATINGPOINT));
+        TIFFSetField(t, TIFFTAG_ZIPQUALITY, kTiffLevel);
         TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, stripRows);
 
         const double dx = image.width > 1 ? (extent.x1 - extent.x0) / (image.width - 1) : 1.0;

@@ -118,10 +118,10 @@ void WriteStoredPng(const std::filesystem::path& path, const ImageView& image, i
 void WriteExr(const std::filesystem::path& path, const ImageView& image,
               const std::string& heightChannel = "Y");
 
-// Float32 TIFF (deflate with the floating-point predictor, strips), 1 or 3
-// samples per pixel, georeferenced through GeoTIFF tags: the samples are
-// points (RasterPixelIsPoint) placed by `extent`, in an unnamed, user-defined
-// projected system. Values are stored bit-exactly.
+// Float32 TIFF (strips, deflate level 2 with the floating-point predictor),
+// 1 or 3 samples per pixel, georeferenced through GeoTIFF tags: the samples
+// are points (RasterPixelIsPoint) placed by `extent`, in an unnamed,
+// user-defined projected system. Values are stored bit-exactly.
 void WriteGeoTiff(const std::filesystem::path& path, const ImageView& image,
                   const GeoExtent& extent);
 
