@@ -144,10 +144,19 @@ void PrintSummary(const Network& network, const BuildReport& report) {
                     static_cast<int>(typeWidth), network.TypeOf(d.id).typeName.c_str(),
                     static_cast<int>(statusWidth), StatusName(d.status), Seconds(d.seconds).c_str(),
                     Megabytes(d.peakBytes).c_str());
-        if (d.status != BuildStatus::Built && !d.message.empty()) std::printf("  %s", d.message.c_str());
+        if (!d.message.empty()) std::printf("  %s", d.message.c_str());  // also a built one's note
         std::printf("\n");
     }
     std::printf("%zu devices in %s s\n", report.devices.size(), Seconds(report.seconds).c_str());
+}
+
+// What the exports cover, for the manifest.
+json WorldJson(const basekit::host::World& world, const std::string& extentFrom) {
+    json item = {{"extent", {world.x0, world.y0, world.x1, world.y1}},
+                 {"resolution", {world.width, world.height}},
+                 {"verticalScale", world.verticalScale}};
+    if (!extentFrom.empty()) item["extentFrom"] = extentFrom;
+    return item;
 }
 
 json Range(const float* samples, size_t count) {
@@ -176,9 +185,45 @@ struct ExportJob {
     int32_t width = 0, height = 0;
     json files = json::object();
     json range;
+    json pngRange;  // what the 16-bit files map onto 0..65535, when written
     double seconds = 0.0;
     std::string error;
 };
+
+basekit::host::GeoExtent ExtentOf(const basekit::host::World& world) {
+    return {world.x0, world.y0, world.x1, world.y1};
+}
+
+// The files of one export in every format asked for, named into job.files;
+// job.range must be set. Stops early on an interrupt.
+void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
+                      const BuildSettings& settings, const basekit::host::World& world,
+                      const basekit::host::ParallelFor& parallel) {
+    basekit::host::ValueRange mapping;
+    if (settings.pngRangeAuto && image.channels == 1 && !job.range[0].is_null())
+        mapping = {job.range[0].get<double>(), job.range[1].get<double>()};
+    const std::pair<unsigned, const char*> writers[] = {
+        {kPng, "png"}, {kR32, "r32"}, {kR16, "r16"}, {kExr, "exr"}, {kTif, "tif"}};
+    for (const auto& [format, extension] : writers) {
+        if (!(settings.formats & format)) continue;
+        if (g_interrupted) return;
+        std::string fileName = job.entry->name + "." + extension;
+        fs::path path = settings.outputDir / fileName;
+        if (format == kPng) basekit::host::WritePng(path, image, 16, parallel, mapping);
+        if (format == kR16) basekit::host::WriteR16(path, image, mapping);
+        if (format == kExr) basekit::host::WriteExr(path, image, settings.exrChannel);
+        if (format == kTif) basekit::host::WriteGeoTiff(path, image, ExtentOf(world));
+        if (format == kR32) basekit::host::WriteR32(path, image);
+        job.files[extension] = fileName;
+        if (format == kR32) {  // beside it, what raster tools need to open it
+            std::string header = job.entry->name + ".hdr";
+            basekit::host::WriteEnviHeader(settings.outputDir / header, image, ExtentOf(world),
+                                           world.verticalScale);
+            job.files["hdr"] = header;
+        }
+    }
+    if (settings.formats & (kPng | kR16)) job.pngRange = json{mapping.low, mapping.high};
+}
 
 // Runs export jobs beside the build on threads of their own, so that a file
 // waiting on the disk holds none of the pool the devices build on; the
@@ -186,8 +231,9 @@ struct ExportJob {
 // thread busy runs on the caller: fields never pile up waiting.
 class Exporter {
 public:
-    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads)
-        : pool(pool), settings(settings) {
+    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings,
+             const basekit::host::World& world, uint32_t threads)
+        : pool(pool), settings(settings), world(world) {
         for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
     }
     ~Exporter() {
@@ -243,19 +289,9 @@ private:
                                                      const std::function<void(size_t)>& body) {
             pool.ParallelFor(count, body);
         };
-        const std::pair<unsigned, const char*> writers[] = {{kPng, "png"}, {kR32, "r32"}, {kExr, "exr"}};
         try {
-            for (const auto& [format, extension] : writers) {
-                if (!(settings.formats & format)) continue;
-                if (g_interrupted) return;
-                std::string fileName = job.entry->name + "." + extension;
-                fs::path path = settings.outputDir / fileName;
-                if (format == kPng) basekit::host::WritePng(path, image, 16, parallel);
-                if (format == kR32) basekit::host::WriteR32(path, image);
-                if (format == kExr) basekit::host::WriteExr(path, image);
-                job.files[extension] = fileName;
-            }
             job.range = Range(image.samples, static_cast<size_t>(packet.PointCount()) * image.channels);
+            WriteExportFiles(job, image, settings, world, parallel);
         } catch (const std::exception& e) {
             job.error = e.what();
         }
@@ -266,6 +302,7 @@ private:
 
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
+    const basekit::host::World& world;
     std::mutex mutex;
     std::condition_variable wake, idle;
     std::deque<ExportJob*> queue;
@@ -393,7 +430,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         jobs[i].candidate = settings.preview && (!previewIndex || i == *previewIndex);
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
-    Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
+    Exporter exporter(network.GetHost().Workers(), settings, network.world, threads - 1);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
@@ -459,6 +496,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                            {"max", job.range[1]},
                            {"files", job.files},
                            {"seconds", job.seconds}});
+        if (!job.pngRange.is_null()) outputs.back()["pngRange"] = job.pngRange;
     }
     // The preview: the export named, else the first view, else the first height
     // field, else the first bitmap.
@@ -478,6 +516,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     }
 
     json manifest;
+    manifest["world"] = WorldJson(network.world, project.extentFrom);
     manifest["outputs"] = outputs;
     if (!missing.empty()) manifest["missing"] = missing;
     if (previewOf) {
@@ -542,6 +581,8 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
 
     if (!settings.quiet) {
         PrintSummary(network, report);
+        if (!project.extentFrom.empty())
+            std::printf("world extent from the GeoTIFF of \"%s\"\n", project.extentFrom.c_str());
         std::printf("wrote %zu of %zu outputs to %s\n", outputs.size(), project.exports.size(),
                     settings.outputDir.string().c_str());
         if (!stale.empty()) std::printf("removed %zu files of the previous build\n", stale.size());

@@ -33,14 +33,21 @@ unsigned ParseFormats(const std::string& text) {
             formats |= kPng;
         else if (item == "r32")
             formats |= kR32;
+        else if (item == "r16")
+            formats |= kR16;
+        else if (item == "tif" && !basekit::host::CanUseTiff())
+            throw UsageError("--format tif: this build of orogen has no TIFF support");
+        else if (item == "tif")
+            formats |= kTif;
         else if (item == "exr" && !basekit::host::CanUseExr())
             throw UsageError("--format exr: this build of orogen has no EXR support");
         else if (item == "exr")
             formats |= kExr;
         else
-            throw UsageError("--format: unknown format \"" + item + "\"; valid: png, r32, exr");
+            throw UsageError("--format: unknown format \"" + item +
+                             "\"; valid: png, r32, r16, exr, tif");
     }
-    if (!formats) throw UsageError("--format: no format given; valid: png, r32, exr");
+    if (!formats) throw UsageError("--format: no format given; valid: png, r32, r16, exr, tif");
     return formats;
 }
 

@@ -34,7 +34,7 @@ public:
 std::filesystem::path LoadModule(basekit::host::Host& host,
                                  const std::optional<std::filesystem::path>& module);
 
-enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4 };
+enum Format : unsigned { kPng = 1, kR32 = 2, kExr = 4, kR16 = 8, kTif = 16 };
 
 struct BuildSettings {
     std::filesystem::path outputDir = "out";
@@ -51,6 +51,10 @@ struct BuildSettings {
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;
+    // 16-bit PNG and r16: each height field's own range onto 0..65535
+    // instead of 0..1.
+    bool pngRangeAuto = false;
+    std::string exrChannel = "Y";  // a height field's EXR channel
 };
 
 // "ID.PARAM=VALUE" -> an override; VALUE is read as JSON where it is a

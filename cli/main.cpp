@@ -36,6 +36,8 @@ struct BuildFlags {
     bool clean = false;
     std::optional<uint32_t> seed;
     std::vector<std::string> sets;
+    std::string pngRange = "fixed";
+    std::string exrChannel = "Y";
 
     basekit::host::ParseOptions Options() const {
         basekit::host::ParseOptions options;
@@ -55,6 +57,9 @@ struct BuildFlags {
         settings.preview = preview;
         settings.keepGoing = keepGoing;
         settings.clean = clean;
+        settings.pngRangeAuto = pngRange == "auto";
+        if (exrChannel.empty()) throw UsageError("--exr-channel: the channel needs a name");
+        settings.exrChannel = exrChannel;
         return settings;
     }
 };
@@ -62,7 +67,14 @@ struct BuildFlags {
 void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_option("-o,--output", flags.outputDir, "Folder for the files and manifest.json")
         ->capture_default_str();
-    command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, exr")
+    command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, r16, exr, tif")
+        ->capture_default_str();
+    command.add_option("--png-range", flags.pngRange,
+                       "16-bit PNG and r16 mapping: fixed (0..1 onto 0..65535) or auto (each "
+                       "height field's own range)")
+        ->check(CLI::IsMember({"fixed", "auto"}))
+        ->capture_default_str();
+    command.add_option("--exr-channel", flags.exrChannel, "EXR channel of a height field")
         ->capture_default_str();
     command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
     command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")

@@ -21,10 +21,14 @@ if(TARGET basekit_host AND TARGET orogen)
   set(_libraries basekit_host basekit_imageio basekit_framework)
   foreach(_library ${_libraries})
     string(REPLACE "basekit_" "" _name ${_library})
+    # The source folder becomes the installed include folder; other folders
+    # (a library's own, such as libgeotiff's) stay.
+    get_target_property(_includes ${_library} INTERFACE_INCLUDE_DIRECTORIES)
+    list(REMOVE_ITEM _includes ${PROJECT_SOURCE_DIR})
     set_target_properties(${_library} PROPERTIES
       EXPORT_NAME ${_name}
       INTERFACE_INCLUDE_DIRECTORIES
-        "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>;$<INSTALL_INTERFACE:${BASEKIT64_INSTALL_INCLUDEDIR}>")
+        "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>;$<INSTALL_INTERFACE:${BASEKIT64_INSTALL_INCLUDEDIR}>;${_includes}")
   endforeach()
   install(TARGETS ${_libraries} EXPORT BaseKit64Targets
           ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -37,6 +41,7 @@ if(TARGET basekit_host AND TARGET orogen)
   get_target_property(_imageio_links basekit_imageio INTERFACE_LINK_LIBRARIES)
   set(BASEKIT64_NEEDS_PNG OFF)
   set(BASEKIT64_NEEDS_EXR "")
+  set(BASEKIT64_NEEDS_TIFF OFF)
   set(_pc_requires "nlohmann_json")
   if("PNG::PNG" IN_LIST _imageio_links)
     set(BASEKIT64_NEEDS_PNG ON)
@@ -49,6 +54,11 @@ if(TARGET basekit_host AND TARGET orogen)
   elseif("PkgConfig::OPENEXR" IN_LIST _imageio_links)
     set(BASEKIT64_NEEDS_EXR PKGCONFIG)
     string(APPEND _pc_requires " OpenEXR")
+  endif()
+
+  if("TIFF::TIFF" IN_LIST _imageio_links)
+    set(BASEKIT64_NEEDS_TIFF ON)
+    string(APPEND _pc_requires " libtiff-4")
   endif()
 
   install(EXPORT BaseKit64Targets NAMESPACE BaseKit64:: DESTINATION ${BASEKIT64_INSTALL_CMAKEDIR})
@@ -69,6 +79,10 @@ if(TARGET basekit_host AND TARGET orogen)
   set(BASEKIT64_PC_LIBS "-lbasekit_host -lbasekit_imageio -lbasekit_framework ${CMAKE_DL_LIBS_FLAG} -pthread")
   if(CMAKE_DL_LIBS)
     set(BASEKIT64_PC_LIBS "-lbasekit_host -lbasekit_imageio -lbasekit_framework -l${CMAKE_DL_LIBS} -pthread")
+  endif()
+  if(BASEKIT64_NEEDS_TIFF)
+    # libgeotiff has no pkg-config file of its own.
+    string(APPEND BASEKIT64_PC_LIBS " -lgeotiff")
   endif()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/basekit64.pc.in ${CMAKE_CURRENT_BINARY_DIR}/basekit64.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/basekit64.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <stdexcept>
 
 #include "framework/Serialization.h"
+#include "framework/Terrain.h"
 #include "host/ImageIO.h"
 
 namespace basekit::host {
@@ -24,26 +26,54 @@ std::string LowerExtension(const std::filesystem::path& path) {
     return extension;
 }
 
+// A raw file holds no size: the world's, or else a square one (game engines
+// write square heightmaps) that is then resampled.
+Image ReadRawFor(const std::filesystem::path& file, bool r16, int channels,
+                 const Orogen::Grid& grid) {
+    const uint64_t bytes = r16 ? 2 : 4;
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    int32_t width = grid.width, height = grid.height;
+    if (!error && size != bytes * channels * uint64_t(width) * uint64_t(height) &&
+        size % (bytes * channels) == 0) {
+        const uint64_t points = size / (bytes * channels);
+        uint64_t side = uint64_t(std::sqrt(double(points)));
+        while (side * side > points) --side;
+        while ((side + 1) * (side + 1) <= points) ++side;
+        if (side * side == points && side >= 1 && side <= uint64_t(INT32_MAX))
+            width = height = int32_t(side);
+    }
+    return r16 ? ReadR16(file, width, height, channels) : ReadR32(file, width, height, channels);
+}
+
 Image ReadFor(const std::filesystem::path& file, int channels, const Orogen::Grid& grid) {
     if (file.empty()) throw std::runtime_error("no file is set");
     std::string extension = LowerExtension(file);
-    Image image;
-    if (extension == ".r32") {
-        image = ReadR32(file, grid.width, grid.height, channels);
-    } else if (extension == ".png" || extension == ".exr") {
-        image = ReadImage(file, channels);
-    } else {
-        throw std::runtime_error(file.string() + ": unsupported file type \"" + extension +
-                                 "\" (use .r32, .png or .exr)");
-    }
-    if (image.width != grid.width || image.height != grid.height)
-        throw std::runtime_error(file.string() + ": the image is " + std::to_string(image.width) +
-                                 " x " + std::to_string(image.height) + ", the world is " +
-                                 std::to_string(grid.width) + " x " + std::to_string(grid.height));
-    return image;
+    if (extension == ".r32" || extension == ".r16")
+        return ReadRawFor(file, extension == ".r16", channels, grid);
+    if (extension == ".png" || extension == ".exr" || extension == ".tif" || extension == ".tiff")
+        return ReadImage(file, channels);
+    throw std::runtime_error(file.string() + ": unsupported file type \"" + extension +
+                             "\" (use .r32, .r16, .png, .exr, .tif or .tiff)");
 }
 
 }  // namespace
+
+Image ResampleBilinear(const Image& image, int32_t width, int32_t height) {
+    Image out{width, height, image.channels,
+              std::vector<float>(size_t(width) * size_t(height) * size_t(image.channels))};
+    // First sample on first, last on last: the samples are points.
+    const double sx = width > 1 ? double(image.width - 1) / (width - 1) : 0.0;
+    const double sy = height > 1 ? double(image.height - 1) / (height - 1) : 0.0;
+    float* at = out.samples.data();
+    for (int32_t y = 0; y < height; ++y) {
+        const float fy = static_cast<float>(y * sy);
+        for (int32_t x = 0; x < width; ++x, at += image.channels)
+            Orogen::BilinearSample(image.samples.data(), image.width, image.height, image.channels,
+                                   static_cast<float>(x * sx), fy, at);
+    }
+    return out;
+}
 
 FileInput::FileInput() {
     SetIdentity("FINP", &Orogen::CreateDevice<FileInput>);
@@ -58,9 +88,16 @@ void FileInput::SetKind(Kind wanted) {
 
 bool FileInput::Build(const Orogen::BuildContext& context) {
     lastError.clear();
+    note.clear();
     bool bitmap = kind == Kind::Bitmap;
     try {
         Image image = ReadFor(file, bitmap ? 3 : 1, context.grid);
+        if (image.width != context.grid.width || image.height != context.grid.height) {
+            note = "resampled from " + std::to_string(image.width) + " x " +
+                   std::to_string(image.height) + " to " + std::to_string(context.grid.width) +
+                   " x " + std::to_string(context.grid.height) + " (bilinear)";
+            image = ResampleBilinear(image, context.grid.width, context.grid.height);
+        }
         Orogen::PacketRef packet =
             Orogen::NewPacket(bitmap ? Orogen::kBitmap : Orogen::kHeightField, context.grid);
         std::copy(image.samples.begin(), image.samples.end(), packet->samples);

@@ -1,15 +1,22 @@
 // "File Input": a generator of the host's own that reads a height field or an
-// image from a file. Raw .r32 files must have the world's resolution (three
-// floats per pixel for a bitmap); .png (8 or 16 bit, grey or RGB) and .exr
-// files are read through ImageIO and must have it too.
+// image from a file: raw .r32 (three floats per pixel for a bitmap) and .r16,
+// .png (8 or 16 bit, grey or RGB), .exr, .tif and .tiff through ImageIO. A file
+// of another resolution is resampled bilinearly to the world's; a raw file,
+// which holds no size, has the world's resolution or is square.
 #pragma once
 
 #include <filesystem>
 #include <string>
 
 #include "framework/Device.h"
+#include "host/ImageIO.h"
 
 namespace basekit::host {
+
+// `image` at width x height: the first and last samples stay where they are
+// and each other is the framework's bilinear sample (BilinearSample) at its
+// place in the image.
+Image ResampleBilinear(const Image& image, int32_t width, int32_t height);
 
 class FileInput : public Orogen::Generator {
   public:
@@ -37,11 +44,15 @@ class FileInput : public Orogen::Generator {
 
     // Why the last build failed; empty after a build that succeeded.
     const std::string& LastError() const { return lastError; }
+    // What the last build did beyond reading the file (a resampling); empty
+    // when nothing.
+    const std::string& LastNote() const { return note; }
 
   private:
     std::filesystem::path file;
     Kind kind = Kind::HeightField;
     std::string lastError;
+    std::string note;
 };
 
 // The device as a File Input, or null. Told by its create pointer, so that

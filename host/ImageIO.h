@@ -1,5 +1,6 @@
 // Image reading and writing for the reference host and the orogen tool:
-// raw little-endian float32 (.r32), 8- and 16-bit PNG and float OpenEXR.
+// raw little-endian float32 (.r32) and unsigned 16-bit (.r16), 8- and 16-bit
+// PNG, float OpenEXR, and TIFF (16-bit and float, GeoTIFF georeferencing).
 //
 // Every function reports failure by throwing std::runtime_error whose message
 // names the file and the reason. Readers check sizes before allocating and
@@ -15,6 +16,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace basekit::host {
@@ -60,6 +63,21 @@ inline constexpr uint64_t kMaxImageSamples = uint64_t{1} << 30;
 // runtime_error saying so.
 bool CanReadPng();
 bool CanUseExr();
+// Without libtiff and libgeotiff, TIFF files can be neither read nor written.
+bool CanUseTiff();
+
+// What the 16-bit integer formats (PNG, .r16) map onto 0..65535: `low` to 0
+// and `high` to 65535, linearly, clamped; NaN becomes 0, and so does every
+// sample when high <= low. The default is the fixed mapping of 0..1.
+struct ValueRange {
+    double low = 0.0, high = 1.0;
+};
+
+// World positions of the first sample (x0, y0) and of the last (x1, y1): the
+// samples are points, column i at x0 + i * (x1 - x0) / (width - 1).
+struct GeoExtent {
+    double x0 = 0.0, y0 = 0.0, x1 = 1.0, y1 = 1.0;
+};
 
 // Raw float32, little-endian on every host, row-major, `channels` floats per
 // pixel; no header.
@@ -79,18 +97,40 @@ void WritePng16(const std::filesystem::path& path, const ImageView& image);
 void WritePng8(const std::filesystem::path& path, const ImageView& image);
 
 // WritePng8 (bitDepth 8) or WritePng16 (16) with the bands on `parallel`.
+// `range` as ValueRange says (16 bit; 8 bit maps it onto 0..255).
 void WritePng(const std::filesystem::path& path, const ImageView& image, int bitDepth,
-              const ParallelFor& parallel);
+              const ParallelFor& parallel, const ValueRange& range = {});
+
+// Raw unsigned 16-bit, little-endian, row-major, `channels` values per pixel,
+// no header: the samples mapped as WritePng16 maps them (or by `range`).
+void WriteR16(const std::filesystem::path& path, const ImageView& image,
+              const ValueRange& range = {});
 
 // The same PNG as WritePng8 (bitDepth 8) or WritePng16 (bitDepth 16) give, but
 // with its image data in stored, uncompressed deflate blocks: the encoder of
 // builds without libpng, available in every build.
 void WriteStoredPng(const std::filesystem::path& path, const ImageView& image, int bitDepth);
 
-// OpenEXR with 32-bit FLOAT pixels and ZIP compression: one channel "Y" for a
-// height field, "R", "G", "B" for a bitmap. Values are stored bit-exactly.
-// Blocks are compressed on OpenEXR's own threads (SetExrThreads).
-void WriteExr(const std::filesystem::path& path, const ImageView& image);
+// OpenEXR with 32-bit FLOAT pixels and ZIP compression: one channel named
+// `heightChannel` for a height field, "R", "G", "B" for a bitmap. Values are
+// stored bit-exactly. Blocks are compressed on OpenEXR's own threads
+// (SetExrThreads).
+void WriteExr(const std::filesystem::path& path, const ImageView& image,
+              const std::string& heightChannel = "Y");
+
+// Float32 TIFF (strips, deflate level 2 with the floating-point predictor),
+// 1 or 3 samples per pixel, georeferenced through GeoTIFF tags: the samples
+// are points (RasterPixelIsPoint) placed by `extent`, in an unnamed,
+// user-defined projected system. Values are stored bit-exactly.
+void WriteGeoTiff(const std::filesystem::path& path, const ImageView& image,
+                  const GeoExtent& extent);
+
+// The ENVI header a raster tool needs to open a raw float32 file of `image`'s
+// size and channels (checked as the r32 writer checks them), written at
+// `path` ("name.hdr" beside "name.r32"): the extent as its map info, the
+// vertical scale in its description.
+void WriteEnviHeader(const std::filesystem::path& path, const ImageView& image,
+                     const GeoExtent& extent, double verticalScale);
 
 // OpenEXR's process-wide thread count for compressing blocks (0: none). Set
 // it before writing, not while a write runs. Does nothing without OpenEXR.
@@ -99,6 +139,23 @@ void SetExrThreads(int threads);
 // Reads a raw float32 file; its size must be exactly
 // width * height * channels * 4 bytes.
 Image ReadR32(const std::filesystem::path& path, int32_t width, int32_t height, int channels = 1);
+
+// Reads a raw unsigned 16-bit file (as WriteR16 writes), values v / 65535;
+// its size must be exactly width * height * channels * 2 bytes.
+Image ReadR16(const std::filesystem::path& path, int32_t width, int32_t height, int channels = 1);
+
+// Reads a TIFF: unsigned 8- or 16-bit samples scaled to 0..1 as a PNG's are,
+// 32- or 64-bit float samples as stored. 1 or 2 samples per pixel give 1
+// channel (the second is taken as alpha and dropped), 3 or more give RGB.
+// Strips or tiles, contiguous or planar; any compression libtiff reads.
+Image ReadTiff(const std::filesystem::path& path);
+
+// The extent of a GeoTIFF's samples from its tie point and pixel scale or its
+// transformation matrix, as WriteGeoTiff places them: pixel centres for an
+// area raster (the GeoTIFF default), the points themselves for a point raster.
+// Empty when the file has no georeferencing or a rotated one; throws when it
+// cannot be read as a TIFF.
+std::optional<GeoExtent> ReadGeoExtent(const std::filesystem::path& path);
 
 // Reads an 8- or 16-bit PNG of any colour type, values scaled to 0..1 (v/255
 // or v/65535). Grey and grey+alpha give 1 channel; RGB, RGBA and palette give
@@ -110,11 +167,14 @@ Image ReadPng(const std::filesystem::path& path);
 // Reads a scanline or tiled OpenEXR file, half, float or uint channels:
 // "R", "G", "B" give 3 channels (other channels such as "A" are ignored),
 // otherwise "Y" gives 1 channel; neither is an error. The data window may have
-// any origin; the image is the data window.
+// any origin; the image is the data window. A file with none of these but a
+// single channel gives that channel (a height field written under another
+// name).
 Image ReadExr(const std::filesystem::path& path);
 
-// Reads a .png or .exr file (by extension, case-insensitive). An .r32 file
-// holds no size, so it is not read here (use ReadR32). wantChannels 1 or 3
+// Reads a .png, .exr, .tif or .tiff file (by extension, case-insensitive). A
+// raw .r32 or .r16 file holds no size, so it is not read here (use ReadR32 or
+// ReadR16). wantChannels 1 or 3
 // converts as ConvertChannels does; 0 keeps the file's channels.
 Image ReadImage(const std::filesystem::path& path, int wantChannels = 0);
 

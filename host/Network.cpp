@@ -609,6 +609,8 @@ BuildReport Network::Build(const BuildOptions& options) {
             if (entry.processResult == Orogen::kProcessException && log.size() > logged)
                 entry.message = log.back();
 
+            if (entry.status == BuildStatus::Built)
+                if (FileInput* input = AsFileInput(device)) entry.message = input->LastNote();
             if (entry.status == BuildStatus::Failed && entry.message.empty()) {
                 if (FileInput* input = AsFileInput(device)) entry.message = input->LastError();
                 if (entry.message.empty()) entry.message = starved;

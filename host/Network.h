@@ -54,7 +54,7 @@ struct DeviceReport {
     std::string id;
     BuildStatus status = BuildStatus::NotBuilt;
     int32_t processResult = 0;  // what Process answered; 0 when it was not called
-    std::string message;        // why it did not build, for people
+    std::string message;        // why it did not build, or a note on how it did, for people
     double seconds = 0.0;
     // The most bytes of packet samples resident while it built: its own and
     // every output still stored.

@@ -356,6 +356,32 @@ void ReadWorld(const json& value, World& world) {
     }
 }
 
+// The extent of the first File Input's GeoTIFF that has one, for a world
+// whose file gives none; returns that device's id. A file that cannot be read
+// is left for its build to report.
+std::string AdoptGeoExtent(Network& network) {
+    if (!CanUseTiff()) return {};
+    for (const std::string& id : network.Ids()) {
+        const FileInput* input = AsFileInput(&network.Get(id));
+        if (!input) continue;
+        std::string extension = input->File().extension().string();
+        for (char& c : extension)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (extension != ".tif" && extension != ".tiff") continue;
+        try {
+            if (std::optional<GeoExtent> extent = ReadGeoExtent(input->File())) {
+                network.world.x0 = extent->x0;
+                network.world.y0 = extent->y0;
+                network.world.x1 = extent->x1;
+                network.world.y1 = extent->y1;
+                return id;
+            }
+        } catch (const std::exception&) {
+        }
+    }
+    return {};
+}
+
 void ReadGlobals(const json& value, Orogen::GlobalSettings& globals) {
     Keys(value, "globals", {"waterLevel", "lightDirection"});
     if (const json* water = Member(value, "waterLevel"))
@@ -825,6 +851,8 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
                            own == overrides.end() ? none : own->second);
             }
         }
+        const json* world = Member(root, "world");
+        if (!world || !Member(*world, "extent")) project.extentFrom = AdoptGeoExtent(network);
         if (const json* links = Member(root, "links")) {
             if (!links->is_array()) Fail("links", "expected an array");
             std::map<const Orogen::Port*, std::string> linkedBy;

@@ -49,6 +49,9 @@ struct Project {
     // As the file lists them, or else the outputs that feed nothing.
     std::vector<ExportEntry> exports;
     bool exportsListed = false;
+    // The File Input whose GeoTIFF gave the world its extent, the file
+    // giving none; empty otherwise.
+    std::string extentFrom;
 };
 
 // What one reading changes of a file without editing it.

@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs; quick when they are there.
 set -euo pipefail
 packages=(cmake g++ make pkg-config libgtest-dev googletest libbenchmark-dev libpng-dev
-          libopenexr-dev nlohmann-json3-dev libcli11-dev zlib1g-dev)
+          libopenexr-dev libtiff-dev libgeotiff-dev nlohmann-json3-dev libcli11-dev zlib1g-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")

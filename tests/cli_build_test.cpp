@@ -98,7 +98,7 @@ TEST(CliBuild, ExportsAndManifestMatchTheFormulasInEveryFormat) {
         EXPECT_EQ(output["width"], 17);
         EXPECT_EQ(output["height"], 9);
         EXPECT_EQ(output["mask"], false);
-        json files = {{"r32", name + ".r32"}, {"png", name + ".png"}};
+        json files = {{"r32", name + ".r32"}, {"hdr", name + ".hdr"}, {"png", name + ".png"}};
         if (basekit::host::CanUseExr()) files["exr"] = name + ".exr";
         EXPECT_EQ(output["files"], files);
         double low = 2, high = -1;
@@ -112,6 +112,8 @@ TEST(CliBuild, ExportsAndManifestMatchTheFormulasInEveryFormat) {
         EXPECT_GE(output["seconds"].get<double>(), 0.0);
     }
     EXPECT_FALSE(manifest.contains("missing"));
+    EXPECT_EQ(manifest["world"], json::parse(R"({"extent": [-1.0, 0.0, 3.0, 2.0],
+                                                 "resolution": [17, 9], "verticalScale": 1.0})"));
     ASSERT_EQ(manifest["devices"].size(), 3u);
     const char* types[] = {"Gradient", "Gradient", "Radial Grad"};
     for (size_t k = 0; k < 3; ++k) {
@@ -157,7 +159,7 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
         RunResult run = RunOrogen(args, dir.path());
         ASSERT_EQ(run.code, 0) << run.err;
         std::vector<std::string> files = ListFolder(dir / out);  // no swap folder left
-        ASSERT_EQ(files.size(), 4 * (basekit::host::CanUseExr() ? 3 : 2) + 1u);
+        ASSERT_EQ(files.size(), 4 * (basekit::host::CanUseExr() ? 4 : 3) + 1u);  // .hdr too
         if (r == 0) first = files;
         ASSERT_EQ(files, first);
         for (const std::string& file : files) {
@@ -199,7 +201,8 @@ TEST(CliBuild, ResolutionAndFormatOptions) {
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(run.out, "");  // --quiet
     EXPECT_EQ(ListFolder(dir / "out"),
-              (std::vector<std::string>{"cone.r32", "manifest.json", "ramp.r32", "zigzag.r32"}));
+              (std::vector<std::string>{"cone.hdr", "cone.r32", "manifest.json", "ramp.hdr",
+                                        "ramp.r32", "zigzag.hdr", "zigzag.r32"}));
     json manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
     EXPECT_EQ(manifest["outputs"][0]["width"], 33);
     EXPECT_EQ(manifest["outputs"][0]["height"], 5);
@@ -208,6 +211,73 @@ TEST(CliBuild, ResolutionAndFormatOptions) {
     for (int j = 0; j < 5; ++j)
         for (int i = 0; i < 33; ++i)
             EXPECT_NEAR(ramp.samples[j * 33 + i], Clamp01(-1.0 + 0.125 * i + 0.25), 2e-6) << i << "," << j;
+}
+
+// r16 and PNG by the field's own range, a GeoTIFF placed on the world, an
+// ENVI header, the EXR channel named, and a File Input resampled with a note.
+TEST(CliBuild, SixteenBitRangesGeoTiffAndResampledInput) {
+    Scratch dir;
+    basekit::host::WriteR32(dir / "dem.r32",
+                            Image{3, 3, 1, {0, 0.5f, 1, 0.25f, 0.75f, 0.125f, 0, 0, 0}});
+    json network = json::parse(kGenerators);
+    network["devices"].push_back({{"id", "dem"}, {"type", "File Input"}, {"file", "dem.r32"}});
+    network["export"].push_back({{"device", "dem"}, {"name", "dem"}});
+    WriteText(dir / "net.json", network.dump());
+    const bool tif = basekit::host::CanUseTiff(), exr = basekit::host::CanUseExr();
+    std::string formats = "r32,r16,png";
+    if (tif) formats += ",tif";
+    if (exr) formats += ",exr";
+    for (const char* range : {"auto", "fixed"}) {
+        SCOPED_TRACE(range);
+        const std::string out = std::string("out-") + range;
+        RunResult run = RunOrogen({"build", "net.json", "-o", out, "--format", formats,
+                                   "--png-range", range, "--exr-channel", "Z"},
+                                  dir.path());
+        ASSERT_EQ(run.code, 0) << run.err;
+        EXPECT_NE(run.out.find("resampled from 3 x 3 to 17 x 9 (bilinear)"), std::string::npos)
+            << run.out;
+        json manifest = json::parse(ReadText(dir / out / "manifest.json"));
+        EXPECT_EQ(manifest["devices"][3]["message"], "resampled from 3 x 3 to 17 x 9 (bilinear)");
+        for (const json& output : manifest["outputs"]) {
+            const std::string name = output["name"];
+            SCOPED_TRACE(name);
+            const fs::path base = dir / out / name;
+            const Image raw = basekit::host::ReadR32(base.string() + ".r32", 17, 9, 1);
+            const double low = output["min"], high = output["max"];
+            const bool stretched = std::string(range) == "auto";
+            const json used = stretched ? json::array({output["min"], output["max"]})
+                                        : json::array({0.0, 1.0});
+            EXPECT_EQ(output["pngRange"], used);
+            const Image r16 = basekit::host::ReadR16(base.string() + ".r16", 17, 9, 1);
+            for (size_t i = 0; i < raw.samples.size(); ++i) {
+                const double t = stretched ? (raw.samples[i] - low) / (high - low)
+                                           : Clamp01(raw.samples[i]);
+                ASSERT_EQ(r16.samples[i], float(std::round(t * 65535.0)) / 65535.0f) << i;
+            }
+            if (basekit::host::CanReadPng()) {
+                EXPECT_EQ(basekit::host::ReadPng(base.string() + ".png").samples, r16.samples);
+            }
+            const std::string header = ReadText(base.string() + ".hdr");
+            EXPECT_NE(header.find("samples = 17\nlines = 9\nbands = 1\n"), std::string::npos);
+            EXPECT_NE(header.find("map info = {Arbitrary, 1.5, 1.5, -1, 0, 0.25, -0.25}"),
+                      std::string::npos)
+                << header;
+            if (tif) {
+                const Image fromTif = basekit::host::ReadTiff(base.string() + ".tif");
+                EXPECT_EQ(fromTif.samples, raw.samples);
+                const auto extent = basekit::host::ReadGeoExtent(base.string() + ".tif");
+                ASSERT_TRUE(extent.has_value());
+                EXPECT_EQ(std::vector<double>({extent->x0, extent->y0, extent->x1, extent->y1}),
+                          std::vector<double>({-1, 0, 3, 2}));
+            }
+            if (exr) {
+                EXPECT_EQ(basekit::host::ReadExr(base.string() + ".exr").samples, raw.samples);
+                const std::string bytes = ReadText(base.string() + ".exr");
+                EXPECT_NE(bytes.find(std::string("chlist\0", 7)), std::string::npos);
+                EXPECT_EQ(bytes.find(std::string("\0Y\0", 3)), std::string::npos);
+            }
+        }
+    }
 }
 
 TEST(CliBuild, BitmapsKeepThreeChannels) {
@@ -381,7 +451,7 @@ TEST(CliBuild, CleanRemovesOnlyThePreviousBuildsLeftovers) {
         std::vector<std::string> gone;
     } cases[] = {
         {{"--format", "r32"}, {}},
-        {{"--format", "r32", "--clean"}, {"flat.png", "flat.r32", "hill.png"}},
+        {{"--format", "r32", "--clean"}, {"flat.hdr", "flat.png", "flat.r32", "hill.png"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args.size());

@@ -68,7 +68,7 @@ TEST(CliCommands, OptionsBeforeOrAfterTheCommand) {
         ASSERT_EQ(run.code, 0) << run.err;
         EXPECT_EQ(run.out, "");
         const fs::path out = dir / (args[0] == "-o" ? "devices" : "build");
-        EXPECT_EQ(ListFolder(out), (std::vector<std::string>{"hill.r32", "manifest.json"}));
+        EXPECT_EQ(ListFolder(out), (std::vector<std::string>{"hill.hdr", "hill.r32", "manifest.json"}));
     }
     RunResult run = RunOrogen({"devices", "--module", module}, dir.path());
     EXPECT_EQ(run.code, 0) << run.err;

@@ -46,6 +46,8 @@ std::vector<BadInput> Cases() {
         {"output folder under a file", kRadial, {"build", "net.json", "-o", "net.json/o"},
          {"cannot create output folder"}, 1},
         {"unknown format", kRadial, with({"--format", "png,tiff"}), {"--format", "tiff"}},
+        {"unknown PNG range", kRadial, with({"--png-range", "wide"}), {"--png-range", "wide"}},
+        {"EXR channel without a name", kRadial, with({"--exr-channel", ""}), {"--exr-channel"}},
         {"bad resolution", kRadial, with({"--resolution", "0x5"}), {"--resolution", "0x5"}},
         {"resolution without a height", kRadial, with({"--resolution", "64"}), {"--resolution"}},
         {"zero threads", kRadial, with({"--threads", "0"}), {"threads"}},
@@ -67,6 +69,10 @@ std::vector<BadInput> Cases() {
         {"save of a bad file", R"({"devices": [{"id": "a", "type": "Nothing"}]})",
          {"save", "net.json", "-o", "o.json"}, {"devices[0].type", "Nothing"}},
     };
+    if (!basekit::host::CanUseTiff()) {
+        cases.push_back({"TIFF in a build without it", kRadial, with({"--format", "tif"}),
+                         {"--format tif", "this build of orogen has no TIFF support"}});
+    }
     if (!basekit::host::CanUseExr()) {
         cases.push_back({"EXR in a build without it", kRadial, with({"--format", "png,exr"}),
                          {"--format exr", "this build of orogen has no EXR support"}});

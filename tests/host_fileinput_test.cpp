@@ -1,5 +1,6 @@
 // File Input: heightmaps and images into packets, clear failures, saved state.
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <sstream>
 
@@ -26,10 +27,11 @@ struct Read {
     Orogen::PacketRef packet;
 };
 
-Read Build(Host& host, const fs::path& file, FileInput::Kind kind) {
+Read Build(Host& host, const fs::path& file, FileInput::Kind kind, int32_t width = 5,
+           int32_t height = 4) {
     Network network(host);
-    network.world.width = 5;
-    network.world.height = 4;
+    network.world.width = width;
+    network.world.height = height;
     auto& input = static_cast<FileInput&>(network.AddDevice("in", "File Input"));
     if (!file.empty()) input.SetFile(file);
     input.SetKind(kind);
@@ -46,17 +48,24 @@ TEST_F(FileInputTest, ReadsHeightfieldsAndImagesOfEveryFormat) {
         int fileChannels;
         Kind kind;
     };
+    auto exr = [](const fs::path& p, const ImageView& i) { WriteExr(p, i); };
+    auto r16 = [](const fs::path& p, const ImageView& i) { WriteR16(p, i); };
+    auto tif = [](const fs::path& p, const ImageView& i) { WriteGeoTiff(p, i, {}); };
     const Case cases[] = {
         {"grey.r32", WriteR32, 1, Kind::HeightField},
         {"rgb.r32", WriteR32, 3, Kind::Bitmap},
+        {"grey.r16", r16, 1, Kind::HeightField},
+        {"grey.tif", tif, 1, Kind::HeightField},
+        {"rgb.TIFF", tif, 3, Kind::Bitmap},
+        {"rgb.tif", tif, 3, Kind::HeightField},
         {"grey16.png", WritePng16, 1, Kind::HeightField},
         {"grey8.png", WritePng8, 1, Kind::Bitmap},
         {"rgb16.png", WritePng16, 3, Kind::HeightField},
         {"rgb8.png", WritePng8, 3, Kind::Bitmap},
-        {"grey.exr", WriteExr, 1, Kind::HeightField},
-        {"rgb.exr", WriteExr, 3, Kind::Bitmap},
-        {"grey.exr", WriteExr, 1, Kind::Bitmap},
-        {"rgb.exr", WriteExr, 3, Kind::HeightField},
+        {"grey.exr", exr, 1, Kind::HeightField},
+        {"rgb.exr", exr, 3, Kind::Bitmap},
+        {"grey.exr", exr, 1, Kind::Bitmap},
+        {"rgb.exr", exr, 3, Kind::HeightField},
     };
     uint32_t seed = 0;
     for (const Case& c : cases) {
@@ -65,6 +74,8 @@ TEST_F(FileInputTest, ReadsHeightfieldsAndImagesOfEveryFormat) {
         Image written = Pattern(c.fileChannels, ++seed);
         const bool png = std::string(c.file).ends_with(".png");
         const bool exr = std::string(c.file).ends_with(".exr");
+        const bool tiff = std::string(c.file).find(".t") != std::string::npos;
+        if (tiff && !CanUseTiff()) continue;
         if ((png && !CanReadPng()) || (exr && !CanUseExr())) {
             // A build without the library: the device fails and says why.
             if (png) c.write(path, written);
@@ -87,6 +98,8 @@ TEST_F(FileInputTest, ReadsHeightfieldsAndImagesOfEveryFormat) {
         std::vector<float> expected;
         if (std::string(c.file).ends_with(".r32"))
             expected = written.samples;
+        else if (std::string(c.file).ends_with(".r16"))
+            expected = ReadR16(path, 5, 4).samples;
         else
             expected = ReadImage(path, channels).samples;
         EXPECT_TRUE(SameBits(SamplesOf(read.packet), expected));
@@ -110,6 +123,8 @@ TEST_F(FileInputTest, MissingOrWrongFilesFailWithAClearMessage) {
     WritePng16(dir / "small.png", Image{3, 2, 1, std::vector<float>(6, 0.5f)});
     WriteBytes(dir / "broken.png", "\x89PNG\r\n\x1a\n not really");
     WriteBytes(dir / "heights.tif", "II*");
+    WriteBytes(dir / "heights.bmp", "BM");
+    WriteR16(dir / "odd.r16", Image{6, 1, 1, std::vector<float>(6, 0.5f)});
     struct Case {
         fs::path file;
         std::string message;  // the start of it
@@ -118,12 +133,13 @@ TEST_F(FileInputTest, MissingOrWrongFilesFailWithAClearMessage) {
         {dir / "missing.r32", "cannot read r32 file '" + (dir / "missing.r32").string() + "': "},
         {dir / "short.r32", "cannot read r32 file '" + (dir / "short.r32").string() +
                                 "': size is 60 bytes, expected 80 for 5x4x1 float32 samples"},
-        {dir / "small.png",
-         CanReadPng() ? (dir / "small.png").string() + ": the image is 3 x 2, the world is 5 x 4"
-                      : "cannot read PNG file '" + (dir / "small.png").string() + "': "},
+        {dir / "odd.r16", "cannot read r16 file '" + (dir / "odd.r16").string() +
+                              "': size is 12 bytes, expected 40 for 5x4x1 uint16 samples"},
         {dir / "broken.png", "cannot read PNG file '" + (dir / "broken.png").string() + "': "},
-        {dir / "heights.tif", (dir / "heights.tif").string() +
-                                  ": unsupported file type \".tif\" (use .r32, .png or .exr)"},
+        {dir / "heights.tif", "cannot read TIFF file '" + (dir / "heights.tif").string() + "': "},
+        {dir / "heights.bmp",
+         (dir / "heights.bmp").string() +
+             ": unsupported file type \".bmp\" (use .r32, .r16, .png, .exr, .tif or .tiff)"},
         {"", "no file is set"},
     };
     uint64_t live = HostPacket::Live();
@@ -135,6 +151,61 @@ TEST_F(FileInputTest, MissingOrWrongFilesFailWithAClearMessage) {
         EXPECT_FALSE(read.packet);
     }
     EXPECT_EQ(HostPacket::Live(), live);
+}
+
+// Another resolution is resampled: first and last samples stay, the others
+// are bilinear. Halfway points of eighths, so that every value is exact.
+TEST_F(FileInputTest, OtherResolutionsAreResampledBilinearly) {
+    TempDir dir;
+    const Image small{3, 2, 1, {0.0f, 0.5f, 1.0f, 0.25f, 0.75f, 0.125f}};
+    const std::vector<float> expected = {0.0f,   0.25f,  0.5f,   0.75f,    1.0f,
+                                         0.125f, 0.375f, 0.625f, 0.59375f, 0.5625f,
+                                         0.25f,  0.5f,   0.75f,  0.4375f,  0.125f};
+    // Square: read at its own size.
+    const std::vector<float> square = {0.0f,    0.5f,  1.0f,  0.125f, 0.625f,
+                                       0.5625f, 0.25f, 0.75f, 0.125f};
+    WriteR32(dir / "small.r32", Image{3, 3, 1, square});
+    struct Case {
+        fs::path file;
+        std::function<void(const fs::path&)> write;
+        std::string from;
+    };
+    const Case cases[] = {
+        {dir / "small.exr", [&](const fs::path& p) { WriteExr(p, small); }, "3 x 2"},
+        {dir / "small.tif", [&](const fs::path& p) { WriteGeoTiff(p, small, {}); }, "3 x 2"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file.string());
+        const std::string extension = c.file.extension().string();
+        if ((extension == ".exr" && !CanUseExr()) || (extension == ".tif" && !CanUseTiff()))
+            continue;
+        c.write(c.file);
+        Read read = Build(*host, c.file, FileInput::Kind::HeightField, 5, 3);
+        ASSERT_EQ(read.report.status, BuildStatus::Built) << read.report.message;
+        EXPECT_EQ(read.report.message, "resampled from " + c.from + " to 5 x 3 (bilinear)");
+        EXPECT_EQ(SamplesOf(read.packet), expected);
+    }
+    // The square raw file: rows 0 and 2 as above, row 1 its own.
+    Read raw = Build(*host, dir / "small.r32", FileInput::Kind::HeightField, 5, 3);
+    ASSERT_EQ(raw.report.status, BuildStatus::Built) << raw.report.message;
+    EXPECT_EQ(raw.report.message, "resampled from 3 x 3 to 5 x 3 (bilinear)");
+    const std::vector<float> got = SamplesOf(raw.packet);
+    EXPECT_EQ(std::vector<float>(got.begin(), got.begin() + 5),
+              std::vector<float>(expected.begin(), expected.begin() + 5));
+    EXPECT_EQ(std::vector<float>(got.begin() + 5, got.begin() + 10),
+              (std::vector<float>{0.125f, 0.375f, 0.625f, 0.59375f, 0.5625f}));
+    // The world's own size: read as it is, no note.
+    Read same = Build(*host, dir / "small.r32", FileInput::Kind::HeightField, 3, 3);
+    EXPECT_EQ(same.report.status, BuildStatus::Built);
+    EXPECT_EQ(same.report.message, "");
+
+    // A one-sample world takes the first sample; bitmaps keep their channels.
+    const Image rgb{2, 1, 3, {0.0f, 0.5f, 1.0f, 1.0f, 0.5f, 0.0f}};
+    const Image one = ResampleBilinear(rgb, 1, 1);
+    EXPECT_EQ(one.samples, (std::vector<float>{0.0f, 0.5f, 1.0f}));
+    EXPECT_EQ(ResampleBilinear(rgb, 3, 2).samples,
+              (std::vector<float>{0.0f, 0.5f, 1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f, 0.0f, 0.5f,
+                                  1.0f, 0.5f, 0.5f, 0.5f, 1.0f, 0.5f, 0.0f}));
 }
 
 TEST_F(FileInputTest, SavedStateKeepsFileKindAndBase) {

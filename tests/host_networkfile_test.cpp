@@ -107,6 +107,44 @@ TEST_F(NetworkFileTest, DefaultsAndDefaultExports) {
     EXPECT_EQ(names, (std::vector<std::string>{"b/0=b", "c/0=c", "d/0=d"}));
 }
 
+// A world without an extent takes the first GeoTIFF File Input's; one with an
+// extent keeps it, and files without georeferencing change nothing.
+TEST_F(NetworkFileTest, WorldExtentFromAGeoTiff) {
+    if (!CanUseTiff()) GTEST_SKIP() << "this build has no TIFF";
+    TempDir dir;
+    const Image dem{5, 3, 1, std::vector<float>(15, 0.5f)};
+    WriteGeoTiff(dir / "dem.tif", dem, {100, 900, 500, 100});
+    WriteR32(dir / "dem.r32", dem);
+    WriteBytes(dir / "broken.tif", "II*");
+    const std::string devices = R"("devices": [
+        {"id": "flat", "type": "CHGT"},
+        {"id": "raw", "type": "File Input", "file": "dem.r32"},
+        {"id": "broken", "type": "File Input", "file": "broken.tif"},
+        {"id": "geo", "type": "File Input", "file": "dem.tif"}])";
+    struct Case {
+        std::string world;
+        std::vector<double> extent;
+        std::string from;
+    };
+    const Case cases[] = {
+        {"", {100, 900, 500, 100}, "geo"},
+        {R"("world": {"resolution": [9, 9]},)", {100, 900, 500, 100}, "geo"},
+        {R"("world": {"extent": [0, 0, 2, 2]},)", {0, 0, 2, 2}, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.world);
+        Project project = ParseNetwork(*host, "{" + c.world + devices + "}", dir.path());
+        const World& w = project.network->world;
+        EXPECT_EQ(std::vector<double>({w.x0, w.y0, w.x1, w.y1}), c.extent);
+        EXPECT_EQ(project.extentFrom, c.from);
+    }
+    Project plain = ParseNetwork(
+        *host, R"({"devices": [{"id": "raw", "type": "File Input", "file": "dem.r32"}]})",
+        dir.path());
+    EXPECT_EQ(plain.network->world.x1, 1.0);
+    EXPECT_EQ(plain.extentFrom, "");
+}
+
 TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
     std::string constantState;
     {

@@ -18,16 +18,22 @@ struct WriterCase {
     const char* name;
     Writer write;
     const char* extension;
+    bool (*available)() = [] { return true; };
 };
 
 const WriterCase kWriters[] = {
     {"R32", WriteR32, ".r32"},
+    {"R16", [](const fs::path& p, const ImageView& i) { WriteR16(p, i); }, ".r16"},
     {"Png16", WritePng16, ".png"},
     {"Png8", WritePng8, ".png"},
     {"StoredPng16", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 16); },
      ".png"},
     {"StoredPng8", [](const fs::path& p, const ImageView& i) { WriteStoredPng(p, i, 8); }, ".png"},
-    {"Exr", WriteExr, ".exr"}};
+    {"Exr", [](const fs::path& p, const ImageView& i) { WriteExr(p, i); }, ".exr", CanUseExr},
+    {"Tif", [](const fs::path& p, const ImageView& i) { WriteGeoTiff(p, i, {}); }, ".tif",
+     CanUseTiff},
+    {"EnviHeader", [](const fs::path& p, const ImageView& i) { WriteEnviHeader(p, i, {}, 1.0); },
+     ".hdr"}};
 
 float Smooth(size_t i) {
     return 0.5f + 0.4f * std::sin(float(i));
@@ -37,9 +43,7 @@ class WriteFailure : public ::testing::TestWithParam<WriterCase> {};
 
 TEST_P(WriteFailure, BadImageKeepsPreviousFile) {
     const WriterCase& w = GetParam();
-    if (w.write == WriteExr) {
-        NEED_EXR();
-    }
+    if (!w.available()) GTEST_SKIP() << "this build cannot write " << w.name;
     TempDir dir;
     const fs::path path = dir / (std::string("good") + w.extension);
     w.write(path, MakeImage(4, 3, 3, Smooth));
@@ -103,8 +107,19 @@ TEST(WriteFailure, StoredPngTakesOnlyDepths8And16) {
 // A build without libpng or OpenEXR says so for the file at hand and writes
 // nothing.
 TEST(MissingLibrary, ReadersAndWritersSaySo) {
-    if (CanUseExr() && CanReadPng()) GTEST_SKIP() << "this build has libpng and OpenEXR";
+    if (CanUseExr() && CanReadPng() && CanUseTiff())
+        GTEST_SKIP() << "this build has libpng, OpenEXR and libtiff";
     TempDir dir;
+    if (!CanUseTiff()) {
+        const fs::path path = dir / "h.tif";
+        EXPECT_EQ(ErrorOf([&] { WriteGeoTiff(path, MakeImage(2, 2, 1, Smooth), {}); }),
+                  "cannot write TIFF file '" + path.string() +
+                      "': this build of orogen has no TIFF support");
+        EXPECT_TRUE(dir.List().empty());
+        EXPECT_EQ(ErrorOf([&] { ReadImage(path); }),
+                  "cannot read TIFF file '" + path.string() +
+                      "': this build of orogen has no TIFF support");
+    }
     if (!CanUseExr()) {
         const fs::path path = dir / "h.exr";
         EXPECT_EQ(ErrorOf([&] { WriteExr(path, MakeImage(2, 2, 1, Smooth)); }),
@@ -128,11 +143,12 @@ TEST(MissingLibrary, ReadersAndWritersSaySo) {
 
 TEST(ReadFailure, MissingFileNamesThePath) {
     TempDir dir;
-    for (const char* name : {"none.r32", "none.png", "none.exr"}) {
+    for (const char* name : {"none.r32", "none.png", "none.exr", "none.tif"}) {
         const fs::path path = dir / name;
         const std::vector<std::function<void()>> reads = {
-            [&] { ReadR32(path, 2, 2, 1); }, [&] { ReadPng(path); }, [&] { ReadExr(path); },
-            [&] { ReadImage(path, 1); }};
+            [&] { ReadR32(path, 2, 2, 1); }, [&] { ReadR16(path, 2, 2, 1); },
+            [&] { ReadPng(path); },          [&] { ReadExr(path); },
+            [&] { ReadTiff(path); },         [&] { ReadImage(path, 1); }};
         for (const auto& read : reads) {
             const std::string message = ErrorOf(read);
             EXPECT_TRUE(Contains(message, path.string())) << message;
@@ -140,27 +156,36 @@ TEST(ReadFailure, MissingFileNamesThePath) {
     }
 }
 
-TEST(ReadFailure, R32WrongSizeNamesExpectedAndActual) {
+TEST(ReadFailure, RawWrongSizeNamesExpectedAndActual) {
+    using Reader = Image (*)(const fs::path&, int32_t, int32_t, int);
+    const std::tuple<const char*, Writer, Reader, int> raws[] = {
+        {"h.r32", WriteR32, ReadR32, 4},
+        {"h.r16", [](const fs::path& p, const ImageView& i) { WriteR16(p, i); }, ReadR16, 2}};
     TempDir dir;
-    const fs::path path = dir / "h.r32";
-    WriteR32(path, MakeImage(3, 2, 1, Smooth));  // 24 bytes
-    EXPECT_EQ(ReadR32(path, 3, 2, 1).samples.size(), 6u);
-    EXPECT_EQ(ReadR32(path, 2, 1, 3).samples.size(), 6u);  // same size, other shape
+    for (const auto& [name, write, read, bytesPer] : raws) {
+        const fs::path path = dir / name;
+        const int total = 6 * bytesPer;
+        write(path, MakeImage(3, 2, 1, Smooth));
+        EXPECT_EQ(read(path, 3, 2, 1).samples.size(), 6u);
+        EXPECT_EQ(read(path, 2, 1, 3).samples.size(), 6u);  // same size, other shape
 
-    for (const auto& [w, h, c] : {std::tuple{3, 3, 1}, {2, 2, 1}, {3, 2, 3}, {1, 1, 1}}) {
-        const std::string message = ErrorOf([&] { ReadR32(path, w, h, c); });
-        EXPECT_TRUE(Contains(message, path.string())) << message;
-        EXPECT_TRUE(Contains(message, "24 bytes")) << message;
-        EXPECT_TRUE(Contains(message, std::to_string(w * h * c * 4))) << message;
+        for (const auto& [w, h, c] : {std::tuple{3, 3, 1}, {2, 2, 1}, {3, 2, 3}, {1, 1, 1}}) {
+            const std::string message = ErrorOf([&, w = w, h = h, c = c] { read(path, w, h, c); });
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+            EXPECT_TRUE(Contains(message, std::to_string(total) + " bytes")) << message;
+            EXPECT_TRUE(Contains(message, std::to_string(w * h * c * bytesPer))) << message;
+        }
+        const std::string bytes = ReadBytes(path);
+        for (const std::string& changed :
+             {bytes.substr(0, bytes.size() - 1), bytes + "x", std::string()}) {
+            WriteBytes(path, changed);
+            const std::string message = ErrorOf([&] { read(path, 3, 2, 1); });
+            EXPECT_TRUE(Contains(message, std::to_string(changed.size()) + " bytes")) << message;
+        }
+        for (const auto& [w, h, c] :
+             {std::tuple{0, 1, 1}, {1, -1, 1}, {1, 1, 2}, {65536, 65536, 1}})  // the last
+            ErrorOf([&, w = w, h = h, c = c] { read(path, w, h, c); });        // before allocating
     }
-    const std::string bytes = ReadBytes(path);
-    for (const std::string& changed : {bytes.substr(0, 23), bytes + "x", std::string()}) {
-        WriteBytes(path, changed);
-        const std::string message = ErrorOf([&] { ReadR32(path, 3, 2, 1); });
-        EXPECT_TRUE(Contains(message, std::to_string(changed.size()) + " bytes")) << message;
-    }
-    for (const auto& [w, h, c] : {std::tuple{0, 1, 1}, {1, -1, 1}, {1, 1, 2}, {65536, 65536, 1}})
-        ErrorOf([&] { ReadR32(path, w, h, c); });  // the last refused before any allocation
 }
 
 // Every prefix of a good file, and the file with any one byte changed, must
@@ -213,6 +238,26 @@ TEST(ReadFailure, TruncatedOrCorruptExr) {
     }
     WriteBytes(path, std::string("v/1\x01", 4) + std::string(100, '\xff'));
     EXPECT_TRUE(Contains(ErrorOf([&] { ReadExr(path); }), path.string()));
+}
+
+TEST(ReadFailure, TruncatedOrCorruptTiff) {
+    if (!CanUseTiff()) GTEST_SKIP() << "this build has no TIFF";
+    TempDir dir;
+    const fs::path path = dir / "t.tif";
+    for (const int channels : {1, 3}) {
+        WriteGeoTiff(path, MakeImage(6, 5, channels, Smooth), {});
+        // The directory comes last, so every prefix lacks it; a changed byte
+        // may land in the samples and be read as another value.
+        CheckDamaged(
+            path, ReadBytes(path),
+            [&] {
+                ReadGeoExtent(path);
+                return ReadTiff(path);
+            },
+            false);
+    }
+    WriteBytes(path, "II*\0not really a TIFF");
+    EXPECT_TRUE(Contains(ErrorOf([&] { ReadTiff(path); }), path.string()));
 }
 
 // A PNG header claiming a huge image is refused before the pixels are

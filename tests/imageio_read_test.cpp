@@ -1,5 +1,6 @@
 // Reading files written by other programs: every PNG colour type and depth,
-// interlaced PNG, half-float and offset-window EXR. The PNGs are built here
+// interlaced PNG, half-float and offset-window EXR, TIFFs of every sample
+// type and layout orogen reads, GeoTIFF georeferencing. The PNGs are built here
 // byte by byte so that their contents are known exactly.
 #include <gtest/gtest.h>
 #ifdef BASEKIT64_HAVE_OPENEXR
@@ -12,8 +13,18 @@
 #ifdef BASEKIT64_HAVE_LIBPNG
 #include <zlib.h>  // comes with libpng
 #endif
+#ifdef BASEKIT64_HAVE_TIFF
+#include <geotiffio.h>
+#include <geovalues.h>
+#include <tiffio.h>
+#include <xtiffio.h>
+#endif
 
 #include <array>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -209,15 +220,51 @@ TEST(ExrRead, ChannelsTypesAndWindows) {
         int width, height, readChannels;
         std::vector<float> expected;  // empty: refused
     } cases[] = {
-        {"half RGBA gives RGB", Box(V(0, 0), V(1, 0)), {"R", "G", "B", "A"}, Imf::HALF,
-         {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f}, 2, 1, 3,
+        {"half RGBA gives RGB",
+         Box(V(0, 0), V(1, 0)),
+         {"R", "G", "B", "A"},
+         Imf::HALF,
+         {0.5f, 1.0f, 2.0f, 0.0f, -0.25f, 0.125f, 65504.0f, 1.0f},
+         2,
+         1,
+         3,
          {0.5f, 1.0f, 2.0f, -0.25f, 0.125f, 65504.0f}},
-        {"half Y gives grey", Box(V(0, 0), V(0, 2)), {"Y"}, Imf::HALF, {0.5f, 0.75f, -8.0f}, 1, 3,
-         1, {0.5f, 0.75f, -8.0f}},
-        {"window away from the origin", Box(V(5, -3), V(7, -2)), {"Y"}, Imf::FLOAT,
-         {1, 2, 3, 4, 5, 6}, 3, 2, 1, {1, 2, 3, 4, 5, 6}},
-        {"RGB wins over Y, others ignored", Box(V(0, 0), V(0, 0)), {"R", "G", "B", "Y", "Z"},
-         Imf::FLOAT, {1, 2, 3, 4, 5}, 1, 1, 3, {1, 2, 3}},
+        {"half Y gives grey",
+         Box(V(0, 0), V(0, 2)),
+         {"Y"},
+         Imf::HALF,
+         {0.5f, 0.75f, -8.0f},
+         1,
+         3,
+         1,
+         {0.5f, 0.75f, -8.0f}},
+        {"window away from the origin",
+         Box(V(5, -3), V(7, -2)),
+         {"Y"},
+         Imf::FLOAT,
+         {1, 2, 3, 4, 5, 6},
+         3,
+         2,
+         1,
+         {1, 2, 3, 4, 5, 6}},
+        {"RGB wins over Y, others ignored",
+         Box(V(0, 0), V(0, 0)),
+         {"R", "G", "B", "Y", "Z"},
+         Imf::FLOAT,
+         {1, 2, 3, 4, 5},
+         1,
+         1,
+         3,
+         {1, 2, 3}},
+        {"a single channel of another name",
+         Box(V(0, 0), V(1, 0)),
+         {"Z"},
+         Imf::FLOAT,
+         {7, 8},
+         2,
+         1,
+         1,
+         {7, 8}},
         {"neither Y nor RGB", Box(V(0, 0), V(0, 0)), {"R", "Z"}, Imf::FLOAT, {1, 2}, 0, 0, 0, {}},
     };
     TempDir dir;
@@ -243,6 +290,192 @@ TEST(ExrRead, Formats) {
     GTEST_SKIP() << "this build has no OpenEXR";
 }
 #endif  // BASEKIT64_HAVE_OPENEXR
+
+#ifdef BASEKIT64_HAVE_TIFF
+struct TiffSpec {
+    const char* name;
+    uint16_t bits, format, perPixel, planar;
+    uint32_t tile;  // 0: strips of 3 rows
+    uint16_t compression = COMPRESSION_NONE;
+};
+
+// Sample s of pixel p, in the file's own units.
+double TiffValue(const TiffSpec& t, size_t p, int s) {
+    if (t.format == SAMPLEFORMAT_IEEEFP) return std::sin(double(p) * 0.7 + s) * 100.0 + 0.125 * s;
+    if (t.format == SAMPLEFORMAT_INT) return double(int(p * 37 + s * 11) % 200) - 100.0;
+    return double((p * 7919 + s * 131) % (t.bits == 8 ? 256 : t.bits == 16 ? 65536 : 100000));
+}
+
+// A TIFF made with libtiff itself (and GeoTIFF tags when `geo` sets them).
+void WriteTiffDirect(const fs::path& path, const TiffSpec& t, uint32_t width, uint32_t height,
+                     const std::function<void(TIFF*)>& geo = {}) {
+    TIFF* tif = XTIFFOpen(path.string().c_str(), "w");
+    ASSERT_NE(tif, nullptr);
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, height);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, t.perPixel);
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, t.bits);
+    TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, t.format);
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, t.planar);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC,
+                 t.perPixel >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, t.compression);
+    if (t.perPixel == 2 || t.perPixel == 4) {
+        const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
+    }
+    if (t.tile) {
+        TIFFSetField(tif, TIFFTAG_TILEWIDTH, t.tile);
+        TIFFSetField(tif, TIFFTAG_TILELENGTH, t.tile);
+    } else {
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 3u);
+    }
+    if (geo) geo(tif);
+    const size_t bytes = t.bits / 8;
+    const bool separate = t.planar == PLANARCONFIG_SEPARATE;
+    auto put = [&](uint8_t* at, size_t p, int s) {
+        const double v = TiffValue(t, p, s);
+        if (t.format == SAMPLEFORMAT_IEEEFP && t.bits == 32) {
+            const float f = float(v);
+            std::memcpy(at, &f, 4);
+        } else if (t.format == SAMPLEFORMAT_IEEEFP) {
+            std::memcpy(at, &v, 8);
+        } else if (t.bits == 16) {
+            const uint16_t u = uint16_t(int(v));
+            std::memcpy(at, &u, 2);
+        } else if (t.bits == 32) {
+            const uint32_t u = uint32_t(v);
+            std::memcpy(at, &u, 4);
+        } else {
+            *at = uint8_t(v);
+        }
+    };
+    const int planes = separate ? t.perPixel : 1, per = separate ? 1 : t.perPixel;
+    for (int plane = 0; plane < planes; ++plane) {
+        if (t.tile) {
+            std::vector<uint8_t> tile(size_t(t.tile) * t.tile * per * bytes);
+            for (uint32_t ty = 0; ty < height; ty += t.tile)
+                for (uint32_t tx = 0; tx < width; tx += t.tile) {
+                    std::fill(tile.begin(), tile.end(), 0);
+                    for (uint32_t r = 0; r < t.tile && ty + r < height; ++r)
+                        for (uint32_t c = 0; c < t.tile && tx + c < width; ++c)
+                            for (int s = 0; s < per; ++s)
+                                put(&tile[((size_t(r) * t.tile + c) * per + s) * bytes],
+                                    size_t(ty + r) * width + tx + c, separate ? plane : s);
+                    ASSERT_GE(TIFFWriteTile(tif, tile.data(), tx, ty, 0, uint16_t(plane)), 0);
+                }
+        } else {
+            std::vector<uint8_t> line(size_t(width) * per * bytes);
+            for (uint32_t y = 0; y < height; ++y) {
+                for (uint32_t x = 0; x < width; ++x)
+                    for (int s = 0; s < per; ++s)
+                        put(&line[(size_t(x) * per + s) * bytes], size_t(y) * width + x,
+                            separate ? plane : s);
+                ASSERT_GE(TIFFWriteScanline(tif, line.data(), y, uint16_t(plane)), 0);
+            }
+        }
+    }
+    XTIFFClose(tif);
+}
+
+TEST(TiffRead, SampleTypesAndLayouts) {
+    const TiffSpec specs[] = {
+        {"uint16 grey strips", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0},
+        {"uint16 grey tiles", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 16},
+        {"uint16 grey deflate", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0,
+         COMPRESSION_ADOBE_DEFLATE},
+        {"uint8 grey + alpha", 8, SAMPLEFORMAT_UINT, 2, PLANARCONFIG_CONTIG, 0},
+        {"float32 grey LZW", 32, SAMPLEFORMAT_IEEEFP, 1, PLANARCONFIG_CONTIG, 0, COMPRESSION_LZW},
+        {"float32 RGB planes", 32, SAMPLEFORMAT_IEEEFP, 3, PLANARCONFIG_SEPARATE, 0},
+        {"float32 RGB planes in tiles", 32, SAMPLEFORMAT_IEEEFP, 3, PLANARCONFIG_SEPARATE, 16},
+        {"uint16 RGBA tiles", 16, SAMPLEFORMAT_UINT, 4, PLANARCONFIG_CONTIG, 16},
+        {"float64 grey tiles", 64, SAMPLEFORMAT_IEEEFP, 1, PLANARCONFIG_CONTIG, 16},
+    };
+    constexpr uint32_t width = 37, height = 21;  // partial tiles and strips at the edges
+    TempDir dir;
+    const fs::path path = dir / "in.tif";
+    for (const TiffSpec& t : specs) {
+        SCOPED_TRACE(t.name);
+        WriteTiffDirect(path, t, width, height);
+        const Image image = ReadTiff(path);
+        const int channels = t.perPixel >= 3 ? 3 : 1;
+        ASSERT_EQ(image.width, int32_t(width));
+        ASSERT_EQ(image.height, int32_t(height));
+        ASSERT_EQ(image.channels, channels);
+        for (size_t p = 0; p < size_t(width) * height; ++p)
+            for (int c = 0; c < channels; ++c) {
+                const double v = TiffValue(t, p, c);
+                const float expected = t.format == SAMPLEFORMAT_IEEEFP ? float(v)
+                                       : t.bits == 16                  ? float(v) / 65535.0f
+                                                                       : float(v) / 255.0f;
+                ASSERT_EQ(image.samples[p * channels + c], expected) << "pixel " << p << "." << c;
+            }
+        EXPECT_EQ(ReadImage(fs::path(dir / "in.tif"), 1).channels, 1);
+    }
+    const TiffSpec refused[] = {{"int16", 16, SAMPLEFORMAT_INT, 1, PLANARCONFIG_CONTIG, 0},
+                                {"uint32", 32, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0}};
+    for (const TiffSpec& t : refused) {
+        SCOPED_TRACE(t.name);
+        WriteTiffDirect(path, t, 4, 4);
+        const std::string message = ErrorOf([&] { ReadTiff(path); });
+        EXPECT_TRUE(Contains(message, "unsupported samples")) << message;
+        EXPECT_TRUE(Contains(message, path.string())) << message;
+    }
+}
+
+// The extent of files georeferenced as GIS tools write them.
+TEST(TiffRead, GeoExtentOfAreaAndPointRasters) {
+    const TiffSpec t{"uint16", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0};
+    const double ties[6] = {0, 0, 0, 1000, 2000, 0}, scale[3] = {10, 5, 0};
+    auto tieAndScale = [&](short rasterType) {
+        return [&, rasterType](TIFF* tif) {
+            TIFFSetField(tif, TIFFTAG_GEOTIEPOINTS, 6, ties);
+            TIFFSetField(tif, TIFFTAG_GEOPIXELSCALE, 3, scale);
+            if (rasterType == 0) return;  // no keys: an area raster
+            GTIF* keys = GTIFNew(tif);
+            GTIFKeySet(keys, GTRasterTypeGeoKey, TYPE_SHORT, 1, rasterType);
+            GTIFWriteKeys(keys);
+            GTIFFree(keys);
+        };
+    };
+    const double rotated[16] = {1, 0.5, 0, 0, 0.5, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    const double skewFree[16] = {2, 0, 0, -10, 0, 3, 0, 20, 0, 0, 0, 0, 0, 0, 0, 1};
+    const struct {
+        const char* name;
+        std::function<void(TIFF*)> geo;
+        std::optional<GeoExtent> expected;
+    } cases[] = {
+        // Pixel centres: half a pixel in from the tie point's corner.
+        {"area, no keys", tieAndScale(0), GeoExtent{1005, 1997.5, 1005 + 10 * 10, 1997.5 - 4 * 5}},
+        {"area", tieAndScale(RasterPixelIsArea),
+         GeoExtent{1005, 1997.5, 1005 + 10 * 10, 1997.5 - 4 * 5}},
+        {"point", tieAndScale(RasterPixelIsPoint), GeoExtent{1000, 2000, 1100, 1980}},
+        {"matrix, area",
+         [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_GEOTRANSMATRIX, 16, skewFree); },
+         GeoExtent{-9, 21.5, -9 + 2 * 10, 21.5 + 3 * 4}},
+        {"rotated", [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_GEOTRANSMATRIX, 16, rotated); },
+         std::nullopt},
+        {"none", {}, std::nullopt},
+    };
+    TempDir dir;
+    const fs::path path = dir / "geo.tif";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteTiffDirect(path, t, 11, 5, c.geo);
+        const std::optional<GeoExtent> extent = ReadGeoExtent(path);
+        ASSERT_EQ(extent.has_value(), c.expected.has_value());
+        if (!extent) continue;
+        EXPECT_DOUBLE_EQ(extent->x0, c.expected->x0);
+        EXPECT_DOUBLE_EQ(extent->y0, c.expected->y0);
+        EXPECT_DOUBLE_EQ(extent->x1, c.expected->x1);
+        EXPECT_DOUBLE_EQ(extent->y1, c.expected->y1);
+    }
+}
+#else
+TEST(TiffRead, SampleTypesAndLayouts) {
+    GTEST_SKIP() << "this build has no TIFF";
+}
+#endif  // BASEKIT64_HAVE_TIFF
 
 }  // namespace
 }  // namespace basekit::host::testing

@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -22,13 +23,30 @@ struct Format {
     const char* name;
     const char* extension;
     void (*write)(const fs::path&, const ImageView&);
-    double levels;  // PNG: the largest level; 0 for the float formats
+    Image (*read)(const fs::path&, const Image& like);  // raw files need the size
+    double levels;  // 16-bit and PNG: the largest level; 0 for the float formats
+    bool (*available)();
 };
 
-const Format kFormats[] = {{"R32", ".r32", WriteR32, 0},
-                           {"Png16", ".png", WritePng16, 65535},
-                           {"Png8", ".png", WritePng8, 255},
-                           {"Exr", ".exr", WriteExr, 0}};
+bool Always() {
+    return true;
+}
+
+const Format kFormats[] = {
+    {"R32", ".r32", WriteR32,
+     [](const fs::path& p, const Image& i) { return ReadR32(p, i.width, i.height, i.channels); }, 0,
+     Always},
+    {"R16", ".r16", [](const fs::path& p, const ImageView& i) { WriteR16(p, i); },
+     [](const fs::path& p, const Image& i) { return ReadR16(p, i.width, i.height, i.channels); },
+     65535, Always},
+    {"Png16", ".png", WritePng16, [](const fs::path& p, const Image&) { return ReadPng(p); }, 65535,
+     CanReadPng},
+    {"Png8", ".png", WritePng8, [](const fs::path& p, const Image&) { return ReadPng(p); }, 255,
+     CanReadPng},
+    {"Exr", ".exr", [](const fs::path& p, const ImageView& i) { WriteExr(p, i); },
+     [](const fs::path& p, const Image&) { return ReadExr(p); }, 0, CanUseExr},
+    {"Tif", ".tif", [](const fs::path& p, const ImageView& i) { WriteGeoTiff(p, i, {}); },
+     [](const fs::path& p, const Image&) { return ReadTiff(p); }, 0, CanUseTiff}};
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -60,17 +78,17 @@ class RoundTrip : public ::testing::TestWithParam<RoundTripParam> {};
 
 TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
     const auto [format, shape, channels] = GetParam();
-    const bool isPng = format.levels > 0, isR32 = format.write == WriteR32;
-    if (format.write == WriteExr) {
-        NEED_EXR();
-    }
-    const Image image = MakeImage(shape.width, shape.height, channels,
-                                  [&](size_t i) { return isPng ? PngSample(i) : FloatSample(i); });
+    const bool quantized = format.levels > 0, isRaw = format.extension[1] == 'r';
+    if (format.extension != std::string(".png") && !format.available())
+        GTEST_SKIP() << "this build cannot write " << format.name;
+    const Image image = MakeImage(shape.width, shape.height, channels, [&](size_t i) {
+        return quantized ? PngSample(i) : FloatSample(i);
+    });
     TempDir dir;
     const fs::path path = dir / (std::string("image") + format.extension);
     format.write(path, image);
     EXPECT_EQ(dir.List(), std::vector<std::string>{path.filename().string()});
-    if (isPng) {  // IHDR's bit depth and colour type (grey or RGB)
+    if (format.extension == std::string(".png")) {  // IHDR's bit depth and colour type
         const std::string bytes = ReadBytes(path);
         ASSERT_GT(bytes.size(), 26u);
         EXPECT_EQ(bytes.substr(12, 4), "IHDR");
@@ -79,16 +97,14 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
         NEED_PNG_READER();
     }
 
-    const Image back = isR32 ? ReadR32(path, image.width, image.height, image.channels)
-                       : isPng ? ReadPng(path)
-                               : ReadExr(path);
+    const Image back = format.read(path, image);
     ASSERT_EQ(back.width, image.width);
     ASSERT_EQ(back.height, image.height);
     ASSERT_EQ(back.channels, image.channels);
     ASSERT_EQ(back.samples.size(), image.samples.size());
     for (size_t i = 0; i < image.samples.size(); ++i) {
         const float in = image.samples[i], out = back.samples[i];
-        if (!isPng) {
+        if (!quantized) {
             ASSERT_EQ(std::bit_cast<uint32_t>(out), std::bit_cast<uint32_t>(in))
                 << "sample " << i << ": " << in << " read back as " << out;
         } else {
@@ -97,7 +113,7 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
             ASSERT_LE(std::abs(out - clamped), 0.5 / format.levels + 1e-7) << "sample " << i;
         }
     }
-    if (!isR32) {  // ReadImage picks the same reader by extension
+    if (!isRaw) {  // ReadImage picks the same reader by extension
         const Image same = ReadImage(path);
         EXPECT_EQ(same.channels, back.channels);
         EXPECT_EQ(std::memcmp(same.samples.data(), back.samples.data(),
@@ -127,7 +143,7 @@ TEST(ImageIO, R32IsRawLittleEndianFloat) {
 }
 
 // One file written over twice: the second replaces the first whole.
-TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
+TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbOrGivenAndZip) {
 #ifndef BASEKIT64_HAVE_OPENEXR
     GTEST_SKIP() << "this build has no OpenEXR";
 #else
@@ -152,6 +168,19 @@ TEST(ImageIO, ExrHasFloatChannelsNamedYOrRgbAndZip) {
         EXPECT_EQ(names, (channels == 1 ? std::vector<std::string>{"Y"}
                                         : std::vector<std::string>{"B", "G", "R"}));
     }
+    // A height field under a name of its own reads back as that one channel.
+    const Image heights = MakeImage(5, 4, 1, FloatSample);
+    WriteExr(path, heights, "Z");
+    {
+        Imf::InputFile file(path.string().c_str());
+        const Imf::ChannelList& list = file.header().channels();
+        ASSERT_NE(list.findChannel("Z"), nullptr);
+        EXPECT_EQ(list.findChannel("Y"), nullptr);
+    }
+    const Image back = ReadExr(path);
+    ASSERT_EQ(back.channels, 1);
+    EXPECT_EQ(std::memcmp(back.samples.data(), heights.samples.data(), 20 * sizeof(float)), 0);
+    EXPECT_TRUE(Contains(ErrorOf([&] { WriteExr(path, heights, ""); }), "no name"));
 #endif
 }
 
@@ -182,6 +211,103 @@ TEST(ImageIO, ReadImageConvertsChannels) {
     EXPECT_EQ(ReadImage(rgbPath, 3).channels, 3);
     EXPECT_EQ(ReadImage(rgbPath).channels, 3);
     EXPECT_EQ(ReadImage(greyPath, 1).channels, 1);
+}
+
+// The 16-bit formats map a range onto 0..65535 the same way: PNG and r16 give
+// the same levels, the fixed range is the default mapping.
+TEST(ImageIO, SixteenBitRangeMapping) {
+    struct Case {
+        ValueRange range;
+        float value;
+        unsigned level;
+    };
+    const Case cases[] = {
+        {{}, 0.0f, 0},          {{}, 1.0f, 65535},      {{}, 0.5f, 32768},
+        {{}, kNan, 0},          {{}, -1.0f, 0},         {{}, 2.0f, 65535},
+        {{-1, 3}, -1.0f, 0},    {{-1, 3}, 3.0f, 65535}, {{-1, 3}, 1.0f, 32768},
+        {{-1, 3}, 0.0f, 16384}, {{-1, 3}, kNan, 0},     {{-1, 3}, 4.0f, 65535},
+        {{-1, 3}, -2.0f, 0},    {{2, 2}, 2.0f, 0},      {{0.25, 0.5}, 0.375f, 32768}};
+    TempDir dir;
+    for (const Case& c : cases) {
+        const Image image{1, 1, 1, {c.value}};
+        WriteR16(dir / "h.r16", image, c.range);
+        const std::string bytes = ReadBytes(dir / "h.r16");
+        ASSERT_EQ(bytes.size(), 2u);
+        EXPECT_EQ(unsigned(uint8_t(bytes[0])) | unsigned(uint8_t(bytes[1])) << 8, c.level)
+            << c.value << " in " << c.range.low << ".." << c.range.high;
+        EXPECT_EQ(ReadR16(dir / "h.r16", 1, 1).samples[0], float(c.level) / 65535.0f);
+        WritePng(dir / "h.png", image, 16, {}, c.range);
+        if (CanReadPng()) {
+            EXPECT_EQ(ReadPng(dir / "h.png").samples[0], float(c.level) / 65535.0f);
+        }
+    }
+    const Image image = MakeImage(40, 9, 3, PngSample);
+    WritePng16(dir / "a.png", image);
+    WritePng(dir / "b.png", image, 16, {}, ValueRange{});
+    EXPECT_EQ(ReadBytes(dir / "a.png"), ReadBytes(dir / "b.png"));
+}
+
+// Our GeoTIFFs carry the extent exactly as the samples' points, in either
+// direction along each axis.
+TEST(ImageIO, GeoTiffExtentReadsBack) {
+    if (!CanUseTiff()) GTEST_SKIP() << "this build has no TIFF";
+    const GeoExtent extents[] = {{0, 0, 1, 1},          // y up the rows: a matrix
+                                 {100, 900, 500, 100},  // north up: tie point and scale
+                                 {-3.5, -2, 5, 7.25},
+                                 {5, 0, -5, 1}};
+    TempDir dir;
+    for (const GeoExtent& e : extents) {
+        WriteGeoTiff(dir / "g.tif", MakeImage(9, 5, 1, FloatSample), e);
+        const std::optional<GeoExtent> back = ReadGeoExtent(dir / "g.tif");
+        ASSERT_TRUE(back.has_value());
+        EXPECT_NEAR(back->x0, e.x0, 1e-12);
+        EXPECT_NEAR(back->y0, e.y0, 1e-12);
+        EXPECT_NEAR(back->x1, e.x1, 1e-12);
+        EXPECT_NEAR(back->y1, e.y1, 1e-12);
+    }
+    EXPECT_EQ(dir.List(), std::vector<std::string>{"g.tif"});
+}
+
+// gdalinfo, where it is installed, opens both the GeoTIFF and the r32 with
+// its ENVI header and finds the same georeferencing.
+TEST(ImageIO, GdalinfoReadsGeoTiffAndEnviHeader) {
+    if (!CanUseTiff()) GTEST_SKIP() << "this build has no TIFF";
+    if (std::system("gdalinfo --version >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "gdalinfo is not installed";
+    TempDir dir;
+    const Image image = MakeImage(9, 5, 1, FloatSample);
+    const GeoExtent extent{100, 900, 500, 100};
+    WriteGeoTiff(dir / "g.tif", image, extent);
+    WriteR32(dir / "g.r32", image);
+    WriteEnviHeader(dir / "g.hdr", image, extent, 2.0);
+    for (const char* name : {"g.tif", "g.r32"}) {
+        const std::string command =
+            "gdalinfo '" + (dir / name).string() + "' > '" + (dir / "info.txt").string() + "' 2>&1";
+        ASSERT_EQ(std::system(command.c_str()), 0) << name;
+        const std::string info = ReadBytes(dir / "info.txt");
+        EXPECT_TRUE(Contains(info, "Size is 9, 5")) << info;
+        // Pixel areas: the first sample's point is the first pixel's centre.
+        EXPECT_TRUE(Contains(info, "Origin = (75.000000000000000,1000.000000000000000)")) << info;
+        EXPECT_TRUE(Contains(info, "Pixel Size = (50.000000000000000,-200.000000000000000)"))
+            << info;
+    }
+}
+
+TEST(ImageIO, EnviHeaderDescribesTheR32) {
+    TempDir dir;
+    WriteEnviHeader(dir / "h.hdr", Image{5, 3, 1, std::vector<float>(15)}, {10, 4, 12, 0}, 0.5);
+    EXPECT_EQ(ReadBytes(dir / "h.hdr"),
+              "ENVI\n"
+              "description = {orogen height field; vertical scale 0.5}\n"
+              "samples = 5\nlines = 3\nbands = 1\nheader offset = 0\n"
+              "file type = ENVI Standard\ndata type = 4\ninterleave = bip\nbyte order = 0\n"
+              "map info = {Arbitrary, 1.5, 1.5, 10, 4, 0.5, 2}\n"
+              "band names = {height}\n");
+    WriteEnviHeader(dir / "c.hdr", Image{2, 2, 3, std::vector<float>(12)}, {0, 0, 1, 1}, 1.0);
+    const std::string rgb = ReadBytes(dir / "c.hdr");
+    EXPECT_TRUE(Contains(rgb, "bands = 3\n")) << rgb;
+    EXPECT_TRUE(Contains(rgb, "map info = {Arbitrary, 1.5, 1.5, 0, 0, 1, -1}\n")) << rgb;
+    EXPECT_TRUE(Contains(rgb, "band names = {red, green, blue}\n")) << rgb;
 }
 
 }  // namespace
