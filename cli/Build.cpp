@@ -16,6 +16,7 @@
 #include <set>
 #include <thread>
 
+#include "cli/Html.h"
 #include "cli/Preview.h"
 #include "cli/Progress.h"
 #include "cli/Tool.h"
@@ -181,8 +182,9 @@ struct ExportJob {
 // thread busy runs on the caller: fields never pile up waiting.
 class Exporter {
 public:
-    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads)
-        : pool(pool), settings(settings) {
+    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads,
+             PageWriter* page)
+        : pool(pool), settings(settings), page(page) {
         for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
     }
     ~Exporter() {
@@ -251,6 +253,7 @@ private:
                 job.files[extension] = fileName;
             }
             job.range = Range(image.samples, static_cast<size_t>(packet.PointCount()) * image.channels);
+            if (page) page->WriteData(job.entry->name, image, job.mask);
         } catch (const std::exception& e) {
             job.error = e.what();
         }
@@ -261,6 +264,7 @@ private:
 
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
+    PageWriter* page;
     std::mutex mutex;
     std::condition_variable wake, idle;
     std::deque<ExportJob*> queue;
@@ -340,7 +344,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     }
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
-    Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
+    std::optional<PageWriter> page;
+    if (settings.html) page.emplace(settings.outputDir, network.world, settings.pageFiles);
+    Exporter exporter(network.GetHost().Workers(), settings, threads - 1, page ? &*page : nullptr);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
@@ -445,6 +451,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         return kExitInterrupted;
     }
     basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
+    if (page) page->Finish(manifest);
 
     if (!settings.quiet) {
         PrintSummary(network, report);

@@ -24,7 +24,7 @@ enum ExitCode : int {
 
 // A bad command line or network file: one line, exit code 2.
 class UsageError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -44,6 +44,8 @@ struct BuildSettings {
     // Bytes of stored outputs kept in memory; the rest is paged to a swap
     // folder in the output folder. 0: no limit.
     uint64_t memoryBudget = 0;
+    bool html = false;      // also the page: DIR/index.html and the exports in DIR/data/
+    bool pageFiles = true;  // with html: index.html, its scripts and three.js too
 };
 
 // "png,r32" -> formats; throws UsageError, also for a format this build

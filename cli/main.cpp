@@ -30,6 +30,7 @@ struct BuildFlags {
     std::string memory;
     bool quiet = false;
     bool preview = false;
+    bool html = false;
 
     BuildSettings Settings() const {
         BuildSettings settings;
@@ -40,6 +41,7 @@ struct BuildFlags {
         if (!memory.empty()) settings.memoryBudget = ParseMemory(memory);
         settings.quiet = quiet;
         settings.preview = preview;
+        settings.html = html;
         return settings;
     }
 };
@@ -49,18 +51,22 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
         ->capture_default_str();
     command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, exr")
         ->capture_default_str();
-    command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
+    command.add_option("--resolution", flags.resolution,
+                       "Build at WxH samples instead of the file's resolution");
     command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")
         ->check(CLI::Range(1u, 4096u));
     command.add_option("--memory", flags.memory,
                        "Memory for stored outputs, e.g. 512M or 8G; beyond it they are paged to "
                        "disk (default: no limit)");
     command.add_flag("-q,--quiet", flags.quiet, "No progress bar and no summary");
+    command.add_flag("--html", flags.html,
+                     "Also write index.html: every export in 2-D and 3-D, to open from the folder");
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app{"orogen: builds terrain networks with the BaseKit64 devices.\n"
-                 "Without a command it builds the demo network into out/ with a preview picture."};
+    CLI::App app{
+        "orogen: builds terrain networks with the BaseKit64 devices.\n"
+        "Without a command it builds the demo network into out/ with a preview picture."};
     app.set_help_all_flag("--help-all", "Help for every command");
     // The same command line everywhere: on Windows "/x" stays an argument (a path).
     app.allow_windows_style_options(false);
@@ -77,17 +83,39 @@ int Run(int argc, char** argv) {
     CLI::App* build = app.add_subcommand("build", "Build a network file and write its exports");
     build->add_option("file", buildFile, "Network file (JSON)")->required();
     AddBuildFlags(*build, buildFlags);
-    build->add_flag("--preview", buildFlags.preview, "Also write preview.png of the first height field");
+    build->add_flag("--preview", buildFlags.preview,
+                    "Also write preview.png of the first height field");
 
     std::string saveFile, saveOutput;
-    CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
+    CLI::App* save =
+        app.add_subcommand("save", "Write the network again with every device's saved state");
     save->add_option("file", saveFile, "Network file (JSON)")->required();
     save->add_option("-o,--output", saveOutput, "The file to write")->required();
+
+    ServeSettings serveSettings;
+    std::string serveResolution = "513x513";
+    CLI::App* serve = app.add_subcommand(
+        "serve", "Build a network, show it at http://127.0.0.1 and rebuild on save");
+    serve->add_option("file", serveSettings.file, "Network file (JSON)")->required();
+    serve->add_option("-o,--output", serveSettings.outputDir, "Folder for the page and its builds")
+        ->capture_default_str();
+    serve->add_option("--port", serveSettings.port, "Port on 127.0.0.1 (0: any free one)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+    serve
+        ->add_option("--preview-resolution", serveResolution,
+                     "Build at most WxH samples while editing (the file's own when smaller)")
+        ->capture_default_str();
+    serve
+        ->add_option("--threads", serveSettings.threads,
+                     "Threads to build with (default: one per core)")
+        ->check(CLI::Range(1u, 4096u));
 
     BuildFlags demoFlags;
     demoFlags.preview = true;
     bool demoPrint = false;
-    CLI::App* demo = app.add_subcommand("demo", "Build the demo network (what orogen does without a command)");
+    CLI::App* demo =
+        app.add_subcommand("demo", "Build the demo network (what orogen does without a command)");
     AddBuildFlags(*demo, demoFlags);
     demo->add_flag("--print", demoPrint, "Print the demo network file instead of building it");
 
@@ -99,7 +127,8 @@ int Run(int argc, char** argv) {
     } catch (const CLI::CallForAllHelp& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::fprintf(stderr, "orogen: %s\nRun \"orogen --help\" for the commands and options.\n", e.what());
+        std::fprintf(stderr, "orogen: %s\nRun \"orogen --help\" for the commands and options.\n",
+                     e.what());
         return kExitUsage;
     }
 
@@ -112,6 +141,7 @@ int Run(int argc, char** argv) {
         BuildSettings settings;
         if (*build) settings = buildFlags.Settings();
         if (*demo || app.get_subcommands().empty()) settings = demoFlags.Settings();
+        if (*serve) serveSettings.resolution = ParseResolution(serveResolution);
 
         basekit::host::Host host;
         std::optional<fs::path> module;
@@ -124,13 +154,15 @@ int Run(int argc, char** argv) {
         }
 
         if (*devices) return RunDevices(host, devicesJson);
+        if (*serve) return RunServe(host, serveSettings);
         if (*save) {
             basekit::host::Project project = ReadProject(host, saveFile);
             basekit::host::SaveNetworkFile(project, saveOutput);
             return kExitOk;
         }
         basekit::host::Project project =
-            *build ? ReadProject(host, buildFile) : ReadProjectText(host, DemoNetworkText(), "demo network");
+            *build ? ReadProject(host, buildFile)
+                   : ReadProjectText(host, DemoNetworkText(), "demo network");
         return BuildAndExport(project, settings);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "orogen: %s\n", e.what());
@@ -144,4 +176,6 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace orogen
 
-int main(int argc, char** argv) { return orogen::Run(argc, argv); }
+int main(int argc, char** argv) {
+    return orogen::Run(argc, argv);
+}
