@@ -24,7 +24,7 @@ enum ExitCode : int {
 
 // A bad command line or network file: one line, exit code 2.
 class UsageError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 

@@ -51,8 +51,7 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
         ->capture_default_str();
     command.add_option("--format", flags.formats, "Comma-separated file formats: png, r32, exr")
         ->capture_default_str();
-    command.add_option("--resolution", flags.resolution,
-                       "Build at WxH samples instead of the file's resolution");
+    command.add_option("--resolution", flags.resolution, "Build at WxH samples instead of the file's resolution");
     command.add_option("--threads", flags.threads, "Threads to build with (default: one per core)")
         ->check(CLI::Range(1u, 4096u));
     command.add_option("--memory", flags.memory,
@@ -64,9 +63,8 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app{
-        "orogen: builds terrain networks with the BaseKit64 devices.\n"
-        "Without a command it builds the demo network into out/ with a preview picture."};
+    CLI::App app{"orogen: builds terrain networks with the BaseKit64 devices.\n"
+                 "Without a command it builds the demo network into out/ with a preview picture."};
     app.set_help_all_flag("--help-all", "Help for every command");
     // The same command line everywhere: on Windows "/x" stays an argument (a path).
     app.allow_windows_style_options(false);
@@ -83,12 +81,10 @@ int Run(int argc, char** argv) {
     CLI::App* build = app.add_subcommand("build", "Build a network file and write its exports");
     build->add_option("file", buildFile, "Network file (JSON)")->required();
     AddBuildFlags(*build, buildFlags);
-    build->add_flag("--preview", buildFlags.preview,
-                    "Also write preview.png of the first height field");
+    build->add_flag("--preview", buildFlags.preview, "Also write preview.png of the first height field");
 
     std::string saveFile, saveOutput;
-    CLI::App* save =
-        app.add_subcommand("save", "Write the network again with every device's saved state");
+    CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
     save->add_option("file", saveFile, "Network file (JSON)")->required();
     save->add_option("-o,--output", saveOutput, "The file to write")->required();
 
@@ -114,8 +110,7 @@ int Run(int argc, char** argv) {
     BuildFlags demoFlags;
     demoFlags.preview = true;
     bool demoPrint = false;
-    CLI::App* demo =
-        app.add_subcommand("demo", "Build the demo network (what orogen does without a command)");
+    CLI::App* demo = app.add_subcommand("demo", "Build the demo network (what orogen does without a command)");
     AddBuildFlags(*demo, demoFlags);
     demo->add_flag("--print", demoPrint, "Print the demo network file instead of building it");
 
@@ -127,8 +122,7 @@ int Run(int argc, char** argv) {
     } catch (const CLI::CallForAllHelp& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::fprintf(stderr, "orogen: %s\nRun \"orogen --help\" for the commands and options.\n",
-                     e.what());
+        std::fprintf(stderr, "orogen: %s\nRun \"orogen --help\" for the commands and options.\n", e.what());
         return kExitUsage;
     }
 
@@ -161,8 +155,7 @@ int Run(int argc, char** argv) {
             return kExitOk;
         }
         basekit::host::Project project =
-            *build ? ReadProject(host, buildFile)
-                   : ReadProjectText(host, DemoNetworkText(), "demo network");
+            *build ? ReadProject(host, buildFile) : ReadProjectText(host, DemoNetworkText(), "demo network");
         return BuildAndExport(project, settings);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "orogen: %s\n", e.what());
@@ -176,6 +169,4 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace orogen
 
-int main(int argc, char** argv) {
-    return orogen::Run(argc, argv);
-}
+int main(int argc, char** argv) { return orogen::Run(argc, argv); }
