@@ -22,8 +22,9 @@ std::filesystem::path FindWebFolder();
 // every fourth sample, which the browser decodes and draws in well under a second.
 inline constexpr int32_t kPageDataSide = 1025;
 
-// Every how many samples the page data keeps one, so that the first and last
-// samples stay.
+// Every how many samples the page data keeps one: the fewest that keep at most
+// kPageDataSide a side. The last sample stays where the side is a multiple of
+// it plus one, as the usual 2^n + 1 sides are.
 int32_t PageStride(int32_t width, int32_t height);
 
 // Height fields in a perceptual colour ramp over [low, high] with hill

@@ -54,7 +54,8 @@ window.Orogen = window.Orogen || {};
   function facts(o) {
     const kind = o.kind === "bitmap" ? "bitmap" : o.mask ? "mask" : "height field";
     const range = o.kind === "bitmap" ? "" : ` · ${number(o.min)} … ${number(o.max)}`;
-    return `${o.device} · ${kind} · ${o.width}×${o.height}${range}`;
+    const device = (state.manifest.devices || []).find((d) => d.id === o.device);
+    return `${o.device}${device ? " (" + device.type + ")" : ""} · ${kind} · ${o.width}×${o.height}${range}`;
   }
 
   function showGallery() {

@@ -92,7 +92,7 @@ window.Orogen = window.Orogen || {};
       this.scene.add(this.mesh);
       if (!this.orbit) {
         const size = Math.max(x1 - x0, y1 - y0);
-        this.orbit = { target: new THREE.Vector3((x0 + x1) / 2, 0, (y0 + y1) / 2), yaw: -0.6, pitch: 0.75, distance: 1.5 * size };
+        this.orbit = { target: new THREE.Vector3((x0 + x1) / 2, 0, (y0 + y1) / 2), yaw: -0.6, pitch: 0.7, distance: 1.45 * size };
       }
       this.resize();
     }

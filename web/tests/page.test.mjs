@@ -97,7 +97,7 @@ const context = await browser.newContext({ viewport: { width: 1100, height: 720 
   check(JSON.stringify(names) === JSON.stringify(manifest.outputs.map((o) => o.name)) && names.length === 5,
     `gallery lists every export: ${names.join(", ")}`);
   const caption = await page.textContent("#gallery figure[data-name=terrain] figcaption");
-  check(caption.includes("1025×1025") && caption.includes("terrain"), `caption: ${caption}`);
+  check(caption.includes("terrain (Blur) · height field · 1025×1025 · 0.017092 … 0.73803"), `caption: ${caption}`);
   check((await page.textContent("#world")).includes("world 0, 0 – 4, 4"), "the world extent is shown");
   await page.screenshot({ path: path.join(outDir, "gallery.png") });
 
@@ -134,7 +134,11 @@ const context = await browser.newContext({ viewport: { width: 1100, height: 720 
   await page.mouse.up();
   const turned = await shoot(page);
   check(changedShare(steep, turned) > 0.02, "a drag orbits the camera");
+  await page.setViewportSize({ width: 760, height: 470 });
   await page.locator("#exaggeration").fill("2");
+  await page.waitForTimeout(100);
+  await page.screenshot({ path: path.join(outDir, "readme.png") });
+  await page.setViewportSize({ width: 1100, height: 720 });
   await page.selectOption("#drape", "splat");
   await page.waitForSelector("body[data-relief=ready]");
   const draped = await shoot(page);
@@ -144,10 +148,10 @@ const context = await browser.newContext({ viewport: { width: 1100, height: 720 
   await page.close();
 }
 
-// Opening times of a 2049² build (reported, not judged).
-{
-  const dir = path.join(outDir, "demo2049");
-  build(path.join(repo, "examples/demo.json"), dir, "--format", "r32", "--resolution", "2049x2049");
+// Opening times of bigger builds (reported, not judged); OROGEN_PAGE_SIZES=2049,4097.
+for (const side of (process.env.OROGEN_PAGE_SIZES || "2049").split(",").map(Number)) {
+  const dir = path.join(outDir, "demo" + side);
+  build(path.join(repo, "examples/demo.json"), dir, "--format", "r32", "--resolution", `${side}x${side}`);
   const page = await context.newPage();
   const start = Date.now();
   await page.goto(url.pathToFileURL(path.join(dir, "index.html")).href);
@@ -161,8 +165,9 @@ const context = await browser.newContext({ viewport: { width: 1100, height: 720 
   const relief = Date.now();
   await openRelief(page);
   const threeD = Date.now() - relief;
-  console.log(`time 2049x2049: gallery ${gallery} ms, large view ${large} ms, 3-D ${threeD} ms (after the large view)`);
+  console.log(`time ${side}x${side}: gallery ${gallery} ms, large view ${large} ms, 3-D ${threeD} ms (after the large view)`);
   await page.close();
+  fs.rmSync(dir, { recursive: true, force: true });
 }
 
 // orogen serve: a saved change shows by itself; a failed build keeps the last world.
@@ -213,7 +218,7 @@ function get(port, rawPath) {
     await page.waitForSelector("body[data-relief=ready]");
     const shown = Date.now() - saved;
     const after = await shoot(page, { path: path.join(outDir, "serve.png") });
-    check(changedShare(before, after) > 0.05, `a saved change shows in ${shown} ms and changes ${(100 * changedShare(before, after)).toFixed(1)}% of the relief`);
+    check(changedShare(before, after) > 0.02, `a saved change shows in ${shown} ms and changes ${(100 * changedShare(before, after)).toFixed(1)}% of the relief`);
     check(camera === await page.evaluate(() => JSON.stringify(Orogen.state.relief.orbit)), "the camera stays");
 
     fs.writeFileSync(network, original.replace('"Radius": 3.6', '"Radius": "wide"'));
