@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -195,7 +196,7 @@ int RunServe(basekit::host::Host& host, const ServeSettings& serve) {
                 fs::remove_all(entry.path(), ignored);
             }
         }
-        while (!watch.Changed()) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        while (!watch.Changed()) std::this_thread::sleep_for(std::chrono::milliseconds(50));
         // Editors write in steps: let the save settle.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         watch.Changed();

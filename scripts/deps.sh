@@ -4,7 +4,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 packages=(cmake g++ make pkg-config libgtest-dev googletest libbenchmark-dev libpng-dev
           libopenexr-dev nlohmann-json3-dev libcli11-dev zlib1g-dev
-          libcpp-httplib-dev nodejs npm chromium)
+          libcpp-httplib-dev chromium)
+# Node.js from elsewhere (with its own npm) will do.
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")

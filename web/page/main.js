@@ -216,7 +216,7 @@ window.Orogen = window.Orogen || {};
       } catch (error) {
         $("status").textContent = "server gone: " + error.message;
       }
-      await new Promise((r) => setTimeout(r, 200));
+      await new Promise((r) => setTimeout(r, 120));
     }
   }
 
