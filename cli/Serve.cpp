@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
@@ -114,6 +115,9 @@ int RunServe(basekit::host::Host& host, const ServeSettings& serve) {
     basekit::host::WriteTextFile(dir / "version.json", "{\"version\": 0}\n");
 
     httplib::Server server;
+    // One request a connection: an idle kept-alive browser connection would
+    // hold one of the server's few threads for seconds.
+    server.set_keep_alive_max_count(1);
     server.Get(".*", [&](const httplib::Request& request, httplib::Response& response) {
         fs::path file = ServedFile(dir, request.path);
         if (file.empty()) {
@@ -124,8 +128,15 @@ int RunServe(basekit::host::Host& host, const ServeSettings& serve) {
         std::ifstream in(file, std::ios::binary);
         std::ostringstream bytes;
         bytes << in.rdbuf();
+        auto body = std::make_shared<std::string>(bytes.str());
         response.set_header("Cache-Control", "no-store");
-        response.set_content(bytes.str(), ContentType(file));
+        // Sent as it is: the library would otherwise compress each text file
+        // for the browser, seconds for a field's data, on every request.
+        response.set_content_provider(
+            body->size(), ContentType(file),
+            [body](size_t offset, size_t length, httplib::DataSink& sink) {
+                return sink.write(body->data() + offset, length);
+            });
     });
     int port = serve.port;
     if (port == 0) {

@@ -188,8 +188,8 @@ function get(port, rawPath) {
   const network = path.join(dir, "network.json");
   const original = fs.readFileSync(path.join(repo, "examples/demo.json"), "utf8");
   fs.writeFileSync(network, original);
-  const server = spawn(orogen, ["serve", network, "-o", path.join(dir, "page"), "--port", "0",
-    "--preview-resolution", "257x257"], { stdio: ["ignore", "pipe", "inherit"] });
+  const server = spawn(orogen, ["serve", network, "-o", path.join(dir, "page"), "--port", "0"],
+    { stdio: ["ignore", "pipe", "inherit"] });
   let log = "";
   const port = await new Promise((resolve, reject) => {
     server.stdout.on("data", (d) => {
@@ -220,6 +220,7 @@ function get(port, rawPath) {
     const after = await shoot(page, { path: path.join(outDir, "serve.png") });
     check(changedShare(before, after) > 0.02, `a saved change shows in ${shown} ms and changes ${(100 * changedShare(before, after)).toFixed(1)}% of the relief`);
     check(camera === await page.evaluate(() => JSON.stringify(Orogen.state.relief.orbit)), "the camera stays");
+    check((await page.textContent("#facts")).includes("513×513"), "serve builds at 513×513 by default");
 
     fs.writeFileSync(network, original.replace('"Radius": 3.6', '"Radius": "wide"'));
     await page.waitForSelector("body[data-version='3']", { timeout: 5000 });
@@ -242,6 +243,7 @@ function get(port, rawPath) {
     }
   } finally {
     server.kill("SIGTERM");
+    console.log("orogen serve said:\n" + log.trim());
   }
 }
 
