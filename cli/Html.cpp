@@ -144,6 +144,8 @@ Image RenderPageImage(const ImageView& image, bool mask, float low, float high, 
 
 PageWriter::PageWriter(fs::path dir, const basekit::host::World& world, bool staticFiles)
     : dir(std::move(dir)), world(world), staticFiles(staticFiles) {
+    // Missing page files are told before the build, not after it.
+    if (staticFiles) FindWebFolder();
     fs::create_directories(this->dir / "data");
 }
 
