@@ -18,6 +18,7 @@
 #include <set>
 #include <thread>
 
+#include "cli/Html.h"
 #include "cli/Preview.h"
 #include "cli/Progress.h"
 #include "cli/Tool.h"
@@ -232,8 +233,8 @@ void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
 class Exporter {
 public:
     Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings,
-             const basekit::host::World& world, uint32_t threads)
-        : pool(pool), settings(settings), world(world) {
+             const basekit::host::World& world, uint32_t threads, PageWriter* page)
+        : pool(pool), settings(settings), world(world), page(page) {
         for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
     }
     ~Exporter() {
@@ -292,6 +293,7 @@ private:
         try {
             job.range = Range(image.samples, static_cast<size_t>(packet.PointCount()) * image.channels);
             WriteExportFiles(job, image, settings, world, parallel);
+            if (page) page->WriteData(job.entry->name, image, job.mask);
         } catch (const std::exception& e) {
             job.error = e.what();
         }
@@ -303,6 +305,7 @@ private:
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
     const basekit::host::World& world;
+    PageWriter* page;
     std::mutex mutex;
     std::condition_variable wake, idle;
     std::deque<ExportJob*> queue;
@@ -430,7 +433,9 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         jobs[i].candidate = settings.preview && (!previewIndex || i == *previewIndex);
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
-    Exporter exporter(network.GetHost().Workers(), settings, network.world, threads - 1);
+    std::optional<PageWriter> page;
+    if (settings.html) page.emplace(settings.outputDir, network.world, settings.pageFiles);
+    Exporter exporter(network.GetHost().Workers(), settings, network.world, threads - 1, page ? &*page : nullptr);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
@@ -578,6 +583,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             std::fprintf(stderr, "orogen: --clean: cannot remove %s: %s\n",
                          (settings.outputDir / name).string().c_str(), error.message().c_str());
     }
+    if (page) page->Finish(manifest);
 
     if (!settings.quiet) {
         PrintSummary(network, report);

@@ -55,6 +55,8 @@ struct BuildSettings {
     // instead of 0..1.
     bool pngRangeAuto = false;
     std::string exrChannel = "Y";  // a height field's EXR channel
+    bool html = false;      // also the page: DIR/index.html and the exports in DIR/data/
+    bool pageFiles = true;  // with html: index.html, its scripts and three.js too
 };
 
 // "ID.PARAM=VALUE" -> an override; VALUE is read as JSON where it is a

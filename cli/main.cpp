@@ -45,6 +45,7 @@ struct BuildFlags {
         for (const std::string& text : sets) options.overrides.push_back(ParseSetting(text));
         return options;
     }
+    bool html = false;
 
     BuildSettings Settings() const {
         BuildSettings settings;
@@ -60,6 +61,7 @@ struct BuildFlags {
         settings.pngRangeAuto = pngRange == "auto";
         if (exrChannel.empty()) throw UsageError("--exr-channel: the channel needs a name");
         settings.exrChannel = exrChannel;
+        settings.html = html;
         return settings;
     }
 };
@@ -95,6 +97,8 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_option("--set", flags.sets,
                        "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
         ->allow_extra_args(false);
+    command.add_flag("--html", flags.html,
+                     "Also write index.html: every export in 2-D and 3-D, to open from the folder");
 }
 
 // The command's name moves to the front, so that its options may come before
@@ -163,6 +167,25 @@ int Run(int argc, char** argv) {
     save->add_option("file", saveFile, "Network file (JSON)")->required();
     save->add_option("-o,--output", saveOutput, "The file to write")->required();
 
+    ServeSettings serveSettings;
+    std::string serveResolution = "513x513";
+    CLI::App* serve = app.add_subcommand(
+        "serve", "Build a network, show it at http://127.0.0.1 and rebuild on save");
+    serve->add_option("file", serveSettings.file, "Network file (JSON)")->required();
+    serve->add_option("-o,--output", serveSettings.outputDir, "Folder for the page and its builds")
+        ->capture_default_str();
+    serve->add_option("--port", serveSettings.port, "Port on 127.0.0.1 (0: any free one)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+    serve
+        ->add_option("--preview-resolution", serveResolution,
+                     "Build at most WxH samples while editing (the file's own when smaller)")
+        ->capture_default_str();
+    serve
+        ->add_option("--threads", serveSettings.threads,
+                     "Threads to build with (default: one per core)")
+        ->check(CLI::Range(1u, 4096u));
+
     BuildFlags demoFlags;
     demoFlags.preview = true;
     bool demoPrint = false;
@@ -203,6 +226,7 @@ int Run(int argc, char** argv) {
             settings = demoFlags.Settings();
             parseOptions = demoFlags.Options();
         }
+        if (*serve) serveSettings.resolution = ParseResolution(serveResolution);
 
         if (version) std::printf("orogen %s\n", OROGEN_VERSION);
         basekit::host::Host host;
@@ -224,6 +248,7 @@ int Run(int argc, char** argv) {
         }
 
         if (*devices) return RunDevices(host, devicesJson);
+        if (*serve) return RunServe(host, serveSettings);
         if (*save) {
             basekit::host::Project project = ReadProject(host, saveFile);
             basekit::host::SaveNetworkFile(project, saveOutput);

@@ -12,6 +12,7 @@ case "${1:-}" in
     cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DBASEKIT64_BUILD_TESTS=ON >/dev/null
     cmake --build build -j"$jobs"
     ctest --test-dir build --output-on-failure -j"$jobs"
+    ./scripts/page-test.sh build
     ;;
   --asan)
     cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBASEKIT64_BUILD_TESTS=ON \
