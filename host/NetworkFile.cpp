@@ -4,6 +4,8 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <limits>
@@ -27,9 +29,18 @@ NetworkFileError::NetworkFileError(const std::string& place, const std::string& 
 
 namespace {
 
+// At most `limit` bytes of `text`, cut between UTF-8 characters, with "..."
+// when cut: a message never echoes a hostile value of megabytes.
+std::string Shortened(std::string_view text, size_t limit = 64) {
+    if (text.size() <= limit) return std::string(text);
+    size_t end = limit;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return std::string(text.substr(0, end)) + "...";
+}
+
 std::string Quoted(std::string_view text) {
     std::string quoted(1, '"');
-    quoted.append(text);
+    quoted.append(Shortened(text));
     return quoted += '"';
 }
 
@@ -50,7 +61,9 @@ std::string Number(double value, int digits = 15) {
 }
 
 std::string JsonText(const json& value) {
-    return value.dump();
+    // Nesting is bounded at load, so the dump's recursion is too.
+    if (value.is_string()) return json(Shortened(value.get_ref<const std::string&>())).dump();
+    return Shortened(value.dump());
 }
 
 // Checked reads of JSON values.
@@ -63,7 +76,7 @@ void Keys(const json& object, const std::string& place,
                                  [&](const char* name) { return key == name; });
         if (!known) {
             std::vector<std::string> names(allowed.begin(), allowed.end());
-            Fail(place.empty() ? key : place + "." + key,
+            Fail(place.empty() ? Shortened(key) : place + "." + Shortened(key),
                  "unknown key; valid: " + QuotedList(names));
         }
     }
@@ -482,7 +495,7 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
                 try {
                     SetParameter(device, name, *setting);
                 } catch (const std::invalid_argument& e) {
-                    Fail(place + ".params." + name, e.what());
+                    Fail(place + ".params." + Shortened(name), e.what());
                 }
             }
             network.GetHost().Dialogs().Script(1);
@@ -627,6 +640,52 @@ size_t ByteToLine(std::string_view text, size_t byte, size_t& column) {
     return line;
 }
 
+// Deeper than any network file needs; what walks a value recursively stays
+// far from the end of the stack.
+constexpr size_t kMaxNesting = 64;
+
+[[noreturn]] void FailAtByte(std::string_view text, size_t byte, const std::string& message) {
+    size_t column;
+    size_t line = ByteToLine(text, byte + 1, column);
+    Fail("line " + std::to_string(line) + ", column " + std::to_string(column), message);
+}
+
+// What the parser would take too far, found before it runs: nesting deeper
+// than kMaxNesting and numbers beyond a double, which it reports without a
+// place.
+void CheckJsonShape(std::string_view text) {
+    size_t depth = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaxNesting)
+                FailAtByte(text, i,
+                           "values nested deeper than " + std::to_string(kMaxNesting) + " levels");
+        } else if (c == ']' || c == '}') {
+            if (depth > 0) --depth;
+        } else if (c == '-' || (c >= '0' && c <= '9')) {
+            size_t end = i;
+            while (end < text.size() && std::strchr("0123456789+-.eE", text[end]) && text[end])
+                ++end;
+            const std::string token(text.substr(i, end - i));
+            // No locale is set: strtod reads a point as the decimal separator.
+            if (std::isinf(std::strtod(token.c_str(), nullptr)))
+                FailAtByte(text, i, Shortened(token) + " is too large for a number");
+            i = end - 1;
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<ExportEntry> DefaultExports(const Network& network) {
@@ -646,6 +705,7 @@ std::vector<ExportEntry> DefaultExports(const Network& network) {
 }
 
 Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) {
+    CheckJsonShape(text);
     json root;
     try {
         root = json::parse(text.begin(), text.end());
@@ -657,7 +717,9 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
         at = at == std::string::npos ? std::string::npos : reason.find(": ", at);
         if (at != std::string::npos) reason = reason.substr(at + 2);
         Fail("line " + std::to_string(line) + ", column " + std::to_string(column),
-             "malformed JSON: " + reason);
+             "malformed JSON: " + Shortened(reason, 200));
+    } catch (const json::exception& e) {
+        Fail("(top)", std::string("malformed JSON: ") + Shortened(e.what(), 200));
     }
     if (!root.is_object()) Fail("(top)", "expected a JSON object");
     Keys(root, "", {"world", "globals", "seed", "devices", "links", "export"});

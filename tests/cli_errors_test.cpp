@@ -31,7 +31,12 @@ std::vector<BadInput> Cases() {
         args.insert(args.end(), extra.begin(), extra.end());
         return args;
     };
+    static const std::string deep = R"({"world": {"verticalScale": )" + std::string(100000, '[') +
+                                    std::string(100000, ']') + "}}";
     std::vector<BadInput> cases = {
+        {"a value nested 100,000 deep", deep.c_str(), build, {"net.json", "line 1", "nested deeper"}},
+        {"a number beyond a double", R"({"world": {"verticalScale": 1e400}})", build,
+         {"net.json", "line 1, column 29", "1e400"}},
         {"malformed JSON", "{\n  \"devices\": [\n    {\"id\": \"a\" \"type\": \"Gradient\"}\n  ]\n}",
          build, {"net.json", "line 3", "malformed JSON"}},
         {"unknown device type", R"({"devices": [{"id": "a", "type": "Radial Gard"}]})", build,

@@ -114,6 +114,12 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         constantState = EncodeBase64(out.str());
     }
     const std::string two = R"({"id": "a", "type": "Test Ramp"}, {"id": "b", "type": "Test Add"})";
+    // Hostile sizes: the seed the loop adds moves every column by 14.
+    const std::string height =
+        R"({"devices": [{"id": "a", "type": "Constant", "params": {"Height": )";
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const std::string huge(10'000'000, 'x');
+    const std::string shortX = std::string(64, 'x') + "...";
     struct Case {
         std::string text;
         std::string message;
@@ -123,6 +129,15 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "line 3, column 16: malformed JSON: syntax error while parsing object key - unexpected "
          "'}'; expected string literal"},
         {"[1, 2]", "(top): expected a JSON object"},
+        {height + deep + "}}]}", "line 1, column " + std::to_string(14 + height.size() + 61) +
+                                     ": values nested deeper than 64 levels"},
+        {R"({"world": {"verticalScale": 1e400}})",
+         "line 1, column 43: 1e400 is too large for a number"},
+        {height + "\"" + huge + "\"}}]}",
+         "devices[0].params.Height: expected a number, not \"" + shortX + "\""},
+        {"{\"" + huge + "\": 1}",
+         shortX + ": unknown key; valid: \"world\", \"globals\", \"seed\", \"devices\", "
+                  "\"links\", \"export\""},
         {R"({"device": []})",
          "device: unknown key; valid: \"world\", \"globals\", \"seed\", \"devices\", \"links\", "
          "\"export\""},
