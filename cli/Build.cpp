@@ -85,10 +85,19 @@ bool PlainFileName(const std::string& name) {
            name.find_first_of("/\\:") == std::string::npos;
 }
 
-// Exports must give distinct plain file names.
-void CheckExportNames(const std::vector<ExportEntry>& exports) {
+// Exports must give distinct plain file names, and fields a file can hold:
+// refused before anything is built.
+void CheckExports(const Network& network, const std::vector<ExportEntry>& exports) {
     std::set<std::string> seen;
     for (const ExportEntry& entry : exports) {
+        const Orogen::Device& device = network.Get(entry.device);
+        const uint32_t kind = entry.output < device.outputs.size() ? device.outputs[entry.output]->kind : 0;
+        const bool bitmap = (kind & Orogen::kBitmap) && !(kind & Orogen::kHeightField);
+        const uint64_t samples = uint64_t(network.world.width) * uint64_t(network.world.height) * (bitmap ? 3 : 1);
+        if (samples > basekit::host::kMaxImageSamples)
+            throw UsageError("export \"" + entry.name + "\": a " + (bitmap ? "bitmap" : "height field") + " of " +
+                             std::to_string(network.world.width) + "x" + std::to_string(network.world.height) +
+                             " is " + std::to_string(samples) + " samples, more than the 2^30 a file holds");
         if (!PlainFileName(entry.name))
             throw UsageError("export of \"" + entry.device + "\": \"" + entry.name +
                              "\" is not a plain file name; name it in \"export\"");
@@ -299,7 +308,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         network.world.width = settings.resolution->first;
         network.world.height = settings.resolution->second;
     }
-    CheckExportNames(project.exports);
+    CheckExports(network, project.exports);
     PrepareOutputFolder(settings.outputDir);
 
     uint32_t threads = settings.threads ? settings.threads : std::max(1u, std::thread::hardware_concurrency());

@@ -38,9 +38,18 @@ std::string Shortened(std::string_view text, size_t limit = 64) {
     return std::string(text.substr(0, end)) + "...";
 }
 
+// Control characters are shown escaped, as JSON writes them.
 std::string Quoted(std::string_view text) {
     std::string quoted(1, '"');
-    quoted.append(Shortened(text));
+    for (char c : Shortened(text)) {
+        if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F) {
+            quoted += c;
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04X", static_cast<unsigned char>(c));
+        quoted += escaped;
+    }
     return quoted += '"';
 }
 
@@ -55,6 +64,12 @@ std::string Number(double value, int digits = 15) {
     std::snprintf(text, sizeof text, "%.*g", digits, value);
     return text;
 }
+
+constexpr size_t kMaxIdLength = 64;
+constexpr size_t kMaxExportNameLength = 128;
+constexpr const char* kNotInNames = "/\\:*?\"<>|";
+constexpr const char* kAllowedInNames =
+    "ids and export names take no control characters and none of / \\ : * ? \" < > |";
 
 [[noreturn]] void Fail(const std::string& place, const std::string& message) {
     throw NetworkFileError(place, message);
@@ -323,6 +338,45 @@ std::string At(const std::string& place, size_t index) {
     return place + "[" + std::to_string(index) + "]";
 }
 
+size_t ControlCharacter(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i)
+        if (static_cast<unsigned char>(text[i]) < 0x20 || text[i] == 0x7F) return i;
+    return std::string::npos;
+}
+
+std::string ControlName(char c) {
+    char text[32];
+    std::snprintf(text, sizeof text, "the control character U+%04X", static_cast<unsigned char>(c));
+    return text;
+}
+
+bool ReservedOnWindows(std::string_view name) {
+    std::string upper;
+    for (char c : name.substr(0, name.find('.')))
+        upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    static const char* const kDevices[] = {"CON", "PRN", "AUX", "NUL"};
+    for (const char* device : kDevices)
+        if (upper == device) return true;
+    return upper.size() == 4 && (upper.starts_with("COM") || upper.starts_with("LPT")) &&
+           upper[3] >= '1' && upper[3] <= '9';
+}
+
+// Ids name files too (an export is named after its device by default), so
+// they follow the rule of export names: a file name on every system.
+std::string FileNameProblem(std::string_view name, size_t limit) {
+    if (name.empty()) return "the name is empty";
+    if (name.size() > limit)
+        return Quoted(name) + " is longer than " + std::to_string(limit) + " bytes";
+    if (size_t at = ControlCharacter(name); at != std::string::npos)
+        return Quoted(name) + " holds " + ControlName(name[at]) + "; " + kAllowedInNames;
+    if (size_t at = name.find_first_of(kNotInNames); at != std::string::npos)
+        return Quoted(name) + " holds '" + name[at] + "'; " + kAllowedInNames;
+    if (name.front() == '.' || name.back() == '.' || name.front() == ' ' || name.back() == ' ')
+        return Quoted(name) + " begins or ends with a dot or a space";
+    if (ReservedOnWindows(name)) return Quoted(name) + " is the name of a device on Windows";
+    return {};
+}
+
 void ReadWorld(const json& value, World& world) {
     Keys(value, "world", {"extent", "resolution", "verticalScale"});
     if (const json* extent = Member(value, "extent")) {
@@ -342,9 +396,9 @@ void ReadWorld(const json& value, World& world) {
             if (size[i] < 1 || size[i] > std::numeric_limits<int32_t>::max())
                 Fail(place, std::to_string(size[i]) + " is not a positive size");
         }
-        if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > kMaxPacketPoints)
+        if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > kMaxImageSamples)
             Fail("world.resolution", std::to_string(size[0]) + " x " + std::to_string(size[1]) +
-                                         " is more than 2^31 points");
+                                         " is more than 2^30 samples, the most a file holds");
         world.width = static_cast<int32_t>(size[0]);
         world.height = static_cast<int32_t>(size[1]);
     }
@@ -403,7 +457,8 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
     const json* idValue = Member(value, "id");
     if (!idValue) Fail(place, "missing \"id\"");
     std::string id = String(*idValue, place + ".id");
-    if (id.empty()) Fail(place + ".id", "an id cannot be empty");
+    if (std::string problem = FileNameProblem(id, kMaxIdLength); !problem.empty())
+        Fail(place + ".id", problem);
     const json* typeValue = Member(value, "type");
     if (!typeValue) Fail(place, "missing \"type\"");
     std::string typeName = String(*typeValue, place + ".type");
@@ -433,6 +488,9 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
     if (const json* name = Member(value, "name")) {
         std::string text = String(*name, place + ".name");
         if (text.size() > 23) Fail(place + ".name", "longer than 23 characters");
+        if (size_t at = ControlCharacter(text); at != std::string::npos)
+            Fail(place + ".name",
+                 "holds " + ControlName(text[at]) + "; a name takes no control characters");
         device.SetName(text.c_str());
     }
     if (const json* anchor = Member(value, "anchor")) {
@@ -585,11 +643,6 @@ void RunActions(Network& network, const json& device, const std::string& place) 
     }
 }
 
-bool PlainName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." &&
-           name.find_first_of("/\\") == std::string::npos;
-}
-
 std::vector<ExportEntry> ReadExports(const Network& network, const json& value) {
     if (!value.is_array()) Fail("export", "expected an array");
     std::vector<ExportEntry> exports;
@@ -611,8 +664,9 @@ std::vector<ExportEntry> ReadExports(const Network& network, const json& value) 
                                         std::to_string(device->outputs.size()) + ")");
         if (const json* name = Member(item, "name")) {
             entry.name = String(*name, place + ".name");
-            if (!PlainName(entry.name))
-                Fail(place + ".name", Quoted(entry.name) + " is not a plain file name");
+            if (std::string problem = FileNameProblem(entry.name, kMaxExportNameLength);
+                !problem.empty())
+                Fail(place + ".name", problem);
         } else {
             entry.name = device->outputs.size() > 1
                              ? entry.device + "_" + std::to_string(entry.output)

@@ -120,6 +120,8 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
     const std::string huge(10'000'000, 'x');
     const std::string shortX = std::string(64, 'x') + "...";
+    const std::string allowed =
+        "ids and export names take no control characters and none of / \\ : * ? \" < > |";
     struct Case {
         std::string text;
         std::string message;
@@ -208,8 +210,8 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "links[1]: linking \"b\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
          "\"a\""},
         {R"({"world": {"resolution": [0, 5]}})", "world.resolution[0]: 0 is not a positive size"},
-        {R"({"world": {"resolution": [65536, 65536]}})",
-         "world.resolution: 65536 x 65536 is more than 2^31 points"},
+        {R"({"world": {"resolution": [32769, 32769]}})",
+         "world.resolution: 32769 x 32769 is more than 2^30 samples, the most a file holds"},
         {R"({"world": {"extent": [0, 0, 1]}})", "world.extent: expected [x0, y0, x1, y1]"},
         {R"({"world": {"verticalScale": -2}})", "world.verticalScale: -2 is not positive"},
         {R"({"globals": {"lightDirection": [0, "up", 1]}})",
@@ -218,7 +220,23 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         {R"({"devices": [)" + two + R"(], "export": [{"device": "z"}]})",
          "export[0].device: no device \"z\""},
         {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "../up"}]})",
-         "export[0].name: \"../up\" is not a plain file name"},
+         "export[0].name: \"../up\" holds '/'; " + allowed},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "a\u0000b"}]})",
+         "export[0].name: \"a\\u0000b\" holds the control character U+0000; " + allowed},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": ")" + huge.substr(0, 129) +
+             R"("}]})",
+         "export[0].name: \"" + shortX + "\" is longer than 128 bytes"},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "Con.x"}]})",
+         "export[0].name: \"Con.x\" is the name of a device on Windows"},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": ".hidden"}]})",
+         "export[0].name: \".hidden\" begins or ends with a dot or a space"},
+        {R"({"devices": [{"id": "a:b", "type": "Test Ramp"}]})",
+         "devices[0].id: \"a:b\" holds ':'; " + allowed},
+        {R"({"devices": [{"id": ")" + huge.substr(0, 65) + R"(", "type": "Test Ramp"}]})",
+         "devices[0].id: \"" + shortX + "\" is longer than 64 bytes"},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp", "name": "a\tb"}]})",
+         "devices[0].name: holds the control character U+0009; a name takes no control "
+         "characters"},
         {R"({"devices": [)" + two +
              R"(], "export": [{"device": "a"}, {"device": "b", "name": "a"}]})",
          "export[1].name: the name \"a\" is used already by export[0]"},
