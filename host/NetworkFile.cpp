@@ -381,6 +381,18 @@ void ReadWorld(const json& value, World& world) {
     Keys(value, "world", {"extent", "resolution", "verticalScale"});
     if (const json* extent = Member(value, "extent")) {
         std::vector<double> e = Numbers(*extent, "world.extent", 4, "[x0, y0, x1, y1]");
+        // Devices work in floats: the extent must be one there too, with
+        // a size above zero.
+        for (size_t i = 0; i < 4; ++i)
+            if (!std::isfinite(static_cast<float>(e[i])))
+                Fail(At("world.extent", i), Number(e[i]) + " is beyond the range of a float");
+        for (size_t i = 0; i < 2; ++i) {
+            const float low = static_cast<float>(e[i]), high = static_cast<float>(e[i + 2]);
+            if (!(high > low) || !std::isfinite(high - low))
+                Fail("world.extent", std::string(i == 0 ? "x1 " : "y1 ") + Number(e[i + 2]) +
+                                         " must be above " + (i == 0 ? "x0 " : "y0 ") +
+                                         Number(e[i]) + " by a finite size");
+        }
         world.x0 = e[0];
         world.y0 = e[1];
         world.x1 = e[2];
