@@ -461,6 +461,42 @@ void ReadValue(Orogen::Device& device, const json& value, const std::string& pla
     input->Set(cast, typeCode);
 }
 
+// A saved state's values meet the rules "params" follow: a NaN height, a
+// choice past its labels or a radius of 2^31 - 1 is refused before anything
+// acts on it. Ranges that follow other settings are read after the load has
+// set them.
+void CheckStateValues(const Orogen::Device& device, const std::string& place) {
+    if (!std::isfinite(device.anchor[0]) || !std::isfinite(device.anchor[1]))
+        Fail(place, "the anchor (" + Number(device.anchor[0], 7) + ", " +
+                        Number(device.anchor[1], 7) + ") is not finite");
+    for (const Orogen::ParamRecord& record : device.params.records) {
+        std::string problem;
+        switch (record.kind) {
+            case Orogen::kParamReal: {
+                const float v = record.value.f;
+                if (!(v >= record.minimum.f && v <= record.maximum.f))
+                    problem = Number(v, 7) + " is outside " + Number(record.minimum.f, 7) + ".." +
+                              Number(record.maximum.f, 7);
+                break;
+            }
+            case Orogen::kParamInteger:
+            case Orogen::kParamChoice:
+                if (record.value.i < record.minimum.i || record.value.i > record.maximum.i)
+                    problem = std::to_string(record.value.i) + " is outside " +
+                              std::to_string(record.minimum.i) + ".." +
+                              std::to_string(record.maximum.i);
+                break;
+            case Orogen::kParamBoolean:
+                if (record.value.i != 0 && record.value.i != 1)
+                    problem = std::to_string(record.value.i) + " is neither 0 nor 1";
+                break;
+            default:
+                break;
+        }
+        if (!problem.empty()) Fail(place, "parameter " + Quoted(record.name) + ": " + problem);
+    }
+}
+
 void ReadDevice(Network& network, const json& value, const std::string& place,
                 const fs::path& folder) {
     Keys(value, place,
@@ -496,6 +532,7 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
         if (!loaded)
             Fail(place + ".state",
                  "the saved state does not load into a " + Quoted(type->typeName) + " device");
+        CheckStateValues(device, place + ".state");
     }
     if (const json* name = Member(value, "name")) {
         std::string text = String(*name, place + ".name");

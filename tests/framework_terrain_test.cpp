@@ -29,6 +29,8 @@ TEST(Terrain, ScaleIndependenceIsRelativeTo256SamplesPerUnit) {
     } cases[] = {
         {256, 1.0, 10, 10}, {512, 1.0, 10, 20}, {128, 1.0, 10, 5},
         {100, 1.0, 10, 3},  {256, 0.0, 10, 0},  {256, -1.0, 10, 0},
+        // Past int32 the radius stops at its end instead of an undefined cast.
+        {65536, 1.0, 2147483647, 2147483647}, {65536, 1e-30, 1, 2147483647},
     };
     for (const auto& c : cases) {
         Grid grid{c.width, c.width};

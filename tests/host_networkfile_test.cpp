@@ -1,6 +1,9 @@
 // Project files: reading, the errors each mistake gives, saving, and builds
 // that come out the same after a save and a load.
+#include <functional>
+#include <limits>
 #include <map>
+#include <type_traits>
 
 #include "host/FileInput.h"
 #include "host/ImageIO.h"
@@ -113,6 +116,24 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         constant->Save(out);
         constantState = EncodeBase64(out.str());
     }
+    // Saved states holding what "params" would refuse.
+    auto hostileState = [&](const char* type, const std::function<void(Orogen::Device&)>& spoil) {
+        DeviceHandle device(*host->FindType(type));
+        spoil(*device.get());
+        std::ostringstream out(std::ios::binary);
+        device->Save(out);
+        return R"({"devices": [{"id": "a", "type": ")" + std::string(type) + R"(", "state": ")" +
+               EncodeBase64(out.str()) + "\"}]}";
+    };
+    auto setParam = [](const char* name, auto value) {
+        return [=](Orogen::Device& device) {
+            Orogen::ParamValue* v = Orogen::GetParameter(&device, name);
+            if constexpr (std::is_same_v<decltype(value), float>)
+                v->f = value;
+            else
+                v->i = value;
+        };
+    };
     const std::string two = R"({"id": "a", "type": "Test Ramp"}, {"id": "b", "type": "Test Add"})";
     // Hostile sizes: the seed the loop adds moves every column by 14.
     const std::string height =
@@ -187,6 +208,19 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "devices[0].state: not valid base64"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "state": ")" + constantState + "\"}]}",
          "devices[0].state: the saved state does not load into a \"Test Add\" device"},
+        {hostileState("Constant", setParam("Height", std::numeric_limits<float>::quiet_NaN())),
+         "devices[0].state: parameter \"Height\": nan is outside 0..1"},
+        {hostileState("Constant", setParam("Height", std::numeric_limits<float>::infinity())),
+         "devices[0].state: parameter \"Height\": inf is outside 0..1"},
+        {hostileState("Blur", setParam("Blur radius", std::numeric_limits<int32_t>::max())),
+         "devices[0].state: parameter \"Blur radius\": 2147483647 is outside 0..128"},
+        {hostileState("Test Add", setParam("Mode", 7)),
+         "devices[0].state: parameter \"Mode\": 7 is outside 0..2"},
+        {hostileState("Test Add", setParam("Report rows", 2)),
+         "devices[0].state: parameter \"Report rows\": 2 is neither 0 nor 1"},
+        {hostileState("Constant",
+                      [](Orogen::Device& d) { d.anchor[1] = -std::numeric_limits<float>::infinity(); }),
+         "devices[0].state: the anchor (0.5, -inf) is not finite"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "file": "x.r32"}]})",
          "devices[0].file: only a \"File Input\" device takes one"},
         {R"({"devices": [{"id": "a", "type": "File Input"}]})",
