@@ -69,6 +69,15 @@ std::FILE* OpenFile(const fs::path& path, bool forWriting) {
 #endif
 }
 
+// A FIFO would block the open until a writer comes, a device may never end:
+// only regular files (or links to them) are read.
+void RequireRegularFile(const fs::path& path, const std::string& context) {
+    std::error_code ec;
+    const fs::file_status status = fs::status(path, ec);
+    if (ec) Fail(context + ec.message());
+    if (!fs::is_regular_file(status)) Fail(context + "not a regular file");
+}
+
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -414,8 +423,8 @@ void EncodePngBand(const ImageView& image, int bitDepth, int32_t y0, int32_t y1,
     band.adler = adler32(0, nullptr, 0);
     for (int32_t y = y0; y < y1; ++y) {
         QuantizeRow(image.samples + size_t(y) * rowSamples, rowSamples, bitDepth, row.data());
-        line[0] = uint8_t(ChooseFilter(row.data(), prior.data(), rowBytes, bpp, scratch,
-                                       line.data() + 1));
+        line[0] = uint8_t(
+            ChooseFilter(row.data(), prior.data(), rowBytes, bpp, scratch, line.data() + 1));
         band.adler = adler32(band.adler, line.data(), uInt(line.size()));
         band.length += uLong(line.size());
         z.next_in = line.data();
@@ -477,7 +486,8 @@ void EncodePng(const fs::path& path, const ImageView& image, int bitDepth,
             adler = adler32_combine(adler, bands[i].adler, z_off_t(bands[i].length));
             if (i == 0) bytes.insert(bytes.begin(), {0x78, 0x5e});  // deflate, 32 KiB, fast
             if (i + 1 == bandCount)
-                for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(uint8_t(adler >> shift));
+                for (int shift = 24; shift >= 0; shift -= 8)
+                    bytes.push_back(uint8_t(adler >> shift));
             PutChunk(file, "IDAT", bytes.data(), bytes.size());
             std::vector<uint8_t>().swap(bytes);
         }
@@ -681,6 +691,7 @@ Image ReadR32(const fs::path& path, int32_t width, int32_t height, int channels)
     const uint64_t count = uint64_t(width) * uint64_t(height) * uint64_t(channels);
     if (count > kMaxImageSamples) Fail(context + "image too large");
 
+    RequireRegularFile(path, context);
     std::error_code ec;
     const uintmax_t actual = fs::file_size(path, ec);
     if (ec) Fail(context + ec.message());
@@ -712,6 +723,7 @@ Image ReadR32(const fs::path& path, int32_t width, int32_t height, int channels)
 
 Image ReadPng(const fs::path& path) {
     const std::string context = OnFile("read", "PNG", path);
+    RequireRegularFile(path, context);
     FilePtr file(OpenFile(path, false));
     if (!file) Fail(context + ErrnoText(errno));
 #ifndef BASEKIT64_HAVE_LIBPNG
@@ -758,6 +770,7 @@ Image ReadExr(const fs::path& path) {
 #ifndef BASEKIT64_HAVE_OPENEXR
     Fail(NoExr("read", path));
 #else
+    RequireRegularFile(path, OnFile("read", "EXR", path));
     try {
         Imf::InputFile file(ExrName(path).c_str());
         const Imf::Header& header = file.header();

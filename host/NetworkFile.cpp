@@ -105,13 +105,14 @@ double FiniteNumber(const json& value, const std::string& place) {
 }
 
 int64_t Integer(const json& value, const std::string& place) {
-    if (value.is_number_integer()) return value.get<int64_t>();
+    // Unsigned first: is_number_integer() holds for unsigned numbers too.
     if (value.is_number_unsigned()) {
         uint64_t number = value.get<uint64_t>();
         if (number > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
             Fail(place, JsonText(value) + " is too large");
         return static_cast<int64_t>(number);
     }
+    if (value.is_number_integer()) return value.get<int64_t>();
     if (value.is_number_float()) {
         double number = value.get<double>();
         if (std::isfinite(number) && number == std::floor(number) && std::fabs(number) < 9.0e15)
@@ -533,6 +534,10 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
             Fail(place + ".state",
                  "the saved state does not load into a " + Quoted(type->typeName) + " device");
         CheckStateValues(device, place + ".state");
+        // A File Input's state holds its path relative to the project.
+        if (fileInput && fileInput->File().is_relative() && !fileInput->File().empty() &&
+            !folder.empty())
+            fileInput->SetFile((folder / fileInput->File()).lexically_normal());
     }
     if (const json* name = Member(value, "name")) {
         std::string text = String(*name, place + ".name");
@@ -912,22 +917,29 @@ std::string NetworkToText(const Project& project, const fs::path& folder) {
         item["id"] = id;
         item["type"] = network.TypeOf(id).typeName;
         if (device.name[0]) item["name"] = std::string(device.name);
-        if (FileInput* input = AsFileInput(&device)) {
-            fs::path file = input->File();
+        FileInput* fileInput = AsFileInput(&device);
+        const fs::path original = fileInput ? fileInput->File() : fs::path();
+        if (fileInput) {
+            fs::path file = original;
             if (!folder.empty() && file.is_absolute()) {
                 fs::path relative = file.lexically_relative(folder);
                 if (!relative.empty()) file = relative;
             }
             item["file"] = file.generic_string();
-            item["kind"] = input->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+            item["kind"] =
+                fileInput->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+            // The state too holds the path relative to the project, so that
+            // a project moved whole still finds its files.
+            fileInput->SetFile(file);
         }
         if (ValueInput* input = AsValueInput(&device)) {
             item["value"] = input->Value();
             item["typeCode"] = input->TypeCode();
         }
         std::ostringstream state(std::ios::binary);
-        if (!device.Save(state))
-            throw std::runtime_error("device " + Quoted(id) + " could not save its state");
+        const bool saved = device.Save(state);
+        if (fileInput) fileInput->SetFile(original);
+        if (!saved) throw std::runtime_error("device " + Quoted(id) + " could not save its state");
         item["state"] = EncodeBase64(state.str());
         devices.push_back(std::move(item));
     }

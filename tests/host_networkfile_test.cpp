@@ -3,6 +3,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <optional>
 #include <type_traits>
 
 #include "host/FileInput.h"
@@ -259,6 +260,8 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         {R"({"globals": {"lightDirection": [0, "up", 1]}})",
          "globals.lightDirection[1]: expected a number, not \"up\""},
         {R"({"seed": -1})", "seed: -1 is outside 0..4294967295"},
+        {R"({"seed": 18446744073709551615})", "seed: 18446744073709551615 is too large"},
+        {R"({"seed": 4294967296})", "seed: 4294967296 is outside 0..4294967295"},
         {R"({"devices": [)" + two + R"(], "export": [{"device": "z"}]})",
          "export[0].device: no device \"z\""},
         {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "../up"}]})",
@@ -385,6 +388,25 @@ TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
          at = links.find("\"from\"", at + 1))
         ++linkCount;
     EXPECT_EQ(second.network->Links().size(), linkCount);
+
+    // The File Input's state holds the relative path too: the project moved
+    // elsewhere, without "file", reads the file beside it.
+    nlohmann::json saved = nlohmann::json::parse(ReadBytes(dir / "saved.json"));
+    for (nlohmann::json& device : saved["devices"]) {
+        if (device["id"] != "dem") continue;
+        const std::optional<std::string> state = DecodeBase64(device["state"].get<std::string>());
+        ASSERT_TRUE(state);
+        EXPECT_EQ(state->find(dir.path().string()), std::string::npos);
+        EXPECT_NE(state->find("data/dem.r32"), std::string::npos);
+        device.erase("file");
+    }
+    fs::create_directories(dir / "moved" / "data");
+    WriteR32(dir / "moved" / "data" / "dem.r32",
+             Image{33, 21, 1, std::vector<float>(33 * 21, 0.625f)});
+    WriteBytes(dir / "moved" / "p.json", saved.dump());
+    Project moved = LoadNetworkFile(*host, dir / "moved" / "p.json");
+    ASSERT_EQ(moved.network->Build().Count(BuildStatus::Built), moved.network->Size());
+    EXPECT_EQ(SamplesOf(moved.network->Output("dem", 0)), std::vector<float>(33 * 21, 0.625f));
 }
 
 TEST_F(NetworkFileTest, SavingIntoAMissingFolderWritesNothing) {

@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include "imageio_test_support.h"
 
 namespace basekit::host::testing {
@@ -136,6 +140,34 @@ TEST(ReadFailure, MissingFileNamesThePath) {
         for (const auto& read : reads) {
             const std::string message = ErrorOf(read);
             EXPECT_TRUE(Contains(message, path.string())) << message;
+        }
+    }
+}
+
+// A folder, and on POSIX a FIFO with no writer (which would block the open
+// for ever), are refused at once.
+TEST(ReadFailure, NonRegularFilesRefusedWithoutBlocking) {
+    TempDir dir;
+    std::vector<fs::path> paths;
+    for (const char* name : {"folder.r32", "folder.png", "folder.exr"}) {
+        fs::create_directory(dir / name);
+        paths.push_back(dir / name);
+    }
+#ifndef _WIN32
+    for (const char* name : {"fifo.r32", "fifo.png", "fifo.exr"}) {
+        ASSERT_EQ(mkfifo((dir / name).c_str(), 0600), 0);
+        paths.push_back(dir / name);
+    }
+#endif
+    for (const fs::path& path : paths) {
+        std::vector<std::function<void()>> reads = {[&] { ReadR32(path, 2, 2, 1); },
+                                                    [&] { ReadPng(path); }};
+        // Without EXR support the reader says so before looking.
+        if (CanUseExr()) reads.push_back([&] { ReadExr(path); });
+        for (const auto& read : reads) {
+            const std::string message = ErrorOf(read);
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+            EXPECT_TRUE(Contains(message, "not a regular file")) << message;
         }
     }
 }
