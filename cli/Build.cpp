@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
+#include <unordered_map>
 
 #include "cli/Preview.h"
 #include "cli/Progress.h"
@@ -376,9 +377,12 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     json outputs = json::array();
     json missing = json::array();
     const ExportJob* previewOf = nullptr;
+    std::unordered_map<std::string, const DeviceReport*> reportOf;
+    for (const DeviceReport& d : report.devices) reportOf.emplace(d.id, &d);
     for (const ExportJob& job : jobs) {
         const ExportEntry& entry = *job.entry;
-        const DeviceReport* built = report.Find(entry.device);
+        auto found = reportOf.find(entry.device);
+        const DeviceReport* built = found == reportOf.end() ? nullptr : found->second;
         if (!job.ready) {
             std::string why;
             if (!built)

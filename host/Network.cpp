@@ -202,6 +202,7 @@ Orogen::Device& Network::AddDevice(const std::string& id, const DeviceType& type
     device->owner = node.get();
     if (freshSeed) device->RefreshRandomSeed();
     byDevice[device] = node.get();
+    byId.emplace(id, node.get());
     nodes.push_back(std::move(node));
     return *device;
 }
@@ -227,15 +228,15 @@ void Network::RemoveDevice(std::string_view id) {
         results->cachedResult = nullptr;
     }
     byDevice.erase(device);
+    byId.erase(node.id);
     auto at = std::find_if(nodes.begin(), nodes.end(),
                            [&](const std::unique_ptr<Node>& n) { return n.get() == &node; });
     nodes.erase(at);
 }
 
 Orogen::Device* Network::Find(std::string_view id) const {
-    for (const auto& node : nodes)
-        if (node->id == id) return node->device();
-    return nullptr;
+    auto found = byId.find(id);
+    return found == byId.end() ? nullptr : found->second->device();
 }
 
 Orogen::Device& Network::Get(std::string_view id) const {
@@ -243,8 +244,8 @@ Orogen::Device& Network::Get(std::string_view id) const {
 }
 
 Network::Node& Network::NodeOf(std::string_view id) const {
-    for (const auto& node : nodes)
-        if (node->id == id) return *node;
+    auto found = byId.find(id);
+    if (found != byId.end()) return *found->second;
     throw NetworkError("no device " + Quoted(id));
 }
 

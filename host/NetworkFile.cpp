@@ -9,9 +9,9 @@
 #include <fstream>
 #include <initializer_list>
 #include <limits>
-#include <map>
 #include <set>
 #include <sstream>
+#include <unordered_map>
 
 #include "host/FileInput.h"
 #include "host/HostPacket.h"
@@ -617,7 +617,7 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
 }
 
 void ReadLink(Network& network, const json& value, const std::string& place,
-              std::map<const Orogen::Port*, std::string>& linkedBy) {
+              std::unordered_map<const Orogen::Port*, std::string>& linkedBy) {
     Keys(value, place, {"from", "output", "to", "input", "param"});
     const json* fromValue = Member(value, "from");
     const json* toValue = Member(value, "to");
@@ -700,7 +700,7 @@ void RunActions(Network& network, const json& device, const std::string& place) 
 std::vector<ExportEntry> ReadExports(const Network& network, const json& value) {
     if (!value.is_array()) Fail("export", "expected an array");
     std::vector<ExportEntry> exports;
-    std::map<std::string, std::string> names;
+    std::unordered_map<std::string, std::string> names;
     for (size_t i = 0; i < value.size(); ++i) {
         std::string place = At("export", i);
         const json& item = value[i];
@@ -850,7 +850,7 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
         }
         if (const json* devices = Member(root, "devices")) {
             if (!devices->is_array()) Fail("devices", "expected an array");
-            std::map<std::string, std::string> ids;
+            std::unordered_map<std::string, std::string> ids;
             for (size_t i = 0; i < devices->size(); ++i) {
                 std::string place = At("devices", i);
                 const json& item = (*devices)[i];
@@ -865,7 +865,7 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder) 
         }
         if (const json* links = Member(root, "links")) {
             if (!links->is_array()) Fail("links", "expected an array");
-            std::map<const Orogen::Port*, std::string> linkedBy;
+            std::unordered_map<const Orogen::Port*, std::string> linkedBy;
             for (size_t i = 0; i < links->size(); ++i)
                 ReadLink(network, (*links)[i], At("links", i), linkedBy);
         }

@@ -472,6 +472,11 @@ TEST_F(NetworkTest, RemovingADeviceUnlinksIt) {
     EXPECT_TRUE(network->Get("a").outputs[0]->links.empty());
     BuildReport report = network->Build();
     EXPECT_EQ(report.Find("c")->message, "input 0 (\"Primary Input\") is not connected");
+    // The id is free again and found under its new device.
+    EXPECT_EQ(network->Find("b"), nullptr);
+    Orogen::Device& again = network->AddDevice("b", "Test Ramp");
+    EXPECT_EQ(network->Find("b"), &again);
+    EXPECT_EQ(network->TypeOf("b").typeName, "Test Ramp");
 }
 
 TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {
