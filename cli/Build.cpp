@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
@@ -116,11 +117,8 @@ void PrepareOutputFolder(const fs::path& dir) {
         throw UsageError("output folder " + dir.string() + " is not a folder");
     fs::create_directories(dir, error);
     if (error) throw UsageError("cannot create output folder " + dir.string() + ": " + error.message());
-    fs::path probe = dir / (".orogen-probe-" + std::to_string(ProcessId()));
-    std::FILE* file = std::fopen(probe.string().c_str(), "wb");
-    if (!file) throw UsageError("output folder " + dir.string() + " is not writable");
-    std::fclose(file);
-    fs::remove(probe, error);
+    if (std::string why = basekit::host::CannotCreateFilesIn(dir); !why.empty())
+        throw UsageError("output folder " + dir.string() + " is not writable: " + why);
 }
 
 std::string Seconds(double seconds) {
@@ -283,10 +281,18 @@ private:
 class SwapFolder {
 public:
     SwapFolder(basekit::host::Host& host, const fs::path& outputDir) : host(host) {
-        folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()));
+        // A new folder of its own: one planted at a name guessed beforehand
+        // (a link elsewhere) is never used.
         std::error_code error;
-        fs::create_directories(folder, error);
-        if (error) throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " + error.message());
+        bool created = false;
+        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
+            folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()) + "-" +
+                                  std::to_string(std::random_device{}()));
+            created = fs::create_directory(folder, error);
+        }
+        if (!created)
+            throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " +
+                                     (error ? error.message() : "it exists already"));
         previous = host.SwapDirectory();
         host.Network().SetSwapDirectory(folder);
     }

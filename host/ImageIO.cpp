@@ -26,14 +26,23 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <fcntl.h>
 #include <io.h>
-#include <process.h>
+#include <windows.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -98,12 +107,62 @@ bool SyncFile(std::FILE* file) {
 #endif
 }
 
-long ProcessId() {
+// Opens a new file for writing: fails when anything, a symbolic link
+// included, is at `path` already (errno EEXIST), so that no one who can
+// write the folder can point the write at another file.
+std::FILE* CreateExclusive(const fs::path& path) {
 #ifdef _WIN32
-    return _getpid();
+    HANDLE handle = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        errno = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? EEXIST
+                : error == ERROR_PATH_NOT_FOUND                             ? ENOENT
+                                                                            : EACCES;
+        return nullptr;
+    }
+    const int descriptor =
+        _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_WRONLY | _O_BINARY);
+    if (descriptor < 0) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    std::FILE* file = _fdopen(descriptor, "wb");
+    if (!file) _close(descriptor);
+    return file;
 #else
-    return static_cast<long>(getpid());
+    const int descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (descriptor < 0) return nullptr;
+    std::FILE* file = fdopen(descriptor, "wb");
+    if (!file) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+    }
+    return file;
 #endif
+}
+
+// 16 hex digits from the system's entropy: a name no other user can plant
+// a link at beforehand.
+std::string UnpredictableSuffix() {
+    std::random_device entropy;
+    const uint64_t bits = (uint64_t(entropy()) << 32) ^ entropy();
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(bits));
+    return text;
+}
+
+// A new file `stem` + ".tmp-" + a random suffix, opened for writing.
+std::FILE* CreateTemporary(const fs::path& stem, fs::path& created) {
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        created = stem;
+        created += ".tmp-" + UnpredictableSuffix();
+        if (std::FILE* file = CreateExclusive(created)) return file;
+        if (errno != EEXIST) return nullptr;
+    }
+    return nullptr;
 }
 
 // Throws unless the image is one a writer can store.
@@ -133,11 +192,8 @@ void CheckImage(const fs::path& path, const char* format, const ImageView& image
 // temporary is removed and the message names `path`.
 template <class Writer>
 void WriteAtomically(const fs::path& path, const char* format, Writer&& write) {
-    static std::atomic<unsigned> counter{0};
-    fs::path temporary = path;
-    temporary += ".tmp-" + std::to_string(ProcessId()) + "-" + std::to_string(counter++);
-
-    std::FILE* file = OpenFile(temporary, true);
+    fs::path temporary;
+    std::FILE* file = CreateTemporary(path, temporary);
     if (file == nullptr) {
         Fail(OnFile("write", format, path) + "cannot create " + Quote(temporary) + ": " +
              ErrnoText(errno));
@@ -579,6 +635,16 @@ bool CanUseExr() {
 #else
     return false;
 #endif
+}
+
+std::string CannotCreateFilesIn(const fs::path& folder) {
+    fs::path probe;
+    std::FILE* file = CreateTemporary(folder / ".orogen-probe", probe);
+    if (!file) return ErrnoText(errno);
+    std::fclose(file);
+    std::error_code ignored;
+    fs::remove(probe, ignored);
+    return {};
 }
 
 void WriteTextFile(const fs::path& path, const std::string& text) {

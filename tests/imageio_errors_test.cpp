@@ -9,6 +9,7 @@
 
 #ifndef _WIN32
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 #include "imageio_test_support.h"
@@ -88,6 +89,33 @@ TEST_P(WriteFailure, FailedRenameRemovesTemporary) {
     EXPECT_EQ(dir.List(), std::vector<std::string>{path.filename().string()});
     EXPECT_EQ(ReadBytes(path / "keep"), "x");
 }
+
+#ifndef _WIN32
+// In a folder others can write, links planted at the target and at every
+// temporary name the writers once used (<name>.tmp-<pid>-<n>) never make a
+// writer change the files they point at; the link at the target is replaced.
+TEST_P(WriteFailure, PlantedLinksAreNeverFollowed) {
+    const WriterCase& w = GetParam();
+    if (w.write == WriteExr) {
+        NEED_EXR();
+    }
+    TempDir dir;
+    fs::create_directory(dir / "theirs");
+    const fs::path victim = dir / "theirs" / "victim";
+    WriteBytes(victim, "keep me");
+    const std::string name = std::string("out") + w.extension;
+    const fs::path path = dir / name;
+    fs::create_symlink(victim, path);
+    for (int n = 0; n < 256; ++n)
+        fs::create_symlink(victim, dir / (name + ".tmp-" + std::to_string(getpid()) + "-" +
+                                          std::to_string(n)));
+    w.write(path, MakeImage(3, 2, 1, Smooth));
+    EXPECT_EQ(ReadBytes(victim), "keep me");
+    EXPECT_FALSE(fs::is_symlink(path));
+    EXPECT_GT(fs::file_size(path), 0u);
+    EXPECT_EQ(dir.List().size(), 256u + 2u) << "a temporary was left behind";
+}
+#endif
 
 INSTANTIATE_TEST_SUITE_P(AllWriters, WriteFailure, ::testing::ValuesIn(kWriters),
                          [](const ::testing::TestParamInfo<WriterCase>& info) {
