@@ -22,12 +22,25 @@
 #include "cli/Progress.h"
 #include "cli/Tool.h"
 
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <io.h>
 #include <process.h>
+#include <windows.h>
 #define isatty _isatty
 #define fileno _fileno
 #else
+#include <signal.h>
 #include <unistd.h>
 #endif
 
@@ -188,8 +201,9 @@ struct ExportJob {
 // thread busy runs on the caller: fields never pile up waiting.
 class Exporter {
 public:
-    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, uint32_t threads)
-        : pool(pool), settings(settings) {
+    Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, const fs::path& folder,
+             uint32_t threads)
+        : pool(pool), settings(settings), folder(folder) {
         for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
     }
     ~Exporter() {
@@ -251,7 +265,7 @@ private:
                 if (!(settings.formats & format)) continue;
                 if (g_interrupted) return;
                 std::string fileName = job.entry->name + "." + extension;
-                fs::path path = settings.outputDir / fileName;
+                fs::path path = folder / fileName;
                 if (format == kPng) basekit::host::WritePng(path, image, 16, parallel);
                 if (format == kR32) basekit::host::WriteR32(path, image);
                 if (format == kExr) basekit::host::WriteExr(path, image);
@@ -268,6 +282,7 @@ private:
 
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
+    const fs::path folder;
     std::mutex mutex;
     std::condition_variable wake, idle;
     std::deque<ExportJob*> queue;
@@ -305,6 +320,70 @@ public:
 private:
     basekit::host::Host& host;
     fs::path folder, previous;
+};
+
+bool ProcessAlive(long id) {
+#ifdef _WIN32
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(id));
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
+    DWORD code = 0;
+    const bool running = GetExitCodeProcess(process, &code) && code == STILL_ACTIVE;
+    CloseHandle(process);
+    return running;
+#else
+    return id > 0 && (kill(static_cast<pid_t>(id), 0) == 0 || errno == EPERM);
+#endif
+}
+
+// One generation at a time: a build writes its files into a staging folder
+// of its own inside the output folder and moves them into place only when
+// it ends; an interrupted build takes its folder away, a killed one leaves it
+// for the next build to remove. Staging folders of builds still running are
+// left alone.
+class StagingFolder {
+public:
+    static constexpr const char* kPrefix = ".orogen-staging-";
+
+    explicit StagingFolder(const fs::path& outputDir) {
+        RemoveLeftovers(outputDir);
+        std::error_code error;
+        bool created = false;
+        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
+            folder = outputDir / (kPrefix + std::to_string(ProcessId()) + "-" +
+                                  std::to_string(std::random_device{}()));
+            created = fs::create_directory(folder, error);
+        }
+        if (!created) {
+            folder.clear();
+            throw std::runtime_error("cannot create a staging folder in " + outputDir.string() + ": " +
+                                     (error ? error.message() : "it exists already"));
+        }
+    }
+    ~StagingFolder() {
+        std::error_code ignored;
+        if (!folder.empty()) fs::remove_all(folder, ignored);
+    }
+    const fs::path& Path() const { return folder; }
+
+private:
+    static void RemoveLeftovers(const fs::path& outputDir) {
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(outputDir, error)) {
+            const std::string name = entry.path().filename().string();
+            if (name.rfind(kPrefix, 0) != 0 || entry.is_symlink(error) || !entry.is_directory(error)) continue;
+            // Only names this class makes: the prefix, a process id, '-', digits.
+            const char* digits = name.c_str() + std::strlen(kPrefix);
+            char* end = nullptr;
+            const long owner = std::strtol(digits, &end, 10);
+            if (end == digits || *end != '-' || !std::isdigit(static_cast<unsigned char>(end[1])) ||
+                owner <= 0 || ProcessAlive(owner))
+                continue;
+            std::error_code ignored;
+            fs::remove_all(entry.path(), ignored);
+        }
+    }
+
+    fs::path folder;
 };
 
 }  // namespace
@@ -348,7 +427,8 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     }
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
-    Exporter exporter(network.GetHost().Workers(), settings, threads - 1);
+    StagingFolder staging(settings.outputDir);
+    Exporter exporter(network.GetHost().Workers(), settings, staging.Path(), threads - 1);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
@@ -402,8 +482,16 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             else
                 why = "output " + std::to_string(entry.output) + " of \"" + entry.device +
                       "\" holds no height field or bitmap";
-            missing.push_back({{"name", entry.name}, {"device", entry.device}, {"output", entry.output},
-                               {"reason", why}});
+            json item = {{"name", entry.name}, {"device", entry.device}, {"output", entry.output}, {"reason", why}};
+            // Files of an earlier build stay, marked as not of this one.
+            json stale = json::array();
+            for (const char* extension : {"png", "r32", "exr"}) {
+                std::error_code ignored;
+                const std::string file = entry.name + "." + extension;
+                if (fs::is_regular_file(settings.outputDir / file, ignored)) stale.push_back(file);
+            }
+            if (!stale.empty()) item["stale"] = stale;
+            missing.push_back(std::move(item));
             continue;
         }
         outputs.push_back({{"name", entry.name},
@@ -429,7 +517,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                       std::vector<float>(packet.samples, packet.samples + packet.PointCount())};
         Image picture = RenderPreview(heights, network.world.ToGrid(), network.globals.waterLevel,
                                       network.globals.lightDirection);
-        basekit::host::WritePng8(settings.outputDir / "preview.png", picture);
+        basekit::host::WritePng8(staging.Path() / "preview.png", picture);
         manifest["preview"] = {{"file", "preview.png"}, {"of", previewOf->entry->name}};
     }
     json devices = json::array();
@@ -446,6 +534,18 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     if (g_interrupted) {
         std::fprintf(stderr, "orogen: interrupted; the manifest was not updated\n");
         return kExitInterrupted;
+    }
+    // Into place: the files, then the manifest that describes them.
+    std::vector<std::string> built;
+    for (const ExportJob& job : jobs)
+        for (const auto& [format, file] : job.files.items()) built.push_back(file.get<std::string>());
+    if (previewOf) built.push_back("preview.png");
+    for (const std::string& file : built) {
+        std::error_code error;
+        fs::rename(staging.Path() / file, settings.outputDir / file, error);
+        if (error)
+            throw std::runtime_error("cannot move " + file + " into " + settings.outputDir.string() + ": " +
+                                     error.message());
     }
     basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
 
