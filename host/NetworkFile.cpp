@@ -86,7 +86,8 @@ std::string JsonText(const json& value) {
 void Keys(const json& object, const std::string& place,
           std::initializer_list<const char*> allowed) {
     if (!object.is_object()) Fail(place, "expected an object");
-    for (const auto& [key, value] : object.items()) {
+    for (const auto& item : object.items()) {
+        const std::string& key = item.key();
         bool known = std::any_of(allowed.begin(), allowed.end(),
                                  [&](const char* name) { return key == name; });
         if (!known) {

@@ -3,6 +3,8 @@
 set -euo pipefail
 packages=(cmake g++ make pkg-config libgtest-dev googletest libbenchmark-dev libpng-dev
           libopenexr-dev nlohmann-json3-dev libcli11-dev zlib1g-dev)
+# The fuzz targets need clang and its libFuzzer runtime.
+[ "${1:-}" = --fuzz ] && packages+=(clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
