@@ -15,6 +15,7 @@
 #include <random>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 
@@ -204,7 +205,13 @@ public:
     Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings, const fs::path& folder,
              uint32_t threads)
         : pool(pool), settings(settings), folder(folder) {
-        for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+        try {
+            for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+        } catch (const std::system_error& e) {
+            // Fewer export threads: a job finding none idle runs on the caller.
+            std::fprintf(stderr, "orogen: warning: only %zu of %u export threads could be started (%s)\n",
+                         workers.size(), threads, e.what());
+        }
     }
     ~Exporter() {
         Wait();
@@ -451,6 +458,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
 
     InterruptGuard guard(network);
     BuildReport report = network.Build(options);
+    for (const std::string& warning : report.warnings) std::fprintf(stderr, "orogen: warning: %s\n", warning.c_str());
     exporter.Wait();
     progress.Finish();
     if (g_interrupted) {

@@ -472,7 +472,8 @@ BuildReport Network::Build(const BuildOptions& options) {
     Clock::time_point buildStart = Clock::now();
     std::vector<Node*> order = Order();
     cancelRequested = false;
-    host.Workers().Resize(options.workers);
+    std::string why;
+    const uint32_t workers = host.Workers().Resize(options.workers, &why);
     host.Network().SetGlobals(globals);
 
     results.reset();
@@ -513,6 +514,10 @@ BuildReport Network::Build(const BuildOptions& options) {
     }
 
     BuildReport report;
+    if (workers < options.workers)
+        report.warnings.push_back(
+            "only " + std::to_string(workers) + " of " + std::to_string(options.workers) +
+            " worker threads could be started (" + why + "); building with fewer");
     for (size_t position = 0; position < order.size(); ++position) {
         Node& node = *order[position];
         Orogen::Device* device = node.device();
@@ -595,6 +600,12 @@ BuildReport Network::Build(const BuildOptions& options) {
                         entry.message =
                             "unexpected build result " + std::to_string(entry.processResult);
                 }
+            } catch (const std::bad_alloc&) {
+                entry.status = BuildStatus::Exception;
+                entry.message = "out of memory while it built, with " +
+                                std::to_string(HostPacket::ResidentBytes()) +
+                                " bytes of fields held; lower the resolution or give the build a "
+                                "memory budget (orogen --memory) to page stored fields to disk";
             } catch (const std::exception& e) {
                 entry.status = BuildStatus::Exception;
                 entry.message = e.what();

@@ -65,6 +65,8 @@ struct BuildReport {
     std::vector<DeviceReport> devices;  // in build order
     bool cancelled = false;
     double seconds = 0.0;
+    // What went less well than asked without failing a device (fewer threads).
+    std::vector<std::string> warnings;
 
     const DeviceReport* Find(std::string_view id) const;
     size_t Count(BuildStatus status) const;
