@@ -2,18 +2,22 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -22,11 +26,6 @@
 #include "cli/Preview.h"
 #include "cli/Progress.h"
 #include "cli/Tool.h"
-
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 
 #ifdef _WIN32
 #ifndef NOMINMAX
