@@ -394,6 +394,10 @@ void ReadWorld(const json& value, World& world) {
                 Fail("world.extent", std::string(i == 0 ? "x1 " : "y1 ") + Number(e[i + 2]) +
                                          " must be above " + (i == 0 ? "x0 " : "y0 ") +
                                          Number(e[i]) + " by a finite size");
+            // Samples per unit stay a float at any resolution (2^30 / 1e-29).
+            if (e[i + 2] - e[i] < 1e-29)
+                Fail("world.extent", std::string(i == 0 ? "the width " : "the height ") +
+                                         Number(e[i + 2] - e[i]) + " is below 1e-29");
         }
         world.x0 = e[0];
         world.y0 = e[1];

@@ -254,6 +254,7 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "world.extent: y1 0 must be above y0 1 by a finite size"},
         {R"({"world": {"extent": [-1e308, 0, 1e308, 1]}})",
          "world.extent[0]: -1e+308 is beyond the range of a float"},
+        {R"({"world": {"extent": [0, 0, 1, 1e-30]}})", "world.extent: the height 1e-30 is below 1e-29"},
         {R"({"world": {"extent": [-3e38, 0, 3e38, 1]}})",
          "world.extent: x1 3e+38 must be above x0 -3e+38 by a finite size"},
         {R"({"world": {"verticalScale": -2}})", "world.verticalScale: -2 is not positive"},
