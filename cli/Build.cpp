@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <fstream>
 #include <functional>
@@ -15,8 +19,11 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <random>
 #include <set>
+#include <system_error>
 #include <thread>
+#include <unordered_map>
 
 #include "cli/Html.h"
 #include "cli/Preview.h"
@@ -24,11 +31,19 @@
 #include "cli/Tool.h"
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <io.h>
 #include <process.h>
+#include <windows.h>
 #define isatty _isatty
 #define fileno _fileno
 #else
+#include <signal.h>
 #include <unistd.h>
 #endif
 
@@ -88,10 +103,19 @@ bool PlainFileName(const std::string& name) {
            name.find_first_of("/\\:") == std::string::npos;
 }
 
-// Exports must give distinct plain file names.
-void CheckExportNames(const std::vector<ExportEntry>& exports) {
+// Exports must give distinct plain file names, and fields a file can hold:
+// refused before anything is built.
+void CheckExports(const Network& network, const std::vector<ExportEntry>& exports) {
     std::set<std::string> seen;
     for (const ExportEntry& entry : exports) {
+        const Orogen::Device& device = network.Get(entry.device);
+        const uint32_t kind = entry.output < device.outputs.size() ? device.outputs[entry.output]->kind : 0;
+        const bool bitmap = (kind & Orogen::kBitmap) && !(kind & Orogen::kHeightField);
+        const uint64_t samples = uint64_t(network.world.width) * uint64_t(network.world.height) * (bitmap ? 3 : 1);
+        if (samples > basekit::host::kMaxImageSamples)
+            throw UsageError("export \"" + entry.name + "\": a " + (bitmap ? "bitmap" : "height field") + " of " +
+                             std::to_string(network.world.width) + "x" + std::to_string(network.world.height) +
+                             " is " + std::to_string(samples) + " samples, more than the 2^30 a file holds");
         if (!PlainFileName(entry.name))
             throw UsageError("export of \"" + entry.device + "\": \"" + entry.name +
                              "\" is not a plain file name; name it in \"export\"");
@@ -111,11 +135,8 @@ void PrepareOutputFolder(const fs::path& dir) {
     fs::create_directories(dir, error);
     if (error)
         throw std::runtime_error("cannot create output folder " + dir.string() + ": " + error.message());
-    fs::path probe = dir / (".orogen-probe-" + std::to_string(ProcessId()));
-    std::FILE* file = std::fopen(probe.string().c_str(), "wb");
-    if (!file) throw std::runtime_error("output folder " + dir.string() + " is not writable");
-    std::fclose(file);
-    fs::remove(probe, error);
+    if (std::string why = basekit::host::CannotCreateFilesIn(dir); !why.empty())
+        throw std::runtime_error("output folder " + dir.string() + " is not writable: " + why);
 }
 
 std::string Seconds(double seconds) {
@@ -199,7 +220,7 @@ basekit::host::GeoExtent ExtentOf(const basekit::host::World& world) {
 // job.range must be set. Stops early on an interrupt.
 void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
                       const BuildSettings& settings, const basekit::host::World& world,
-                      const basekit::host::ParallelFor& parallel) {
+                      const fs::path& folder, const basekit::host::ParallelFor& parallel) {
     basekit::host::ValueRange mapping;
     if (settings.pngRangeAuto && image.channels == 1 && !job.range[0].is_null())
         mapping = {job.range[0].get<double>(), job.range[1].get<double>()};
@@ -209,7 +230,7 @@ void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
         if (!(settings.formats & format)) continue;
         if (g_interrupted) return;
         std::string fileName = job.entry->name + "." + extension;
-        fs::path path = settings.outputDir / fileName;
+        fs::path path = folder / fileName;
         if (format == kPng) basekit::host::WritePng(path, image, 16, parallel, mapping);
         if (format == kR16) basekit::host::WriteR16(path, image, mapping);
         if (format == kExr) basekit::host::WriteExr(path, image, settings.exrChannel);
@@ -218,7 +239,7 @@ void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
         job.files[extension] = fileName;
         if (format == kR32) {  // beside it, what raster tools need to open it
             std::string header = job.entry->name + ".hdr";
-            basekit::host::WriteEnviHeader(settings.outputDir / header, image, ExtentOf(world),
+            basekit::host::WriteEnviHeader(folder / header, image, ExtentOf(world),
                                            world.verticalScale);
             job.files["hdr"] = header;
         }
@@ -233,9 +254,16 @@ void WriteExportFiles(ExportJob& job, const basekit::host::ImageView& image,
 class Exporter {
 public:
     Exporter(basekit::host::WorkerThreadPool& pool, const BuildSettings& settings,
-             const basekit::host::World& world, uint32_t threads, PageWriter* page)
-        : pool(pool), settings(settings), world(world), page(page) {
-        for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+             const basekit::host::World& world, const fs::path& folder, uint32_t threads,
+             PageWriter* page)
+        : pool(pool), settings(settings), world(world), folder(folder), page(page) {
+        try {
+            for (uint32_t i = 0; i < threads; ++i) workers.emplace_back([this] { Serve(); });
+        } catch (const std::system_error& e) {
+            // Fewer export threads: a job finding none idle runs on the caller.
+            std::fprintf(stderr, "orogen: warning: only %zu of %u export threads could be started (%s)\n",
+                         workers.size(), threads, e.what());
+        }
     }
     ~Exporter() {
         Wait();
@@ -292,7 +320,7 @@ private:
         };
         try {
             job.range = Range(image.samples, static_cast<size_t>(packet.PointCount()) * image.channels);
-            WriteExportFiles(job, image, settings, world, parallel);
+            WriteExportFiles(job, image, settings, world, folder, parallel);
             if (page) page->WriteData(job.entry->name, image, job.mask);
         } catch (const std::exception& e) {
             job.error = e.what();
@@ -305,6 +333,7 @@ private:
     basekit::host::WorkerThreadPool& pool;
     const BuildSettings& settings;
     const basekit::host::World& world;
+    const fs::path folder;
     PageWriter* page;
     std::mutex mutex;
     std::condition_variable wake, idle;
@@ -319,10 +348,18 @@ private:
 class SwapFolder {
 public:
     SwapFolder(basekit::host::Host& host, const fs::path& outputDir) : host(host) {
-        folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()));
+        // A new folder of its own: one planted at a name guessed beforehand
+        // (a link elsewhere) is never used.
         std::error_code error;
-        fs::create_directories(folder, error);
-        if (error) throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " + error.message());
+        bool created = false;
+        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
+            folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()) + "-" +
+                                  std::to_string(std::random_device{}()));
+            created = fs::create_directory(folder, error);
+        }
+        if (!created)
+            throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " +
+                                     (error ? error.message() : "it exists already"));
         previous = host.SwapDirectory();
         host.Network().SetSwapDirectory(folder);
     }
@@ -379,6 +416,70 @@ std::optional<size_t> PreviewIndex(const std::vector<ExportEntry>& exports,
                      "\"; exports: " + (list.empty() ? "none" : list));
 }
 
+bool ProcessAlive(long id) {
+#ifdef _WIN32
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(id));
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
+    DWORD code = 0;
+    const bool running = GetExitCodeProcess(process, &code) && code == STILL_ACTIVE;
+    CloseHandle(process);
+    return running;
+#else
+    return id > 0 && (kill(static_cast<pid_t>(id), 0) == 0 || errno == EPERM);
+#endif
+}
+
+// One generation at a time: a build writes its files into a staging folder
+// of its own inside the output folder and moves them into place only when
+// it ends; an interrupted build takes its folder away, a killed one leaves it
+// for the next build to remove. Staging folders of builds still running are
+// left alone.
+class StagingFolder {
+public:
+    static constexpr const char* kPrefix = ".orogen-staging-";
+
+    explicit StagingFolder(const fs::path& outputDir) {
+        RemoveLeftovers(outputDir);
+        std::error_code error;
+        bool created = false;
+        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
+            folder = outputDir / (kPrefix + std::to_string(ProcessId()) + "-" +
+                                  std::to_string(std::random_device{}()));
+            created = fs::create_directory(folder, error);
+        }
+        if (!created) {
+            folder.clear();
+            throw std::runtime_error("cannot create a staging folder in " + outputDir.string() + ": " +
+                                     (error ? error.message() : "it exists already"));
+        }
+    }
+    ~StagingFolder() {
+        std::error_code ignored;
+        if (!folder.empty()) fs::remove_all(folder, ignored);
+    }
+    const fs::path& Path() const { return folder; }
+
+private:
+    static void RemoveLeftovers(const fs::path& outputDir) {
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(outputDir, error)) {
+            const std::string name = entry.path().filename().string();
+            if (name.rfind(kPrefix, 0) != 0 || entry.is_symlink(error) || !entry.is_directory(error)) continue;
+            // Only names this class makes: the prefix, a process id, '-', digits.
+            const char* digits = name.c_str() + std::strlen(kPrefix);
+            char* end = nullptr;
+            const long owner = std::strtol(digits, &end, 10);
+            if (end == digits || *end != '-' || !std::isdigit(static_cast<unsigned char>(end[1])) ||
+                owner <= 0 || ProcessAlive(owner))
+                continue;
+            std::error_code ignored;
+            fs::remove_all(entry.path(), ignored);
+        }
+    }
+
+    fs::path folder;
+};
+
 }  // namespace
 
 int BuildAndExport(Project& project, const BuildSettings& settings) {
@@ -387,7 +488,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         network.world.width = settings.resolution->first;
         network.world.height = settings.resolution->second;
     }
-    CheckExportNames(project.exports);
+    CheckExports(network, project.exports);
     const std::optional<size_t> previewIndex = PreviewIndex(project.exports, settings);
     PrepareOutputFolder(settings.outputDir);
     std::optional<std::multimap<std::string, std::string>> previous;
@@ -433,9 +534,11 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
         jobs[i].candidate = settings.preview && (!previewIndex || i == *previewIndex);
     // One export thread per build thread beyond the first; on one thread the
     // caller writes each export after its device.
+    StagingFolder staging(settings.outputDir);
     std::optional<PageWriter> page;
     if (settings.html) page.emplace(settings.outputDir, network.world, settings.pageFiles);
-    Exporter exporter(network.GetHost().Workers(), settings, network.world, threads - 1, page ? &*page : nullptr);
+    Exporter exporter(network.GetHost().Workers(), settings, network.world, staging.Path(), threads - 1,
+                      page ? &*page : nullptr);
     options.onDeviceDone = [&](const DeviceReport& done) {
         if (done.status != BuildStatus::Built) return;
         auto [first, last] = jobsOf.equal_range(done.id);
@@ -458,6 +561,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
 
     InterruptGuard guard(network);
     BuildReport report = network.Build(options);
+    for (const std::string& warning : report.warnings) std::fprintf(stderr, "orogen: warning: %s\n", warning.c_str());
     exporter.Wait();
     progress.Finish();
     if (g_interrupted) {
@@ -470,9 +574,12 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     json outputs = json::array();
     json missing = json::array();
     const ExportJob* previewOf = nullptr;
+    std::unordered_map<std::string, const DeviceReport*> reportOf;
+    for (const DeviceReport& d : report.devices) reportOf.emplace(d.id, &d);
     for (const ExportJob& job : jobs) {
         const ExportEntry& entry = *job.entry;
-        const DeviceReport* built = report.Find(entry.device);
+        auto found = reportOf.find(entry.device);
+        const DeviceReport* built = found == reportOf.end() ? nullptr : found->second;
         if (!job.ready) {
             std::string why;
             if (!built)
@@ -486,8 +593,16 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             else
                 why = "output " + std::to_string(entry.output) + " of \"" + entry.device +
                       "\" holds no height field or bitmap";
-            missing.push_back({{"name", entry.name}, {"device", entry.device}, {"output", entry.output},
-                               {"reason", why}});
+            json item = {{"name", entry.name}, {"device", entry.device}, {"output", entry.output}, {"reason", why}};
+            // Files of an earlier build stay, marked as not of this one.
+            json stale = json::array();
+            for (const char* extension : {"png", "r32", "exr"}) {
+                std::error_code ignored;
+                const std::string file = entry.name + "." + extension;
+                if (fs::is_regular_file(settings.outputDir / file, ignored)) stale.push_back(file);
+            }
+            if (!stale.empty()) item["stale"] = stale;
+            missing.push_back(std::move(item));
             continue;
         }
         outputs.push_back({{"name", entry.name},
@@ -537,7 +652,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
             picture = RenderPreview(heights, network.world.ToGrid(), network.globals.waterLevel,
                                     network.globals.lightDirection);
         }
-        basekit::host::WritePng8(settings.outputDir / "preview.png", picture);
+        basekit::host::WritePng8(staging.Path() / "preview.png", picture);
         manifest["preview"] = {{"file", "preview.png"}, {"of", previewOf->entry->name}};
     }
     json devices = json::array();
@@ -574,6 +689,18 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                 std::find(stale.begin(), stale.end(), name) == stale.end())
                 stale.push_back(name);
         if (!stale.empty()) manifest["removed"] = stale;
+    }
+    // Into place: the files, then the manifest that describes them.
+    std::vector<std::string> built;
+    for (const ExportJob& job : jobs)
+        for (const auto& [format, file] : job.files.items()) built.push_back(file.get<std::string>());
+    if (previewOf) built.push_back("preview.png");
+    for (const std::string& file : built) {
+        std::error_code error;
+        fs::rename(staging.Path() / file, settings.outputDir / file, error);
+        if (error)
+            throw std::runtime_error("cannot move " + file + " into " + settings.outputDir.string() + ": " +
+                                     error.message());
     }
     basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
     for (const std::string& name : stale) {

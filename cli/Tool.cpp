@@ -69,8 +69,8 @@ std::pair<int32_t, int32_t> ParseResolution(const std::string& text) {
         if (part.empty() || error != std::errc() || end != part.data() + part.size() || size[k] < 1)
             throw bad();
     }
-    if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > (uint64_t{1} << 31))
-        throw UsageError("--resolution: " + text + " is more than 2^31 points");
+    if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > basekit::host::kMaxImageSamples)
+        throw UsageError("--resolution: " + text + " is more than 2^30 samples, the most a file holds");
     return {size[0], size[1]};
 }
 

@@ -1,14 +1,26 @@
 #include "framework/Neighbourhood.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "framework/Terrain.h"
 
 namespace Orogen {
 
+namespace {
+
+// A vertical scale whose product with the density overflows a float would
+// make a flat window's slope 0 * inf: it stops where a height difference of
+// 1 still gives a finite slope. Ordinary scales are kept bit for bit.
+float SlopeVertical(const Grid& grid, float density) {
+    const float most = std::numeric_limits<float>::max() / 4.0f / std::max(density, 1.0f);
+    return std::min(static_cast<float>(std::min(grid.verticalScale, double(most))), most);
+}
+
+}  // namespace
+
 SlopeScale::SlopeScale(const Grid& grid)
-    : density(static_cast<float>(SamplesPerUnit(grid))),
-      vertical(static_cast<float>(grid.verticalScale)) {}
+    : density(static_cast<float>(SamplesPerUnit(grid))), vertical(SlopeVertical(grid, density)) {}
 
 void SlopeScale::SlopeRow(const float* samples, int32_t width, int32_t height, int32_t y, float* gx,
                           float* gy) const {

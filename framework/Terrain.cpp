@@ -25,13 +25,16 @@ double SamplesPerUnit(const Grid& grid) {
 }
 
 int32_t ScaleIndependent(int32_t samples, const Grid& grid) {
-    return static_cast<int32_t>(samples * SamplesPerUnit(grid) * 0.00390625);
+    const double scaled = samples * SamplesPerUnit(grid) * 0.00390625;
+    // Past int32 the cast is undefined: a radius that large covers any field.
+    if (std::isnan(scaled)) return 0;
+    return static_cast<int32_t>(std::clamp(scaled, -2147483648.0, 2147483647.0));
 }
 
 void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, float& gx,
                  float& gy) {
-    SlopeScale(grid).Slope(WindowAt(heights, grid.width, grid.height, x, y, EdgeRule::OneSided),
-                           gx, gy);
+    SlopeScale(grid).Slope(WindowAt(heights, grid.width, grid.height, x, y, EdgeRule::OneSided), gx,
+                           gy);
 }
 
 void SlopeNormal(float gx, float gy, float normal[3]) {

@@ -103,8 +103,11 @@ float* AllocateFloats(uint64_t count) {
 #endif
         memory = std::calloc(static_cast<size_t>(count), sizeof(float));
     if (!memory)
-        throw Orogen::QXException("Out of memory for a packet of " + std::to_string(count) +
-                                  " samples.");
+        throw Orogen::QXException(
+            "Out of memory for a packet of " + std::to_string(count) + " samples (" +
+            std::to_string(count * sizeof(float)) +
+            " bytes); lower the resolution or give the build a memory budget (orogen --memory) "
+            "to page stored fields to disk.");
     return static_cast<float*>(memory);
 }
 

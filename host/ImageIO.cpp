@@ -33,14 +33,23 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <fcntl.h>
 #include <io.h>
-#include <process.h>
+#include <windows.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -76,6 +85,15 @@ std::FILE* OpenFile(const fs::path& path, bool forWriting) {
 #endif
 }
 
+// A FIFO would block the open until a writer comes, a device may never end:
+// only regular files (or links to them) are read.
+void RequireRegularFile(const fs::path& path, const std::string& context) {
+    std::error_code ec;
+    const fs::file_status status = fs::status(path, ec);
+    if (ec) Fail(context + ec.message());
+    if (!fs::is_regular_file(status)) Fail(context + "not a regular file");
+}
+
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -96,12 +114,62 @@ bool SyncFile(std::FILE* file) {
 #endif
 }
 
-long ProcessId() {
+// Opens a new file for writing: fails when anything, a symbolic link
+// included, is at `path` already (errno EEXIST), so that no one who can
+// write the folder can point the write at another file.
+std::FILE* CreateExclusive(const fs::path& path) {
 #ifdef _WIN32
-    return _getpid();
+    HANDLE handle = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        errno = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? EEXIST
+                : error == ERROR_PATH_NOT_FOUND                             ? ENOENT
+                                                                            : EACCES;
+        return nullptr;
+    }
+    const int descriptor =
+        _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_WRONLY | _O_BINARY);
+    if (descriptor < 0) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    std::FILE* file = _fdopen(descriptor, "wb");
+    if (!file) _close(descriptor);
+    return file;
 #else
-    return static_cast<long>(getpid());
+    const int descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (descriptor < 0) return nullptr;
+    std::FILE* file = fdopen(descriptor, "wb");
+    if (!file) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+    }
+    return file;
 #endif
+}
+
+// 16 hex digits from the system's entropy: a name no other user can plant
+// a link at beforehand.
+std::string UnpredictableSuffix() {
+    std::random_device entropy;
+    const uint64_t bits = (uint64_t(entropy()) << 32) ^ entropy();
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(bits));
+    return text;
+}
+
+// A new file `stem` + ".tmp-" + a random suffix, opened for writing.
+std::FILE* CreateTemporary(const fs::path& stem, fs::path& created) {
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        created = stem;
+        created += ".tmp-" + UnpredictableSuffix();
+        if (std::FILE* file = CreateExclusive(created)) return file;
+        if (errno != EEXIST) return nullptr;
+    }
+    return nullptr;
 }
 
 // Throws unless the image is one a writer can store.
@@ -131,11 +199,8 @@ void CheckImage(const fs::path& path, const char* format, const ImageView& image
 // temporary is removed and the message names `path`.
 template <class Writer>
 void WriteAtomically(const fs::path& path, const char* format, Writer&& write) {
-    static std::atomic<unsigned> counter{0};
-    fs::path temporary = path;
-    temporary += ".tmp-" + std::to_string(ProcessId()) + "-" + std::to_string(counter++);
-
-    std::FILE* file = OpenFile(temporary, true);
+    fs::path temporary;
+    std::FILE* file = CreateTemporary(path, temporary);
     if (file == nullptr) {
         Fail(OnFile("write", format, path) + "cannot create " + Quote(temporary) + ": " +
              ErrnoText(errno));
@@ -515,7 +580,8 @@ void EncodePng(const fs::path& path, const ImageView& image, int bitDepth,
             adler = adler32_combine(adler, bands[i].adler, z_off_t(bands[i].length));
             if (i == 0) bytes.insert(bytes.begin(), {0x78, 0x5e});  // deflate, 32 KiB, fast
             if (i + 1 == bandCount)
-                for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(uint8_t(adler >> shift));
+                for (int shift = 24; shift >= 0; shift -= 8)
+                    bytes.push_back(uint8_t(adler >> shift));
             PutChunk(file, "IDAT", bytes.data(), bytes.size());
             std::vector<uint8_t>().swap(bytes);
         }
@@ -811,6 +877,16 @@ bool CanUseExr() {
 #endif
 }
 
+std::string CannotCreateFilesIn(const fs::path& folder) {
+    fs::path probe;
+    std::FILE* file = CreateTemporary(folder / ".orogen-probe", probe);
+    if (!file) return ErrnoText(errno);
+    std::fclose(file);
+    std::error_code ignored;
+    fs::remove(probe, ignored);
+    return {};
+}
+
 void WriteTextFile(const fs::path& path, const std::string& text) {
     WriteAtomically(path, "text", [&](std::FILE* file) { Put(file, text.data(), text.size()); });
 }
@@ -942,6 +1018,7 @@ Image ReadRaw(const fs::path& path, const char* format, int bytes, int32_t width
     const uint64_t count = uint64_t(width) * uint64_t(height) * uint64_t(channels);
     if (count > kMaxImageSamples) Fail(context + "image too large");
 
+    RequireRegularFile(path, context);
     std::error_code ec;
     const uintmax_t actual = fs::file_size(path, ec);
     if (ec) Fail(context + ec.message());
@@ -985,6 +1062,7 @@ Image ReadR16(const fs::path& path, int32_t width, int32_t height, int channels)
 
 Image ReadPng(const fs::path& path) {
     const std::string context = OnFile("read", "PNG", path);
+    RequireRegularFile(path, context);
     FilePtr file(OpenFile(path, false));
     if (!file) Fail(context + ErrnoText(errno));
 #ifndef BASEKIT64_HAVE_LIBPNG
@@ -1031,6 +1109,7 @@ Image ReadExr(const fs::path& path) {
 #ifndef BASEKIT64_HAVE_OPENEXR
     Fail(NoExr("read", path));
 #else
+    RequireRegularFile(path, OnFile("read", "EXR", path));
     try {
         Imf::InputFile file(ExrName(path).c_str());
         const Imf::Header& header = file.header();

@@ -6,10 +6,13 @@
 // names the file and the reason. Readers check sizes before allocating and
 // never trust a size read from a file beyond kMaxImageSamples.
 //
-// Writers never leave a half-written file: they write "<path>.tmp-<pid>-<n>"
-// beside the target, flush it to disk, and rename it over the target only
-// when the whole file was written and closed; on failure the temporary is
-// removed and the previous file at `path`, if any, is left untouched.
+// Writers never leave a half-written file: they write "<path>.tmp-<random>"
+// beside the target, created new (never through a symbolic link, never over
+// a file that exists: O_EXCL | O_NOFOLLOW, CREATE_NEW on Windows) under a
+// name no one can guess, flush it to disk, and rename it over the target only
+// when the whole file was written and closed; a link at `path` is replaced,
+// not followed. On failure the temporary is removed and the previous file at
+// `path`, if any, is left untouched.
 #pragma once
 
 #include <cstddef>
@@ -42,8 +45,11 @@ struct ImageView {
     ImageView(int32_t width, int32_t height, int channels, const float* samples)
         : width(width), height(height), channels(channels), samples(samples) {}
     ImageView(const Image& image)  // NOLINT: an image is always viewable
-        : width(image.width), height(image.height), channels(image.channels),
-          samples(image.samples.data()), count(image.samples.size()) {}
+        : width(image.width),
+          height(image.height),
+          channels(image.channels),
+          samples(image.samples.data()),
+          count(image.samples.size()) {}
 
     // How many samples the owner holds; SIZE_MAX when it does not say.
     size_t count = SIZE_MAX;
@@ -81,6 +87,10 @@ struct GeoExtent {
 
 // Raw float32, little-endian on every host, row-major, `channels` floats per
 // pixel; no header.
+// Why no file can be made in `folder` (a new file is made and removed as the
+// writers make theirs); empty when one can.
+std::string CannotCreateFilesIn(const std::filesystem::path& folder);
+
 // Text (a manifest, a network file) with the same guarantee as the images.
 void WriteTextFile(const std::filesystem::path& path, const std::string& text);
 

@@ -202,6 +202,7 @@ Orogen::Device& Network::AddDevice(const std::string& id, const DeviceType& type
     device->owner = node.get();
     if (freshSeed) device->RefreshRandomSeed();
     byDevice[device] = node.get();
+    byId.emplace(id, node.get());
     nodes.push_back(std::move(node));
     return *device;
 }
@@ -227,15 +228,15 @@ void Network::RemoveDevice(std::string_view id) {
         results->cachedResult = nullptr;
     }
     byDevice.erase(device);
+    byId.erase(node.id);
     auto at = std::find_if(nodes.begin(), nodes.end(),
                            [&](const std::unique_ptr<Node>& n) { return n.get() == &node; });
     nodes.erase(at);
 }
 
 Orogen::Device* Network::Find(std::string_view id) const {
-    for (const auto& node : nodes)
-        if (node->id == id) return node->device();
-    return nullptr;
+    auto found = byId.find(id);
+    return found == byId.end() ? nullptr : found->second->device();
 }
 
 Orogen::Device& Network::Get(std::string_view id) const {
@@ -243,8 +244,8 @@ Orogen::Device& Network::Get(std::string_view id) const {
 }
 
 Network::Node& Network::NodeOf(std::string_view id) const {
-    for (const auto& node : nodes)
-        if (node->id == id) return *node;
+    auto found = byId.find(id);
+    if (found != byId.end()) return *found->second;
     throw NetworkError("no device " + Quoted(id));
 }
 
@@ -471,7 +472,8 @@ BuildReport Network::Build(const BuildOptions& options) {
     Clock::time_point buildStart = Clock::now();
     std::vector<Node*> order = Order();
     cancelRequested = false;
-    host.Workers().Resize(options.workers);
+    std::string why;
+    const uint32_t workers = host.Workers().Resize(options.workers, &why);
     host.Network().SetGlobals(globals);
 
     results.reset();
@@ -512,6 +514,10 @@ BuildReport Network::Build(const BuildOptions& options) {
     }
 
     BuildReport report;
+    if (workers < options.workers)
+        report.warnings.push_back(
+            "only " + std::to_string(workers) + " of " + std::to_string(options.workers) +
+            " worker threads could be started (" + why + "); building with fewer");
     for (size_t position = 0; position < order.size(); ++position) {
         Node& node = *order[position];
         Orogen::Device* device = node.device();
@@ -594,6 +600,12 @@ BuildReport Network::Build(const BuildOptions& options) {
                         entry.message =
                             "unexpected build result " + std::to_string(entry.processResult);
                 }
+            } catch (const std::bad_alloc&) {
+                entry.status = BuildStatus::Exception;
+                entry.message = "out of memory while it built, with " +
+                                std::to_string(HostPacket::ResidentBytes()) +
+                                " bytes of fields held; lower the resolution or give the build a "
+                                "memory budget (orogen --memory) to page stored fields to disk";
             } catch (const std::exception& e) {
                 entry.status = BuildStatus::Exception;
                 entry.message = e.what();

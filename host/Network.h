@@ -65,6 +65,8 @@ struct BuildReport {
     std::vector<DeviceReport> devices;  // in build order
     bool cancelled = false;
     double seconds = 0.0;
+    // What went less well than asked without failing a device (fewer threads).
+    std::vector<std::string> warnings;
 
     const DeviceReport* Find(std::string_view id) const;
     size_t Count(BuildStatus status) const;
@@ -205,8 +207,15 @@ class Network {
     void HandOverLastReads(Node& node, size_t position,
                            const std::map<std::pair<const Node*, uint32_t>, size_t>& lastRead);
 
+    // Ids looked up by a string_view without a copy.
+    struct IdHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view id) const { return std::hash<std::string_view>{}(id); }
+    };
+
     Host& host;
     std::vector<std::unique_ptr<Node>> nodes;
+    std::unordered_map<std::string, Node*, IdHash, std::equal_to<>> byId;
     std::unordered_map<const Orogen::Device*, Node*> byDevice;
     std::unique_ptr<Orogen::BuildResultSet> results;
     Orogen::BuildResultSet* building = nullptr;

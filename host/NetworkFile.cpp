@@ -4,12 +4,14 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <limits>
-#include <map>
 #include <set>
 #include <sstream>
+#include <unordered_map>
 
 #include "host/FileInput.h"
 #include "host/HostPacket.h"
@@ -27,9 +29,27 @@ NetworkFileError::NetworkFileError(const std::string& place, const std::string& 
 
 namespace {
 
+// At most `limit` bytes of `text`, cut between UTF-8 characters, with "..."
+// when cut: a message never echoes a hostile value of megabytes.
+std::string Shortened(std::string_view text, size_t limit = 64) {
+    if (text.size() <= limit) return std::string(text);
+    size_t end = limit;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return std::string(text.substr(0, end)) + "...";
+}
+
+// Control characters are shown escaped, as JSON writes them.
 std::string Quoted(std::string_view text) {
     std::string quoted(1, '"');
-    quoted.append(text);
+    for (char c : Shortened(text)) {
+        if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F) {
+            quoted += c;
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04X", static_cast<unsigned char>(c));
+        quoted += escaped;
+    }
     return quoted += '"';
 }
 
@@ -45,12 +65,20 @@ std::string Number(double value, int digits = 15) {
     return text;
 }
 
+constexpr size_t kMaxIdLength = 64;
+constexpr size_t kMaxExportNameLength = 128;
+constexpr const char* kNotInNames = "/\\:*?\"<>|";
+constexpr const char* kAllowedInNames =
+    "ids and export names take no control characters and none of / \\ : * ? \" < > |";
+
 [[noreturn]] void Fail(const std::string& place, const std::string& message) {
     throw NetworkFileError(place, message);
 }
 
 std::string JsonText(const json& value) {
-    return value.dump();
+    // Nesting is bounded at load, so the dump's recursion is too.
+    if (value.is_string()) return json(Shortened(value.get_ref<const std::string&>())).dump();
+    return Shortened(value.dump());
 }
 
 // Checked reads of JSON values.
@@ -58,12 +86,13 @@ std::string JsonText(const json& value) {
 void Keys(const json& object, const std::string& place,
           std::initializer_list<const char*> allowed) {
     if (!object.is_object()) Fail(place, "expected an object");
-    for (const auto& [key, value] : object.items()) {
+    for (const auto& item : object.items()) {
+        const std::string& key = item.key();
         bool known = std::any_of(allowed.begin(), allowed.end(),
                                  [&](const char* name) { return key == name; });
         if (!known) {
             std::vector<std::string> names(allowed.begin(), allowed.end());
-            Fail(place.empty() ? key : place + "." + key,
+            Fail(place.empty() ? Shortened(key) : place + "." + Shortened(key),
                  "unknown key; valid: " + QuotedList(names));
         }
     }
@@ -77,13 +106,14 @@ double FiniteNumber(const json& value, const std::string& place) {
 }
 
 int64_t Integer(const json& value, const std::string& place) {
-    if (value.is_number_integer()) return value.get<int64_t>();
+    // Unsigned first: is_number_integer() holds for unsigned numbers too.
     if (value.is_number_unsigned()) {
         uint64_t number = value.get<uint64_t>();
         if (number > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
             Fail(place, JsonText(value) + " is too large");
         return static_cast<int64_t>(number);
     }
+    if (value.is_number_integer()) return value.get<int64_t>();
     if (value.is_number_float()) {
         double number = value.get<double>();
         if (std::isfinite(number) && number == std::floor(number) && std::fabs(number) < 9.0e15)
@@ -324,10 +354,65 @@ std::string At(const std::string& place, size_t index) {
     return place + "[" + std::to_string(index) + "]";
 }
 
+size_t ControlCharacter(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i)
+        if (static_cast<unsigned char>(text[i]) < 0x20 || text[i] == 0x7F) return i;
+    return std::string::npos;
+}
+
+std::string ControlName(char c) {
+    char text[32];
+    std::snprintf(text, sizeof text, "the control character U+%04X", static_cast<unsigned char>(c));
+    return text;
+}
+
+bool ReservedOnWindows(std::string_view name) {
+    std::string upper;
+    for (char c : name.substr(0, name.find('.')))
+        upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    static const char* const kDevices[] = {"CON", "PRN", "AUX", "NUL"};
+    for (const char* device : kDevices)
+        if (upper == device) return true;
+    return upper.size() == 4 && (upper.starts_with("COM") || upper.starts_with("LPT")) &&
+           upper[3] >= '1' && upper[3] <= '9';
+}
+
+// Ids name files too (an export is named after its device by default), so
+// they follow the rule of export names: a file name on every system.
+std::string FileNameProblem(std::string_view name, size_t limit) {
+    if (name.empty()) return "the name is empty";
+    if (name.size() > limit)
+        return Quoted(name) + " is longer than " + std::to_string(limit) + " bytes";
+    if (size_t at = ControlCharacter(name); at != std::string::npos)
+        return Quoted(name) + " holds " + ControlName(name[at]) + "; " + kAllowedInNames;
+    if (size_t at = name.find_first_of(kNotInNames); at != std::string::npos)
+        return Quoted(name) + " holds '" + name[at] + "'; " + kAllowedInNames;
+    if (name.front() == '.' || name.back() == '.' || name.front() == ' ' || name.back() == ' ')
+        return Quoted(name) + " begins or ends with a dot or a space";
+    if (ReservedOnWindows(name)) return Quoted(name) + " is the name of a device on Windows";
+    return {};
+}
+
 void ReadWorld(const json& value, World& world) {
     Keys(value, "world", {"extent", "resolution", "verticalScale"});
     if (const json* extent = Member(value, "extent")) {
         std::vector<double> e = Numbers(*extent, "world.extent", 4, "[x0, y0, x1, y1]");
+        // Devices work in floats: the extent must be one there too, with
+        // a size above zero.
+        for (size_t i = 0; i < 4; ++i)
+            if (!std::isfinite(static_cast<float>(e[i])))
+                Fail(At("world.extent", i), Number(e[i]) + " is beyond the range of a float");
+        for (size_t i = 0; i < 2; ++i) {
+            const float low = static_cast<float>(e[i]), high = static_cast<float>(e[i + 2]);
+            if (!(high > low) || !std::isfinite(high - low))
+                Fail("world.extent", std::string(i == 0 ? "x1 " : "y1 ") + Number(e[i + 2]) +
+                                         " must be above " + (i == 0 ? "x0 " : "y0 ") +
+                                         Number(e[i]) + " by a finite size");
+            // Samples per unit stay a float at any resolution (2^30 / 1e-29).
+            if (e[i + 2] - e[i] < 1e-29)
+                Fail("world.extent", std::string(i == 0 ? "the width " : "the height ") +
+                                         Number(e[i + 2] - e[i]) + " is below 1e-29");
+        }
         world.x0 = e[0];
         world.y0 = e[1];
         world.x1 = e[2];
@@ -343,9 +428,9 @@ void ReadWorld(const json& value, World& world) {
             if (size[i] < 1 || size[i] > std::numeric_limits<int32_t>::max())
                 Fail(place, std::to_string(size[i]) + " is not a positive size");
         }
-        if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > kMaxPacketPoints)
+        if (static_cast<uint64_t>(size[0]) * static_cast<uint64_t>(size[1]) > kMaxImageSamples)
             Fail("world.resolution", std::to_string(size[0]) + " x " + std::to_string(size[1]) +
-                                         " is more than 2^31 points");
+                                         " is more than 2^30 samples, the most a file holds");
         world.width = static_cast<int32_t>(size[0]);
         world.height = static_cast<int32_t>(size[1]);
     }
@@ -475,6 +560,42 @@ void SeedDevice(Network& network, Orogen::Device& device, const std::string& id)
     record.value.i = static_cast<int32_t>(record.minimum.i + static_cast<int64_t>(drawn % span));
 }
 
+// A saved state's values meet the rules "params" follow: a NaN height, a
+// choice past its labels or a radius of 2^31 - 1 is refused before anything
+// acts on it. Ranges that follow other settings are read after the load has
+// set them.
+void CheckStateValues(const Orogen::Device& device, const std::string& place) {
+    if (!std::isfinite(device.anchor[0]) || !std::isfinite(device.anchor[1]))
+        Fail(place, "the anchor (" + Number(device.anchor[0], 7) + ", " +
+                        Number(device.anchor[1], 7) + ") is not finite");
+    for (const Orogen::ParamRecord& record : device.params.records) {
+        std::string problem;
+        switch (record.kind) {
+            case Orogen::kParamReal: {
+                const float v = record.value.f;
+                if (!(v >= record.minimum.f && v <= record.maximum.f))
+                    problem = Number(v, 7) + " is outside " + Number(record.minimum.f, 7) + ".." +
+                              Number(record.maximum.f, 7);
+                break;
+            }
+            case Orogen::kParamInteger:
+            case Orogen::kParamChoice:
+                if (record.value.i < record.minimum.i || record.value.i > record.maximum.i)
+                    problem = std::to_string(record.value.i) + " is outside " +
+                              std::to_string(record.minimum.i) + ".." +
+                              std::to_string(record.maximum.i);
+                break;
+            case Orogen::kParamBoolean:
+                if (record.value.i != 0 && record.value.i != 1)
+                    problem = std::to_string(record.value.i) + " is neither 0 nor 1";
+                break;
+            default:
+                break;
+        }
+        if (!problem.empty()) Fail(place, "parameter " + Quoted(record.name) + ": " + problem);
+    }
+}
+
 void ReadDevice(Network& network, const json& value, const std::string& place,
                 const fs::path& folder, const std::vector<Setting>& overrides) {
     Keys(value, place,
@@ -483,7 +604,8 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
     const json* idValue = Member(value, "id");
     if (!idValue) Fail(place, "missing \"id\"");
     std::string id = String(*idValue, place + ".id");
-    if (id.empty()) Fail(place + ".id", "an id cannot be empty");
+    if (std::string problem = FileNameProblem(id, kMaxIdLength); !problem.empty())
+        Fail(place + ".id", problem);
     const json* typeValue = Member(value, "type");
     if (!typeValue) Fail(place, "missing \"type\"");
     std::string typeName = String(*typeValue, place + ".type");
@@ -509,10 +631,18 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
         if (!loaded)
             Fail(place + ".state",
                  "the saved state does not load into a " + Quoted(type->typeName) + " device");
+        CheckStateValues(device, place + ".state");
+        // A File Input's state holds its path relative to the project.
+        if (fileInput && fileInput->File().is_relative() && !fileInput->File().empty() &&
+            !folder.empty())
+            fileInput->SetFile((folder / fileInput->File()).lexically_normal());
     }
     if (const json* name = Member(value, "name")) {
         std::string text = String(*name, place + ".name");
         if (text.size() > 23) Fail(place + ".name", "longer than 23 characters");
+        if (size_t at = ControlCharacter(text); at != std::string::npos)
+            Fail(place + ".name",
+                 "holds " + ControlName(text[at]) + "; a name takes no control characters");
         device.SetName(text.c_str());
     }
     if (const json* anchor = Member(value, "anchor")) {
@@ -556,7 +686,7 @@ void ReadDevice(Network& network, const json& value, const std::string& place,
     if (const json* params = Member(value, "params")) {
         if (!params->is_object()) Fail(place + ".params", "expected an object");
         for (const auto& [name, setting] : params->items())
-            settings.push_back({name, &setting, place + ".params." + name});
+            settings.push_back({name, &setting, place + ".params." + Shortened(name)});
     }
     settings.insert(settings.end(), overrides.begin(), overrides.end());
     const bool ownSeed = Member(value, "state") ||
@@ -587,7 +717,7 @@ uint32_t PortIndex(const json& value, const std::string& place, const std::strin
 }
 
 void ReadLink(Network& network, const json& value, const std::string& place,
-              std::map<const Orogen::Port*, std::string>& linkedBy) {
+              std::unordered_map<const Orogen::Port*, std::string>& linkedBy) {
     Keys(value, place, {"from", "output", "to", "input", "param"});
     const json* fromValue = Member(value, "from");
     const json* toValue = Member(value, "to");
@@ -664,15 +794,10 @@ void RunActions(Network& network, const json& device, const std::string& place) 
     }
 }
 
-bool PlainName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." &&
-           name.find_first_of("/\\") == std::string::npos;
-}
-
 std::vector<ExportEntry> ReadExports(const Network& network, const json& value) {
     if (!value.is_array()) Fail("export", "expected an array");
     std::vector<ExportEntry> exports;
-    std::map<std::string, std::string> names;
+    std::unordered_map<std::string, std::string> names;
     for (size_t i = 0; i < value.size(); ++i) {
         std::string place = At("export", i);
         const json& item = value[i];
@@ -692,8 +817,9 @@ std::vector<ExportEntry> ReadExports(const Network& network, const json& value) 
                                         std::to_string(device->outputs.size()) + ")");
         if (const json* name = Member(item, "name")) {
             entry.name = String(*name, place + ".name");
-            if (!PlainName(entry.name))
-                Fail(place + ".name", Quoted(entry.name) + " is not a plain file name");
+            if (std::string problem = FileNameProblem(entry.name, kMaxExportNameLength);
+                !problem.empty())
+                Fail(place + ".name", problem);
         } else {
             entry.name = device->outputs.size() > 1
                              ? entry.device + "_" + std::to_string(entry.output)
@@ -719,6 +845,52 @@ size_t ByteToLine(std::string_view text, size_t byte, size_t& column) {
         }
     column = byte > lineStart ? byte - lineStart : 1;
     return line;
+}
+
+// Deeper than any network file needs; what walks a value recursively stays
+// far from the end of the stack.
+constexpr size_t kMaxNesting = 64;
+
+[[noreturn]] void FailAtByte(std::string_view text, size_t byte, const std::string& message) {
+    size_t column;
+    size_t line = ByteToLine(text, byte + 1, column);
+    Fail("line " + std::to_string(line) + ", column " + std::to_string(column), message);
+}
+
+// What the parser would take too far, found before it runs: nesting deeper
+// than kMaxNesting and numbers beyond a double, which it reports without a
+// place.
+void CheckJsonShape(std::string_view text) {
+    size_t depth = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaxNesting)
+                FailAtByte(text, i,
+                           "values nested deeper than " + std::to_string(kMaxNesting) + " levels");
+        } else if (c == ']' || c == '}') {
+            if (depth > 0) --depth;
+        } else if (c == '-' || (c >= '0' && c <= '9')) {
+            size_t end = i;
+            while (end < text.size() && std::strchr("0123456789+-.eE", text[end]) && text[end])
+                ++end;
+            const std::string token(text.substr(i, end - i));
+            // No locale is set: strtod reads a point as the decimal separator.
+            if (std::isinf(std::strtod(token.c_str(), nullptr)))
+                FailAtByte(text, i, Shortened(token) + " is too large for a number");
+            i = end - 1;
+        }
+    }
 }
 
 }  // namespace
@@ -796,6 +968,7 @@ std::map<std::string, std::vector<Setting>> ResolveOverrides(const json& root,
 
 Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
                      const ParseOptions& options) {
+    CheckJsonShape(text);
     json root;
     try {
         root = json::parse(text.begin(), text.end());
@@ -807,7 +980,9 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
         at = at == std::string::npos ? std::string::npos : reason.find(": ", at);
         if (at != std::string::npos) reason = reason.substr(at + 2);
         Fail("line " + std::to_string(line) + ", column " + std::to_string(column),
-             "malformed JSON: " + reason);
+             "malformed JSON: " + Shortened(reason, 200));
+    } catch (const json::exception& e) {
+        Fail("(top)", std::string("malformed JSON: ") + Shortened(e.what(), 200));
     }
     if (!root.is_object()) Fail("(top)", "expected a JSON object");
     Keys(root, "", {"world", "globals", "seed", "devices", "links", "export"});
@@ -834,7 +1009,7 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
         const std::vector<Setting> none;
         if (const json* devices = Member(root, "devices")) {
             if (!devices->is_array()) Fail("devices", "expected an array");
-            std::map<std::string, std::string> ids;
+            std::unordered_map<std::string, std::string> ids;
             for (size_t i = 0; i < devices->size(); ++i) {
                 std::string place = At("devices", i);
                 const json& item = (*devices)[i];
@@ -855,7 +1030,7 @@ Project ParseNetwork(Host& host, std::string_view text, const fs::path& folder,
         if (!world || !Member(*world, "extent")) project.extentFrom = AdoptGeoExtent(network);
         if (const json* links = Member(root, "links")) {
             if (!links->is_array()) Fail("links", "expected an array");
-            std::map<const Orogen::Port*, std::string> linkedBy;
+            std::unordered_map<const Orogen::Port*, std::string> linkedBy;
             for (size_t i = 0; i < links->size(); ++i)
                 ReadLink(network, (*links)[i], At("links", i), linkedBy);
         }
@@ -908,22 +1083,29 @@ std::string NetworkToText(const Project& project, const fs::path& folder) {
         item["id"] = id;
         item["type"] = network.TypeOf(id).typeName;
         if (device.name[0]) item["name"] = std::string(device.name);
-        if (FileInput* input = AsFileInput(&device)) {
-            fs::path file = input->File();
+        FileInput* fileInput = AsFileInput(&device);
+        const fs::path original = fileInput ? fileInput->File() : fs::path();
+        if (fileInput) {
+            fs::path file = original;
             if (!folder.empty() && file.is_absolute()) {
                 fs::path relative = file.lexically_relative(folder);
                 if (!relative.empty()) file = relative;
             }
             item["file"] = file.generic_string();
-            item["kind"] = input->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+            item["kind"] =
+                fileInput->GetKind() == FileInput::Kind::Bitmap ? "bitmap" : "heightfield";
+            // The state too holds the path relative to the project, so that
+            // a project moved whole still finds its files.
+            fileInput->SetFile(file);
         }
         if (ValueInput* input = AsValueInput(&device)) {
             item["value"] = input->Value();
             item["typeCode"] = input->TypeCode();
         }
         std::ostringstream state(std::ios::binary);
-        if (!device.Save(state))
-            throw std::runtime_error("device " + Quoted(id) + " could not save its state");
+        const bool saved = device.Save(state);
+        if (fileInput) fileInput->SetFile(original);
+        if (!saved) throw std::runtime_error("device " + Quoted(id) + " could not save its state");
         item["state"] = EncodeBase64(state.str());
         devices.push_back(std::move(item));
     }

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <string>
+#include <system_error>
 
 #include "framework/Device.h"
 #include "host/HostPacket.h"
@@ -241,7 +243,7 @@ void WorkerThreadPool::Stop() {
     size = 0;
 }
 
-void WorkerThreadPool::Resize(uint32_t wanted) {
+uint32_t WorkerThreadPool::Resize(uint32_t wanted, std::string* why) {
     Stop();
     {
         std::lock_guard<std::mutex> guard(mutex);
@@ -249,9 +251,16 @@ void WorkerThreadPool::Resize(uint32_t wanted) {
         peakBusy.store(0);
     }
     threads.reserve(wanted);
-    for (uint32_t i = 0; i < wanted; ++i) threads.emplace_back([this] { Worker(); });
+    uint32_t made = 0;
+    try {
+        for (; made < wanted; ++made) threads.emplace_back([this] { Worker(); });
+    } catch (const std::system_error& e) {
+        // Out of threads ("Resource temporarily unavailable"): build with fewer.
+        if (why) *why = e.what();
+    }
     std::lock_guard<std::mutex> guard(mutex);
-    size = wanted;
+    size = made;
+    return made;
 }
 
 uint32_t WorkerThreadPool::Size() const {

@@ -117,8 +117,10 @@ class WorkerThreadPool final : public Orogen::WorkerPool {
 
     bool Submit(void (*entry)(void*), void* argument) override;
 
-    // Waits for the work in hand, then keeps `size` threads (0: none).
-    void Resize(uint32_t size);
+    // Waits for the work in hand, then keeps `size` threads (0: none), or as
+    // many as the system lets it start; returns how many, and says why in
+    // `why` when fewer.
+    uint32_t Resize(uint32_t size, std::string* why = nullptr);
     uint32_t Size() const;
     // Blocks until no work is queued or running.
     void WaitIdle();

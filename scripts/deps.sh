@@ -8,6 +8,8 @@ packages=(cmake g++ make pkg-config libgtest-dev googletest libbenchmark-dev lib
 # Node.js from elsewhere (with its own npm) will do.
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm)
+# The fuzz targets need clang and its libFuzzer runtime.
+[ "${1:-}" = --fuzz ] && packages+=(clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")

@@ -7,6 +7,7 @@
 #include <istream>
 #include <ostream>
 #include <sstream>
+#include <new>
 #include <string>
 #include <stdexcept>
 
@@ -116,7 +117,8 @@ public:
     TestFail() {
         SetPortCount(this, 0, 1, kHeightField);
         static const ParamSpec table[] = {
-            {"How", kParamChoice, 0, 0, 2, 0, "How to fail", {"False", "Framework", "Standard"}},
+            {"How", kParamChoice, 0, 0, 3, 0, "How to fail",
+             {"False", "Framework", "Standard", "Memory"}},
         };
         DeclareParameters(this, table);
     }
@@ -124,6 +126,7 @@ public:
         const int32_t how = ParamInt(this, "How");
         if (how == 1) throw QXException("framework failure");
         if (how == 2) throw std::runtime_error("standard failure");
+        if (how == 3) throw std::bad_alloc();
         return false;
     }
 };

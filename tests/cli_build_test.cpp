@@ -347,7 +347,13 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     ASSERT_EQ(run.code, 0) << run.err;
     std::string goodScan = ReadText(dir / "out" / "scan.r32");
     std::string goodPng = ReadText(dir / "out" / "scan.png");
+    // What the build does not own stays, temporaries of the user included.
+    WriteText(dir / "out" / "notes.tmp-1", "mine");
+    fs::create_directory(dir / "out" / ".orogen-staging-notes");
     std::vector<std::string> goodListing = ListFolder(dir / "out");
+    // A killed build's staging folder (its process is gone) is removed.
+    fs::create_directory(dir / "out" / ".orogen-staging-4194305-1");
+    WriteText(dir / "out" / ".orogen-staging-4194305-1" / "hill.r32", "half");
 
     // The input goes away: that device fails, the other still builds.
     fs::remove(dir / "input.r32");
@@ -364,6 +370,12 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     ASSERT_EQ(manifest["missing"].size(), 1u);
     EXPECT_EQ(manifest["missing"][0]["name"], "scan");
     EXPECT_NE(manifest["missing"][0]["reason"].get<std::string>().find("input.r32"), std::string::npos);
+    // The old files of the missing export stay, marked as not of this build.
+    std::vector<std::string> stale;
+    for (const json& file : manifest["missing"][0]["stale"]) stale.push_back(file);
+    EXPECT_EQ(stale, basekit::host::CanUseExr()
+                         ? (std::vector<std::string>{"scan.png", "scan.r32", "scan.exr"})
+                         : (std::vector<std::string>{"scan.png", "scan.r32"}));
     EXPECT_EQ(manifest["devices"][0]["status"], "built");
     EXPECT_EQ(manifest["devices"][1]["status"], "failed");
     EXPECT_TRUE(manifest["devices"][1].contains("message"));

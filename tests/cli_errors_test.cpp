@@ -33,7 +33,22 @@ std::vector<BadInput> Cases() {
         args.insert(args.end(), extra.begin(), extra.end());
         return args;
     };
+    static const std::string long300 = R"({"devices": [{"id": "hill", "type": "Radial Grad"}],
+        "export": [{"device": "hill", "name": ")" + std::string(300, 'n') + "\"}]}";
+    static const std::string deep = R"({"world": {"verticalScale": )" + std::string(100000, '[') +
+                                    std::string(100000, ']') + "}}";
     std::vector<BadInput> cases = {
+        {"a value nested 100,000 deep", deep.c_str(), build, {"net.json", "line 1", "nested deeper"}},
+        {"more samples than a file holds", kRadial, with({"--resolution", "2147483647x1"}),
+         {"--resolution", "2^30"}},
+        {"a bitmap larger than a file holds",
+         R"({"devices": [{"id": "c", "type": "Colorize"}]})", with({"--resolution", "20000x20000"}),
+         {"export \"c\"", "1200000000 samples"}},
+        {"an export name of 300 characters", long300.c_str(), build, {"export[0].name", "longer than 128"}},
+        {"a NUL in an id", R"({"devices": [{"id": "a\u0000", "type": "Radial Grad"}]})", build,
+         {"devices[0].id", "U+0000"}},
+        {"a number beyond a double", R"({"world": {"verticalScale": 1e400}})", build,
+         {"net.json", "line 1, column 29", "1e400"}},
         {"malformed JSON", "{\n  \"devices\": [\n    {\"id\": \"a\" \"type\": \"Gradient\"}\n  ]\n}",
          build, {"net.json", "line 3", "malformed JSON"}},
         {"unknown device type", R"({"devices": [{"id": "a", "type": "Radial Gard"}]})", build,

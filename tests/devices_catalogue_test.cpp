@@ -2,12 +2,16 @@
 // tests/golden/devices.json, and README.md's device table against the golden
 // file. After a deliberate catalogue change, write the golden file afresh:
 //   BASEKIT64_UPDATE_GOLDEN=1 ./build/tests/test_devices --gtest_filter='Catalogue.*'
+#include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
 
 #include "cli_support.h"
+#include "host/NetworkFile.h"
+#include "host_test_support.h"
 
 namespace {
 
@@ -113,3 +117,62 @@ TEST(Catalogue, ReadmeDeviceTableMatchesTheGoldenFile) {
 }
 
 }  // namespace
+
+namespace basekit::host::testing {
+namespace {
+
+// Every module device, each real and integer parameter at its minimum, its
+// maximum and the smallest values of either sign in range (a width of 1e-45
+// is a width), inputs fed a ramp: finite inputs in range never give NaN or
+// infinity.
+class ExtremeParameters : public HostTest {};
+
+TEST_F(ExtremeParameters, NoDeviceTurnsFiniteInputsInRangeIntoNaN) {
+    size_t builds = 0;
+    for (const DeviceType& type : host->Types()) {
+        if (type.catalogueIndex < 0) continue;
+        DeviceHandle probe(type);
+        for (const Orogen::ParamRecord& record : probe->params.records) {
+            std::vector<double> values;
+            if (record.kind == Orogen::kParamReal) {
+                const float low = record.minimum.f, high = record.maximum.f;
+                values = {low, high};
+                for (float tiny : {std::numeric_limits<float>::denorm_min(),
+                                   -std::numeric_limits<float>::denorm_min()})
+                    if (tiny >= low && tiny <= high) values.push_back(tiny);
+            } else if (record.kind == Orogen::kParamInteger) {
+                values = {double(record.minimum.i), double(record.maximum.i)};
+            } else {
+                continue;
+            }
+            for (double value : values) {
+                SCOPED_TRACE(::testing::Message()
+                             << type.typeName << "." << record.name << " = " << value);
+                std::unique_ptr<Network> network = MakeNetwork(9, 7);
+                network->world.x1 = 3.0;
+                network->AddDevice("ramp", "Test Ramp");
+                Orogen::Device& device = network->AddDevice("d", type);
+                SetParameter(device, record.name, value);
+                host->Dialogs().Script(1);
+                device.EditSettings();
+                for (uint32_t i = 0; i < device.inputs.size(); ++i)
+                    if (!device.inputs[i]->kind || (device.inputs[i]->kind & Orogen::kHeightField))
+                        network->Connect("ramp", 0, "d", i);
+                BuildReport report = network->Build();
+                const DeviceReport* built = report.Find("d");
+                ASSERT_TRUE(built);
+                builds += built->status == BuildStatus::Built;
+                for (uint32_t k = 0; k < device.outputs.size(); ++k) {
+                    Orogen::PacketRef packet = network->Output("d", k);
+                    if (!packet || packet->GetKind() == Orogen::kParameterPacket) continue;
+                    for (float v : SamplesOf(packet))
+                        ASSERT_TRUE(std::isfinite(v)) << "output " << k;
+                }
+            }
+        }
+    }
+    EXPECT_GT(builds, 60u);
+}
+
+}  // namespace
+}  // namespace basekit::host::testing

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "framework/Terrain.h"
@@ -29,6 +30,8 @@ TEST(Terrain, ScaleIndependenceIsRelativeTo256SamplesPerUnit) {
     } cases[] = {
         {256, 1.0, 10, 10}, {512, 1.0, 10, 20}, {128, 1.0, 10, 5},
         {100, 1.0, 10, 3},  {256, 0.0, 10, 0},  {256, -1.0, 10, 0},
+        // Past int32 the radius stops at its end instead of an undefined cast.
+        {65536, 1.0, 2147483647, 2147483647}, {65536, 1e-30, 1, 2147483647},
     };
     for (const auto& c : cases) {
         Grid grid{c.width, c.width};
@@ -52,6 +55,26 @@ TEST(Terrain, APlaneHasOneSlope) {
     float normal[3];
     SlopeNormal(0.0f, 0.0f, normal);
     EXPECT_EQ(normal[2], 1.0f);
+}
+
+// A vertical scale past a float (1e300 is a finite world) gives finite slopes
+// for heights in 0..1, flat windows 0, and so finite normals.
+TEST(Terrain, HugeVerticalScalesGiveFiniteSlopes) {
+    for (double vertical : {1e300, 1e38, 3.4e38}) {
+        const Grid grid{4, 3, 0.0, 0.0, 1e-3, 1.0, vertical};
+        const std::vector<float> heights = {0, 0, 1, 1, 0, 1, 0, 1, 1, 1, 1, 1};
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < 4; ++x) {
+                float gx, gy, normal[3];
+                HeightSlope(heights.data(), grid, x, y, gx, gy);
+                ASSERT_TRUE(std::isfinite(gx) && std::isfinite(gy)) << x << "," << y;
+                SlopeNormal(gx, gy, normal);
+                for (float n : normal) ASSERT_TRUE(std::isfinite(n)) << x << "," << y;
+            }
+        float gx, gy;
+        HeightSlope(heights.data(), grid, 0, 2, gx, gy);  // a flat window
+        EXPECT_EQ(gx, 0.0f);
+    }
 }
 
 TEST(Terrain, BilinearSampleHitsSamplesAndClampsOutside) {

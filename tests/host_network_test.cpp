@@ -151,6 +151,7 @@ TEST_F(NetworkTest, FailuresStayWithTheirDeviceAndWhatDependsOnIt) {
     add("after-after", "Test Add");
     add("throws-qx", "Test Fail").params.records[0].value.i = 1;
     add("throws-std", "Test Fail").params.records[0].value.i = 2;
+    add("no-memory", "Test Fail").params.records[0].value.i = 3;
     add("ramp", "Test Ramp");
     add("after-ramp", "Test Add");
     add("file", "File Input");
@@ -184,6 +185,9 @@ TEST_F(NetworkTest, FailuresStayWithTheirDeviceAndWhatDependsOnIt) {
          "failed)"},
         {"throws-qx", BuildStatus::Exception, "framework failure"},
         {"throws-std", BuildStatus::Exception, "standard failure"},
+        {"no-memory", BuildStatus::Exception,
+         "out of memory while it built, with 0 bytes of fields held; lower the resolution or give "
+         "the build a memory budget (orogen --memory) to page stored fields to disk"},
         {"ramp", BuildStatus::Built, ""},
         {"after-ramp", BuildStatus::Built, ""},
         {"file", BuildStatus::Failed,
@@ -472,6 +476,11 @@ TEST_F(NetworkTest, RemovingADeviceUnlinksIt) {
     EXPECT_TRUE(network->Get("a").outputs[0]->links.empty());
     BuildReport report = network->Build();
     EXPECT_EQ(report.Find("c")->message, "input 0 (\"Primary Input\") is not connected");
+    // The id is free again and found under its new device.
+    EXPECT_EQ(network->Find("b"), nullptr);
+    Orogen::Device& again = network->AddDevice("b", "Test Ramp");
+    EXPECT_EQ(network->Find("b"), &again);
+    EXPECT_EQ(network->TypeOf("b").typeName, "Test Ramp");
 }
 
 TEST_F(NetworkTest, OwnersHearOfLinksPortsAndEdits) {

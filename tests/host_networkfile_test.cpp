@@ -1,7 +1,11 @@
 // Project files: reading, the errors each mistake gives, saving, and builds
 // that come out the same after a save and a load.
 #include <algorithm>
+#include <functional>
+#include <limits>
 #include <map>
+#include <optional>
+#include <type_traits>
 
 #include "host/FileInput.h"
 #include "host/ImageIO.h"
@@ -153,7 +157,33 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
         constant->Save(out);
         constantState = EncodeBase64(out.str());
     }
+    // Saved states holding what "params" would refuse.
+    auto hostileState = [&](const char* type, const std::function<void(Orogen::Device&)>& spoil) {
+        DeviceHandle device(*host->FindType(type));
+        spoil(*device.get());
+        std::ostringstream out(std::ios::binary);
+        device->Save(out);
+        return R"({"devices": [{"id": "a", "type": ")" + std::string(type) + R"(", "state": ")" +
+               EncodeBase64(out.str()) + "\"}]}";
+    };
+    auto setParam = [](const char* name, auto value) {
+        return [=](Orogen::Device& device) {
+            Orogen::ParamValue* v = Orogen::GetParameter(&device, name);
+            if constexpr (std::is_same_v<decltype(value), float>)
+                v->f = value;
+            else
+                v->i = value;
+        };
+    };
     const std::string two = R"({"id": "a", "type": "Test Ramp"}, {"id": "b", "type": "Test Add"})";
+    // Hostile sizes: the seed the loop adds moves every column by 14.
+    const std::string height =
+        R"({"devices": [{"id": "a", "type": "Constant", "params": {"Height": )";
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const std::string huge(10'000'000, 'x');
+    const std::string shortX = std::string(64, 'x') + "...";
+    const std::string allowed =
+        "ids and export names take no control characters and none of / \\ : * ? \" < > |";
     struct Case {
         std::string text;
         std::string message;
@@ -163,6 +193,15 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "line 3, column 16: malformed JSON: syntax error while parsing object key - unexpected "
          "'}'; expected string literal"},
         {"[1, 2]", "(top): expected a JSON object"},
+        {height + deep + "}}]}", "line 1, column " + std::to_string(14 + height.size() + 61) +
+                                     ": values nested deeper than 64 levels"},
+        {R"({"world": {"verticalScale": 1e400}})",
+         "line 1, column 43: 1e400 is too large for a number"},
+        {height + "\"" + huge + "\"}}]}",
+         "devices[0].params.Height: expected a number, not \"" + shortX + "\""},
+        {"{\"" + huge + "\": 1}",
+         shortX + ": unknown key; valid: \"world\", \"globals\", \"seed\", \"devices\", "
+                  "\"links\", \"export\""},
         {R"({"device": []})",
          "device: unknown key; valid: \"world\", \"globals\", \"seed\", \"devices\", \"links\", "
          "\"export\""},
@@ -210,6 +249,19 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "devices[0].state: not valid base64"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "state": ")" + constantState + "\"}]}",
          "devices[0].state: the saved state does not load into a \"Test Add\" device"},
+        {hostileState("Constant", setParam("Height", std::numeric_limits<float>::quiet_NaN())),
+         "devices[0].state: parameter \"Height\": nan is outside 0..1"},
+        {hostileState("Constant", setParam("Height", std::numeric_limits<float>::infinity())),
+         "devices[0].state: parameter \"Height\": inf is outside 0..1"},
+        {hostileState("Blur", setParam("Blur radius", std::numeric_limits<int32_t>::max())),
+         "devices[0].state: parameter \"Blur radius\": 2147483647 is outside 0..128"},
+        {hostileState("Test Add", setParam("Mode", 7)),
+         "devices[0].state: parameter \"Mode\": 7 is outside 0..2"},
+        {hostileState("Test Add", setParam("Report rows", 2)),
+         "devices[0].state: parameter \"Report rows\": 2 is neither 0 nor 1"},
+        {hostileState("Constant",
+                      [](Orogen::Device& d) { d.anchor[1] = -std::numeric_limits<float>::infinity(); }),
+         "devices[0].state: the anchor (0.5, -inf) is not finite"},
         {R"({"devices": [{"id": "a", "type": "Test Add", "file": "x.r32"}]})",
          "devices[0].file: only a \"File Input\" device takes one"},
         {R"({"devices": [{"id": "a", "type": "File Input"}]})",
@@ -246,17 +298,44 @@ TEST_F(NetworkFileTest, EachMistakeGivesItsMessage) {
          "links[1]: linking \"b\" to \"a\" would make a cycle between devices: \"a\" -> \"b\" -> "
          "\"a\""},
         {R"({"world": {"resolution": [0, 5]}})", "world.resolution[0]: 0 is not a positive size"},
-        {R"({"world": {"resolution": [65536, 65536]}})",
-         "world.resolution: 65536 x 65536 is more than 2^31 points"},
+        {R"({"world": {"resolution": [32769, 32769]}})",
+         "world.resolution: 32769 x 32769 is more than 2^30 samples, the most a file holds"},
         {R"({"world": {"extent": [0, 0, 1]}})", "world.extent: expected [x0, y0, x1, y1]"},
+        {R"({"world": {"extent": [0, 0, 0, 1]}})",
+         "world.extent: x1 0 must be above x0 0 by a finite size"},
+        {R"({"world": {"extent": [0, 1, 1, 0]}})",
+         "world.extent: y1 0 must be above y0 1 by a finite size"},
+        {R"({"world": {"extent": [-1e308, 0, 1e308, 1]}})",
+         "world.extent[0]: -1e+308 is beyond the range of a float"},
+        {R"({"world": {"extent": [0, 0, 1, 1e-30]}})", "world.extent: the height 1e-30 is below 1e-29"},
+        {R"({"world": {"extent": [-3e38, 0, 3e38, 1]}})",
+         "world.extent: x1 3e+38 must be above x0 -3e+38 by a finite size"},
         {R"({"world": {"verticalScale": -2}})", "world.verticalScale: -2 is not positive"},
         {R"({"globals": {"lightDirection": [0, "up", 1]}})",
          "globals.lightDirection[1]: expected a number, not \"up\""},
         {R"({"seed": -1})", "seed: -1 is outside 0..4294967295"},
+        {R"({"seed": 18446744073709551615})", "seed: 18446744073709551615 is too large"},
+        {R"({"seed": 4294967296})", "seed: 4294967296 is outside 0..4294967295"},
         {R"({"devices": [)" + two + R"(], "export": [{"device": "z"}]})",
          "export[0].device: no device \"z\""},
         {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "../up"}]})",
-         "export[0].name: \"../up\" is not a plain file name"},
+         "export[0].name: \"../up\" holds '/'; " + allowed},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "a\u0000b"}]})",
+         "export[0].name: \"a\\u0000b\" holds the control character U+0000; " + allowed},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": ")" + huge.substr(0, 129) +
+             R"("}]})",
+         "export[0].name: \"" + shortX + "\" is longer than 128 bytes"},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": "Con.x"}]})",
+         "export[0].name: \"Con.x\" is the name of a device on Windows"},
+        {R"({"devices": [)" + two + R"(], "export": [{"device": "a", "name": ".hidden"}]})",
+         "export[0].name: \".hidden\" begins or ends with a dot or a space"},
+        {R"({"devices": [{"id": "a:b", "type": "Test Ramp"}]})",
+         "devices[0].id: \"a:b\" holds ':'; " + allowed},
+        {R"({"devices": [{"id": ")" + huge.substr(0, 65) + R"(", "type": "Test Ramp"}]})",
+         "devices[0].id: \"" + shortX + "\" is longer than 64 bytes"},
+        {R"({"devices": [{"id": "a", "type": "Test Ramp", "name": "a\tb"}]})",
+         "devices[0].name: holds the control character U+0009; a name takes no control "
+         "characters"},
         {R"({"devices": [)" + two +
              R"(], "export": [{"device": "a"}, {"device": "b", "name": "a"}]})",
          "export[1].name: the name \"a\" is used already by export[0]"},
@@ -488,6 +567,25 @@ TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
          at = links.find("\"from\"", at + 1))
         ++linkCount;
     EXPECT_EQ(second.network->Links().size(), linkCount);
+
+    // The File Input's state holds the relative path too: the project moved
+    // elsewhere, without "file", reads the file beside it.
+    nlohmann::json saved = nlohmann::json::parse(ReadBytes(dir / "saved.json"));
+    for (nlohmann::json& device : saved["devices"]) {
+        if (device["id"] != "dem") continue;
+        const std::optional<std::string> state = DecodeBase64(device["state"].get<std::string>());
+        ASSERT_TRUE(state);
+        EXPECT_EQ(state->find(dir.path().string()), std::string::npos);
+        EXPECT_NE(state->find("data/dem.r32"), std::string::npos);
+        device.erase("file");
+    }
+    fs::create_directories(dir / "moved" / "data");
+    WriteR32(dir / "moved" / "data" / "dem.r32",
+             Image{33, 21, 1, std::vector<float>(33 * 21, 0.625f)});
+    WriteBytes(dir / "moved" / "p.json", saved.dump());
+    Project moved = LoadNetworkFile(*host, dir / "moved" / "p.json");
+    ASSERT_EQ(moved.network->Build().Count(BuildStatus::Built), moved.network->Size());
+    EXPECT_EQ(SamplesOf(moved.network->Output("dem", 0)), std::vector<float>(33 * 21, 0.625f));
 }
 
 TEST_F(NetworkFileTest, SavingIntoAMissingFolderWritesNothing) {

@@ -7,6 +7,11 @@
 #include <string>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include "imageio_test_support.h"
 
 namespace basekit::host::testing {
@@ -89,6 +94,31 @@ TEST_P(WriteFailure, FailedRenameRemovesTemporary) {
     EXPECT_EQ(ReadBytes(path / "keep"), "x");
 }
 
+#ifndef _WIN32
+// In a folder others can write, links planted at the target and at every
+// temporary name the writers once used (<name>.tmp-<pid>-<n>) never make a
+// writer change the files they point at; the link at the target is replaced.
+TEST_P(WriteFailure, PlantedLinksAreNeverFollowed) {
+    const WriterCase& w = GetParam();
+    if (!w.available()) GTEST_SKIP() << w.name << " is not in this build";
+    TempDir dir;
+    fs::create_directory(dir / "theirs");
+    const fs::path victim = dir / "theirs" / "victim";
+    WriteBytes(victim, "keep me");
+    const std::string name = std::string("out") + w.extension;
+    const fs::path path = dir / name;
+    fs::create_symlink(victim, path);
+    for (int n = 0; n < 256; ++n)
+        fs::create_symlink(victim, dir / (name + ".tmp-" + std::to_string(getpid()) + "-" +
+                                          std::to_string(n)));
+    w.write(path, MakeImage(3, 2, 1, Smooth));
+    EXPECT_EQ(ReadBytes(victim), "keep me");
+    EXPECT_FALSE(fs::is_symlink(path));
+    EXPECT_GT(fs::file_size(path), 0u);
+    EXPECT_EQ(dir.List().size(), 256u + 2u) << "a temporary was left behind";
+}
+#endif
+
 INSTANTIATE_TEST_SUITE_P(AllWriters, WriteFailure, ::testing::ValuesIn(kWriters),
                          [](const ::testing::TestParamInfo<WriterCase>& info) {
                              return std::string(info.param.name);
@@ -152,6 +182,34 @@ TEST(ReadFailure, MissingFileNamesThePath) {
         for (const auto& read : reads) {
             const std::string message = ErrorOf(read);
             EXPECT_TRUE(Contains(message, path.string())) << message;
+        }
+    }
+}
+
+// A folder, and on POSIX a FIFO with no writer (which would block the open
+// for ever), are refused at once.
+TEST(ReadFailure, NonRegularFilesRefusedWithoutBlocking) {
+    TempDir dir;
+    std::vector<fs::path> paths;
+    for (const char* name : {"folder.r32", "folder.png", "folder.exr"}) {
+        fs::create_directory(dir / name);
+        paths.push_back(dir / name);
+    }
+#ifndef _WIN32
+    for (const char* name : {"fifo.r32", "fifo.png", "fifo.exr"}) {
+        ASSERT_EQ(mkfifo((dir / name).c_str(), 0600), 0);
+        paths.push_back(dir / name);
+    }
+#endif
+    for (const fs::path& path : paths) {
+        std::vector<std::function<void()>> reads = {[&] { ReadR32(path, 2, 2, 1); },
+                                                    [&] { ReadPng(path); }};
+        // Without EXR support the reader says so before looking.
+        if (CanUseExr()) reads.push_back([&] { ReadExr(path); });
+        for (const auto& read : reads) {
+            const std::string message = ErrorOf(read);
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+            EXPECT_TRUE(Contains(message, "not a regular file")) << message;
         }
     }
 }

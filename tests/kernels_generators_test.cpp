@@ -92,6 +92,25 @@ TEST(Gradient, ZeroWidthClimbsOneUnitPerSampleOfTheShorterSide) {
     }
 }
 
+// A width too small for its reciprocal (1e-39 is in range) is a step, not NaN.
+TEST(Gradient, WidthNarrowerThanASampleIsAStep) {
+    for (float width : {1e-39f, std::numeric_limits<float>::denorm_min(), 2.9e-39f})
+        for (int32_t direction : {0, 90, 45, 180})
+            for (int32_t tiling : {kTileNone, kTileLinear, kTileDiscontinuous}) {
+                SCOPED_TRACE(::testing::Message() << width << " " << direction << " " << tiling);
+                const std::vector<float> out =
+                    RunGradient({9, 9, 0.0, 1.0, 0.0, 1.0, 0.5, 0.5, direction, width, tiling});
+                for (float v : out) ASSERT_TRUE(v >= 0.0f && v <= 1.0f) << v;
+                if (direction != 0 || tiling != kTileNone) continue;
+                for (int j = 0; j < 9; ++j) {
+                    for (int i = 0; i < 9; ++i) {
+                        if (i == 4) continue;
+                        EXPECT_EQ(out[j * 9 + i], i < 4 ? 0.0f : 1.0f) << i << "," << j;
+                    }
+                }
+            }
+}
+
 TEST(Gradient, SingleSampleGridsAndRowReports) {
     std::vector<int32_t> rows;
     std::vector<float> out(1, -1.0f);

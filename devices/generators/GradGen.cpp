@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 #include "framework/PortableMath.h"
@@ -25,8 +26,11 @@ void GradientSlope(int32_t degrees, float rampWidth, int32_t width, int32_t heig
     float a = static_cast<float>(degrees) * 3.1415927f / 180.0f;
     // A zero width climbs one unit per sample of the shorter side; the tiling
     // rule then cuts it.
-    float k = rampWidth > 0.0f ? 1.0f / rampWidth
-                               : static_cast<float>(std::min(width - 1, height - 1));
+    float k =
+        rampWidth > 0.0f ? 1.0f / rampWidth : static_cast<float>(std::min(width - 1, height - 1));
+    // A width too small for its reciprocal (narrower than any sample) is a
+    // step: the steepest finite slope, never inf * 0.
+    k = std::min(k, std::numeric_limits<float>::max());
     dx = Orogen::Cos(a);
     dy = Orogen::Sin(a);
     float length = std::sqrt(dx * dx + dy * dy);
