@@ -42,7 +42,10 @@ inline float Chance(float v, float density) {
 // Cells of 2d along a side of `extent`: those whose candidate can fall inside.
 uint64_t CellsAlong(float extent, float d) {
     if (!(extent >= 0.0f)) return 0;
-    return static_cast<uint64_t>(std::floor(static_cast<double>(extent) / (2.0 * d))) + 1;
+    // Capped at 2^31 a side, so that the product of two stays exact; a grid
+    // anywhere near that fails the build's cell limit anyway.
+    const double cells = std::floor(static_cast<double>(extent) / (2.0 * d)) + 1.0;
+    return cells < 2147483648.0 ? static_cast<uint64_t>(cells) : uint64_t{1} << 31;
 }
 
 // Column or row of the sample nearest to world offset v on an axis of
