@@ -87,6 +87,7 @@ TEST(CliPage, DataKeepsEveryStrideSampleOfTheExport) {
                     wrong += std::memcmp(&kept, &expected, sizeof kept) != 0;
                 }
             EXPECT_EQ(wrong, 0);
+            if (!basekit::host::CanReadPng()) continue;  // a build that only writes PNGs
             const basekit::host::Image thumb =
                 basekit::host::ReadImage(out / "data" / (std::string(name) + ".png"));
             EXPECT_EQ(thumb.channels, 3);
