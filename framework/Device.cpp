@@ -242,6 +242,16 @@ PacketRef Device::WorkingInput(const BuildContext& context, uint32_t kinds) {
     return packet;
 }
 
+bool Device::HeightFieldPair(const BuildContext& context, PacketRef& a, PacketRef& b) {
+    a = InputPacket(context, 0);
+    b = InputPacket(context, 1);
+    if (!a || !b) return false;
+    a = ConvertPacket(a, kHeightField);
+    b = ConvertPacket(b, kHeightField);
+    CheckSameShape(*a, *b);
+    return true;
+}
+
 void Device::StoreOutput(const BuildContext& context, const PacketRef& packet, uint32_t index) {
     if (!packet) return;
     SetPacketName(*packet, GetName());

@@ -138,6 +138,10 @@ public:
     // private copy of input 0. With `kinds` kHeightField alone a bitmap is read
     // as a height field; null when the input is missing or of another kind.
     PacketRef WorkingInput(const BuildContext& context, uint32_t kinds);
+    // Private copies of inputs 0 and 1 as height fields of one shape (a
+    // bitmap reads as grey); false when either is missing. Throws
+    // QXException when their shapes differ.
+    bool HeightFieldPair(const BuildContext& context, PacketRef& a, PacketRef& b);
     // Names `packet` after the instance and stores it on output `index`.
     void StoreOutput(const BuildContext& context, const PacketRef& packet, uint32_t index);
 

@@ -292,7 +292,7 @@ TEST(ExrRead, Formats) {
 #endif  // BASEKIT64_HAVE_OPENEXR
 
 #ifdef BASEKIT64_HAVE_TIFF
-struct TiffSpec {
+struct TiffLayout {
     const char* name;
     uint16_t bits, format, perPixel, planar;
     uint32_t tile;  // 0: strips of 3 rows
@@ -300,14 +300,14 @@ struct TiffSpec {
 };
 
 // Sample s of pixel p, in the file's own units.
-double TiffValue(const TiffSpec& t, size_t p, int s) {
+double TiffValue(const TiffLayout& t, size_t p, int s) {
     if (t.format == SAMPLEFORMAT_IEEEFP) return std::sin(double(p) * 0.7 + s) * 100.0 + 0.125 * s;
     if (t.format == SAMPLEFORMAT_INT) return double(int(p * 37 + s * 11) % 200) - 100.0;
     return double((p * 7919 + s * 131) % (t.bits == 8 ? 256 : t.bits == 16 ? 65536 : 100000));
 }
 
 // A TIFF made with libtiff itself (and GeoTIFF tags when `geo` sets them).
-void WriteTiffDirect(const fs::path& path, const TiffSpec& t, uint32_t width, uint32_t height,
+void WriteTiffDirect(const fs::path& path, const TiffLayout& t, uint32_t width, uint32_t height,
                      const std::function<void(TIFF*)>& geo = {}) {
     TIFF* tif = XTIFFOpen(path.string().c_str(), "w");
     ASSERT_NE(tif, nullptr);
@@ -379,7 +379,7 @@ void WriteTiffDirect(const fs::path& path, const TiffSpec& t, uint32_t width, ui
 }
 
 TEST(TiffRead, SampleTypesAndLayouts) {
-    const TiffSpec specs[] = {
+    const TiffLayout layouts[] = {
         {"uint16 grey strips", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0},
         {"uint16 grey tiles", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 16},
         {"uint16 grey deflate", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0,
@@ -394,7 +394,7 @@ TEST(TiffRead, SampleTypesAndLayouts) {
     constexpr uint32_t width = 37, height = 21;  // partial tiles and strips at the edges
     TempDir dir;
     const fs::path path = dir / "in.tif";
-    for (const TiffSpec& t : specs) {
+    for (const TiffLayout& t : layouts) {
         SCOPED_TRACE(t.name);
         WriteTiffDirect(path, t, width, height);
         const Image image = ReadTiff(path);
@@ -412,9 +412,9 @@ TEST(TiffRead, SampleTypesAndLayouts) {
             }
         EXPECT_EQ(ReadImage(fs::path(dir / "in.tif"), 1).channels, 1);
     }
-    const TiffSpec refused[] = {{"int16", 16, SAMPLEFORMAT_INT, 1, PLANARCONFIG_CONTIG, 0},
+    const TiffLayout refused[] = {{"int16", 16, SAMPLEFORMAT_INT, 1, PLANARCONFIG_CONTIG, 0},
                                 {"uint32", 32, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0}};
-    for (const TiffSpec& t : refused) {
+    for (const TiffLayout& t : refused) {
         SCOPED_TRACE(t.name);
         WriteTiffDirect(path, t, 4, 4);
         const std::string message = ErrorOf([&] { ReadTiff(path); });
@@ -425,7 +425,7 @@ TEST(TiffRead, SampleTypesAndLayouts) {
 
 // The extent of files georeferenced as GIS tools write them.
 TEST(TiffRead, GeoExtentOfAreaAndPointRasters) {
-    const TiffSpec t{"uint16", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0};
+    const TiffLayout t{"uint16", 16, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0};
     const double ties[6] = {0, 0, 0, 1000, 2000, 0}, scale[3] = {10, 5, 0};
     auto tieAndScale = [&](short rasterType) {
         return [&, rasterType](TIFF* tif) {

@@ -78,12 +78,8 @@ void ChooseHeights(float* a, const float* b, float* mask, uint64_t begin, uint64
 }
 
 bool HeightCombiner::Build(const BuildContext& context) {
-    PacketRef a = InputPacket(context, 0);
-    PacketRef b = InputPacket(context, 1);
-    if (!a || !b) return false;
-    a = ConvertPacket(a, kHeightField);
-    b = ConvertPacket(b, kHeightField);
-    CheckSameShape(*a, *b);
+    PacketRef a, b;
+    if (!HeightFieldPair(context, a, b)) return false;
     const int32_t keep = ParamInt(this, "Keep");
     const float transition = ParamFloat(this, "Transition");
     PacketRef mask = NewPacketLike(*a, kHeightField);

@@ -21,12 +21,8 @@ TrueCombiner::TrueCombiner() {
 }
 
 bool TrueCombiner::Build(const BuildContext& context) {
-    PacketRef a = InputPacket(context, 0);
-    PacketRef b = InputPacket(context, 1);
-    if (!a || !b) return false;
-    a = ConvertPacket(a, kHeightField);
-    b = ConvertPacket(b, kHeightField);
-    CheckSameShape(*a, *b);
+    PacketRef a, b;
+    if (!HeightFieldPair(context, a, b)) return false;
     const int32_t operation = ParamInt(this, "Operation");
     const float amount = ParamFloat(this, "Amount");
     const CombinePlane plane{a->samples, b->samples, a->grid.width, 1};
