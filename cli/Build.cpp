@@ -434,11 +434,16 @@ bool ProcessAlive(long id) {
 // it ends; an interrupted build takes its folder away, a killed one leaves it
 // for the next build to remove. Staging folders of builds still running are
 // left alone.
+//
+// The move itself is undoable: a journal names every entry first, each old
+// entry is moved aside into the staging folder before the new one goes in,
+// and the journal is removed once all are in. A build killed while moving
+// leaves the journal, and the next build puts the old entries back.
 class StagingFolder {
 public:
     static constexpr const char* kPrefix = ".orogen-staging-";
 
-    explicit StagingFolder(const fs::path& outputDir) {
+    explicit StagingFolder(const fs::path& outputDir) : outputDir(outputDir) {
         RemoveLeftovers(outputDir);
         std::error_code error;
         bool created = false;
@@ -459,7 +464,78 @@ public:
     }
     const fs::path& Path() const { return folder; }
 
+    // Everything staged goes into place, manifest.json last, and `removed`
+    // leaves the output folder; on failure the folder is put back as it was.
+    void Commit(const std::vector<std::string>& removed) {
+        std::vector<std::string> added;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+            const std::string name = entry.path().filename().string();
+            if (name != kJournal && name != kAside) added.push_back(name);
+        }
+        std::sort(added.begin(), added.end(), [](const std::string& a, const std::string& b) {
+            return (a == "manifest.json") < (b == "manifest.json") ||
+                   ((a == "manifest.json") == (b == "manifest.json") && a < b);
+        });
+        basekit::host::WriteTextFile(folder / kJournal,
+                                     json{{"added", added}, {"removed", removed}}.dump() + "\n");
+        std::string failure;
+        std::error_code error;
+        fs::create_directory(folder / kAside, error);
+        for (size_t i = 0; i < added.size() + removed.size() && !error; ++i) {
+            const bool adding = i < added.size();
+            const std::string& name = adding ? added[i] : removed[i - added.size()];
+            if (fs::symlink_status(outputDir / name, error).type() != fs::file_type::not_found)
+                fs::rename(outputDir / name, folder / kAside / name, error);
+            else
+                error.clear();
+            if (!error && adding) fs::rename(folder / name, outputDir / name, error);
+            if (error) failure = "cannot move " + name + " into " + outputDir.string() + ": " + error.message();
+        }
+        if (failure.empty()) {
+            fs::remove(folder / kJournal, error);  // done: what is aside goes with the folder
+            return;
+        }
+        if (!Undo(folder, outputDir)) {
+            failure += "; the previous files are kept in " + folder.string();
+            folder.clear();
+        }
+        throw std::runtime_error(failure);
+    }
+
 private:
+    static constexpr const char* kJournal = ".moving.json";
+    static constexpr const char* kAside = ".previous";
+
+    // Puts back what a commit in `staging` had moved; false where something
+    // could not be, so that the folder holding it is kept.
+    static bool Undo(const fs::path& staging, const fs::path& outputDir) try {
+        std::ifstream file(staging / kJournal, std::ios::binary);
+        const json journal = json::parse(file, nullptr, false);
+        if (!journal.is_object()) return false;
+        bool whole = true;
+        std::error_code error;
+        for (const json& entry : journal.value("added", json::array())) {
+            const std::string name = entry.get<std::string>();
+            // Moved in already: it is no longer staged, but is in the output folder.
+            if (fs::symlink_status(staging / name, error).type() == fs::file_type::not_found &&
+                fs::symlink_status(outputDir / name, error).type() != fs::file_type::not_found) {
+                fs::remove_all(outputDir / name, error);
+                whole = whole && !error;
+            }
+        }
+        for (const char* list : {"added", "removed"})
+            for (const json& entry : journal.value(list, json::array())) {
+                const fs::path aside = staging / kAside / entry.get<std::string>();
+                if (fs::symlink_status(aside, error).type() == fs::file_type::not_found) continue;
+                fs::rename(aside, outputDir / entry.get<std::string>(), error);
+                whole = whole && !error;
+            }
+        if (whole) fs::remove(staging / kJournal, error);
+        return whole;
+    } catch (const std::exception&) {
+        return false;  // a journal not of our making
+    }
+
     static void RemoveLeftovers(const fs::path& outputDir) {
         std::error_code error;
         for (const fs::directory_entry& entry : fs::directory_iterator(outputDir, error)) {
@@ -473,10 +549,17 @@ private:
                 owner <= 0 || ProcessAlive(owner))
                 continue;
             std::error_code ignored;
+            // Killed while moving into place: the old entries go back first.
+            if (fs::exists(entry.path() / kJournal, ignored) && !Undo(entry.path(), outputDir)) {
+                std::fprintf(stderr, "orogen: warning: a killed build's files could not all be put back; "
+                                     "the rest are in %s\n", entry.path().string().c_str());
+                continue;
+            }
             fs::remove_all(entry.path(), ignored);
         }
     }
 
+    fs::path outputDir;
     fs::path folder;
 };
 
@@ -536,7 +619,7 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     // caller writes each export after its device.
     StagingFolder staging(settings.outputDir);
     std::optional<PageWriter> page;
-    if (settings.html) page.emplace(settings.outputDir, network.world, settings.pageFiles);
+    if (settings.html) page.emplace(staging.Path(), network.world, settings.pageFiles);
     Exporter exporter(network.GetHost().Workers(), settings, network.world, staging.Path(), threads - 1,
                       page ? &*page : nullptr);
     options.onDeviceDone = [&](const DeviceReport& done) {
@@ -690,27 +773,10 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
                 stale.push_back(name);
         if (!stale.empty()) manifest["removed"] = stale;
     }
-    // Into place: the files, then the manifest that describes them.
-    std::vector<std::string> built;
-    for (const ExportJob& job : jobs)
-        for (const auto& [format, file] : job.files.items()) built.push_back(file.get<std::string>());
-    if (previewOf) built.push_back("preview.png");
-    for (const std::string& file : built) {
-        std::error_code error;
-        fs::rename(staging.Path() / file, settings.outputDir / file, error);
-        if (error)
-            throw std::runtime_error("cannot move " + file + " into " + settings.outputDir.string() + ": " +
-                                     error.message());
-    }
-    basekit::host::WriteTextFile(settings.outputDir / "manifest.json", manifest.dump(2) + "\n");
-    for (const std::string& name : stale) {
-        std::error_code error;
-        fs::remove(settings.outputDir / name, error);
-        if (error)
-            std::fprintf(stderr, "orogen: --clean: cannot remove %s: %s\n",
-                         (settings.outputDir / name).string().c_str(), error.message().c_str());
-    }
+    // Into place: the files and the page, then the manifest that describes them.
+    basekit::host::WriteTextFile(staging.Path() / "manifest.json", manifest.dump(2) + "\n");
     if (page) page->Finish(manifest);
+    staging.Commit(stale);
 
     if (!settings.quiet) {
         PrintSummary(network, report);

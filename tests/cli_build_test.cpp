@@ -350,10 +350,20 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     // What the build does not own stays, temporaries of the user included.
     WriteText(dir / "out" / "notes.tmp-1", "mine");
     fs::create_directory(dir / "out" / ".orogen-staging-notes");
+    WriteText(dir / "out" / "old.r32", "old");
     std::vector<std::string> goodListing = ListFolder(dir / "out");
     // A killed build's staging folder (its process is gone) is removed.
     fs::create_directory(dir / "out" / ".orogen-staging-4194305-1");
     WriteText(dir / "out" / ".orogen-staging-4194305-1" / "hill.r32", "half");
+    // One killed while moving into place: what it moved in goes, what it
+    // moved aside comes back.
+    const fs::path moving = dir / "out" / ".orogen-staging-4194305-2";
+    fs::create_directories(moving / ".previous");
+    WriteText(moving / ".moving.json", R"({"added": ["notes.tmp-1", "scan.png"], "removed": ["old.r32"]})");
+    fs::rename(dir / "out" / "notes.tmp-1", moving / ".previous" / "notes.tmp-1");
+    WriteText(dir / "out" / "notes.tmp-1", "new");
+    fs::rename(dir / "out" / "old.r32", moving / ".previous" / "old.r32");
+    WriteText(moving / "scan.png", "not moved yet");
 
     // The input goes away: that device fails, the other still builds.
     fs::remove(dir / "input.r32");
@@ -363,6 +373,8 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     EXPECT_EQ(ReadText(dir / "out" / "scan.r32"), goodScan);
     EXPECT_EQ(ReadText(dir / "out" / "scan.png"), goodPng);
     EXPECT_EQ(ListFolder(dir / "out"), goodListing);  // no temporary left behind
+    EXPECT_EQ(ReadText(dir / "out" / "notes.tmp-1"), "mine");
+    EXPECT_EQ(ReadText(dir / "out" / "old.r32"), "old");
 
     manifest = json::parse(ReadText(dir / "out" / "manifest.json"));
     ASSERT_EQ(manifest["outputs"].size(), 2u);
