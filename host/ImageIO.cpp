@@ -1140,18 +1140,31 @@ Image ReadExr(const fs::path& path) {
             Fail("image too large (" + std::to_string(width) + "x" + std::to_string(height) + ")");
         }
 
-        Image image{int32_t(width), int32_t(height), channels,
-                    std::vector<float>(size_t(width * height * channels))};
-        Imf::FrameBuffer frame;
-        const size_t xStride = sizeof(float) * channels;
-        const size_t yStride = xStride * size_t(width);
-        char* base = reinterpret_cast<char*>(image.samples.data());
-        for (size_t c = 0; c < names.size(); ++c) {
-            frame.insert(names[c], Imf::Slice::Make(Imf::FLOAT, base + c * sizeof(float), window,
-                                                    xStride, yStride));
+        // A file that could hold its pixels at deflate's best ratio is read at
+        // once; one whose header claims more is read a band at a time, so that
+        // a header alone never allocates what its data cannot fill.
+        constexpr uint64_t kDeflateBestRatio = 1100;  // deflate shrinks no data more
+        const uint64_t bytes = fs::file_size(path);
+        const uint64_t total = uint64_t(width) * uint64_t(height) * channels;
+        const bool plausible = total * 2 <= bytes * kDeflateBestRatio;
+        const int64_t rowSamples = width * channels;
+        const int64_t band =
+            plausible ? height : 256 * std::max<int64_t>(1, (int64_t{1} << 22) / (rowSamples * 256));
+        Image image{int32_t(width), int32_t(height), channels, {}};
+        for (int64_t first = 0; first < height; first += band) {
+            const int64_t last = std::min(height, first + band) - 1;
+            image.samples.resize(size_t((last + 1) * rowSamples));
+            Imf::FrameBuffer frame;
+            const size_t xStride = sizeof(float) * channels;
+            const size_t yStride = xStride * size_t(width);
+            char* base = reinterpret_cast<char*>(image.samples.data());
+            for (size_t c = 0; c < names.size(); ++c) {
+                frame.insert(names[c], Imf::Slice::Make(Imf::FLOAT, base + c * sizeof(float), window,
+                                                        xStride, yStride));
+            }
+            file.setFrameBuffer(frame);
+            file.readPixels(window.min.y + int(first), window.min.y + int(last));
         }
-        file.setFrameBuffer(frame);
-        file.readPixels(window.min.y, window.max.y);
         return image;
     } catch (const std::exception& e) {
         Fail(OnFile("read", "EXR", path) + e.what());
