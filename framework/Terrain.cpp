@@ -37,11 +37,4 @@ void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, f
                            gy);
 }
 
-void SlopeNormal(float gx, float gy, float normal[3]) {
-    float length = std::sqrt(gx * gx + gy * gy + 1.0f);
-    normal[0] = gx / length;
-    normal[1] = gy / length;
-    normal[2] = 1.0f / length;
-}
-
 }  // namespace Orogen

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -42,8 +44,29 @@ int32_t ScaleIndependent(int32_t samples, const Grid& grid);
 void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, float& gx,
                  float& gy);
 
-// Unit normal (gx, gy, 1) / |(gx, gy, 1)|.
-void SlopeNormal(float gx, float gy, float normal[3]);
+// Beyond this a slope's square may overflow.
+constexpr float kSteepSlope = 0x1p60f;
+
+// Unit normal (gx, gy, 1) / |(gx, gy, 1)|. Steeper slopes, infinite ones
+// included, are scaled by the larger part first, so that no slope gives NaN.
+// Inline, so that row loops over it vectorise.
+inline void SlopeNormal(float gx, float gy, float normal[3]) {
+    if (std::fabs(gx) <= kSteepSlope && std::fabs(gy) <= kSteepSlope) {
+        const float length = std::sqrt(gx * gx + gy * gy + 1.0f);
+        normal[0] = gx / length;
+        normal[1] = gy / length;
+        normal[2] = 1.0f / length;
+        return;
+    }
+    gx = std::clamp(gx, -FLT_MAX, FLT_MAX);
+    gy = std::clamp(gy, -FLT_MAX, FLT_MAX);
+    const float scale = std::max(std::fabs(gx), std::fabs(gy));
+    const float x = gx / scale, y = gy / scale, z = 1.0f / scale;
+    const float length = std::sqrt(x * x + y * y + z * z);
+    normal[0] = x / length;
+    normal[1] = y / length;
+    normal[2] = z / length;
+}
 
 // One axis of a bilinear sample at f over 0 .. size-1: the integer part by
 // truncation toward zero, its two neighbours clamped into the range, and

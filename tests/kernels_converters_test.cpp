@@ -159,9 +159,17 @@ TEST(ColourKernels, NormalsMatchTheSlopeOfEachSample) {
         int32_t width, height;
         double extent, vertical;
         float flipX, flipY;
-    } cases[] = {{23, 17, 1.0, 1.0, -1, -1}, {23, 17, 0.1, 3.0, 1, -1}, {64, 3, 1.0, 1e6, -1, 1},
-                 {5, 40, 4.0, 0.5, -1, 1},   {1, 9, 1.0, 1.0, 1, 1},    {9, 1, 0.05, 2.0, -1, -1},
-                 {1, 1, 1.0, 1.0, -1, -1},   {2, 2, 1.0, 8.0, 1, 1}};
+    } cases[] = {{23, 17, 1.0, 1.0, -1, -1},
+                 {23, 17, 0.1, 3.0, 1, -1},
+                 {64, 3, 1.0, 1e6, -1, 1},
+                 {5, 40, 4.0, 0.5, -1, 1},
+                 {1, 9, 1.0, 1.0, 1, 1},
+                 {9, 1, 0.05, 2.0, -1, -1},
+                 {1, 1, 1.0, 1.0, -1, -1},
+                 {2, 2, 1.0, 8.0, 1, 1},
+                 // Squares of the slopes overflow; the slopes themselves do.
+                 {23, 17, 1.0, 1e20, -1, -1},
+                 {23, 17, 0.01, 3e38, 1, 1}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " extent " << c.extent);
         const std::vector<float> heights =

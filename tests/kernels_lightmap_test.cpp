@@ -233,7 +233,8 @@ TEST(LightKernels, TermsOnFlatGround) {
 TEST(LightKernels, EveryVectorPathGivesThePlainBits) {
     const int32_t w = 45, h = 13;
     std::vector<float> t = RoughTerrain(w, h, 11);
-    t[100] = NAN;  // NaN slopes: soft clipping falls back to Exp on that row
+    t[100] = NAN;    // NaN slopes: soft clipping falls back to Exp on that row
+    t[200] = 3e38f;  // slopes whose squares overflow: still lit, no NaN
     std::vector<float> shadow = RoughTerrain(w, h, 12);
     Orogen::Grid grid;
     grid.width = w;
@@ -262,6 +263,8 @@ TEST(LightKernels, EveryVectorPathGivesThePlainBits) {
                 LightRows(setup, t.data(), grid, s, 0, h - 1, plain.data(), VectorPath::Plain);
                 LightRows(setup, t.data(), grid, s, 0, h - 1, vector.data(), path);
                 EXPECT_TRUE(SameBits(plain, vector));
+                for (size_t i = 3 * w * (setup.colour ? 3 : 1); i < plain.size(); ++i)
+                    ASSERT_FALSE(std::isnan(plain[i])) << i;
                 // The plain rows are the formulas sample by sample.
                 const size_t at = 7 * w + 19;
                 float gx, gy, n[3];

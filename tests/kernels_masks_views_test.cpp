@@ -372,7 +372,8 @@ TEST(MasksViewsPaths, SplatsAndViewsAreThePlainBitsAndTheBoundsNeverChangeAWeigh
     });
     for (const auto& [angle, transition, vertical] :
          {std::tuple{35, 0.05f, 0.02}, std::tuple{35, 0.0f, 0.05}, std::tuple{0, 0.1f, 0.01},
-          std::tuple{80, 0.3f, 1.0}, std::tuple{90, 0.0f, 5.0}, std::tuple{10, 0.5f, 0.01}}) {
+          std::tuple{80, 0.3f, 1.0}, std::tuple{90, 0.0f, 5.0}, std::tuple{10, 0.5f, 0.01},
+          std::tuple{45, 0.1f, 1e37}}) {
         SCOPED_TRACE(::testing::Message() << angle << " " << transition << " " << vertical);
         const Orogen::Grid grid = UnitGrid(w, hgt, vertical);
         std::vector<float> plain(h.size() * 3);

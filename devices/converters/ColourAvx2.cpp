@@ -8,6 +8,7 @@
 
 #include "devices/converters/ColourPaths.h"
 #include "devices/converters/PixelsAvx2.h"
+#include "framework/Vectors.h"
 
 namespace basekit::colour {
 namespace {
@@ -123,16 +124,15 @@ BASEKIT_TARGET_AVX2 int64_t SplitHsbAvx2(const float* rgb, int64_t count, float*
 
 BASEKIT_TARGET_AVX2 int32_t EncodeNormalsAvx2(const float* gx, const float* gy, int32_t count,
                                               float halfX, float halfY, float* rgb) {
-    const __m256 one = _mm256_set1_ps(1.0f), half = _mm256_set1_ps(0.5f);
+    const __m256 half = _mm256_set1_ps(0.5f);
     const __m256 hx = _mm256_set1_ps(halfX), hy = _mm256_set1_ps(halfY);
     int32_t x = 0;
     for (; x + 8 <= count; x += 8) {
-        const __m256 X = _mm256_loadu_ps(gx + x), Y = _mm256_loadu_ps(gy + x);
-        const __m256 len = _mm256_sqrt_ps(
-            _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(X, X), _mm256_mul_ps(Y, Y)), one));
-        const __m256 r = Clamp01(_mm256_add_ps(_mm256_mul_ps(hx, _mm256_div_ps(X, len)), half));
-        const __m256 g = Clamp01(_mm256_add_ps(_mm256_mul_ps(hy, _mm256_div_ps(Y, len)), half));
-        const __m256 b = Clamp01(_mm256_add_ps(_mm256_mul_ps(half, _mm256_div_ps(one, len)), half));
+        __m256 X, Y, Z;
+        SlopeNormal8(_mm256_loadu_ps(gx + x), _mm256_loadu_ps(gy + x), X, Y, Z);
+        const __m256 r = Clamp01(_mm256_add_ps(_mm256_mul_ps(hx, X), half));
+        const __m256 g = Clamp01(_mm256_add_ps(_mm256_mul_ps(hy, Y), half));
+        const __m256 b = Clamp01(_mm256_add_ps(_mm256_mul_ps(half, Z), half));
         StorePixels(rgb + 3 * x, r, g, b);
     }
     return x;

@@ -6,6 +6,7 @@
 
 #include "devices/converters/ColourPaths.h"
 #include "framework/Neighbourhood.h"
+#include "framework/Terrain.h"
 
 namespace basekit {
 
@@ -140,10 +141,11 @@ void NormalRows(const NormalSetup& s, int32_t first, int32_t last, float* rgb, V
         int32_t x =
             avx2 ? colour::EncodeNormalsAvx2(gx.data(), gy.data(), width, halfX, halfY, out) : 0;
         for (; x < width; ++x) {
-            const float len = std::sqrt(gx[x] * gx[x] + gy[x] * gy[x] + 1.0f);
-            out[3 * x] = std::clamp(halfX * (gx[x] / len) + 0.5f, 0.0f, 1.0f);
-            out[3 * x + 1] = std::clamp(halfY * (gy[x] / len) + 0.5f, 0.0f, 1.0f);
-            out[3 * x + 2] = std::clamp(0.5f * (1.0f / len) + 0.5f, 0.0f, 1.0f);
+            float n[3];
+            Orogen::SlopeNormal(gx[x], gy[x], n);
+            out[3 * x] = std::clamp(halfX * n[0] + 0.5f, 0.0f, 1.0f);
+            out[3 * x + 1] = std::clamp(halfY * n[1] + 0.5f, 0.0f, 1.0f);
+            out[3 * x + 2] = std::clamp(0.5f * n[2] + 0.5f, 0.0f, 1.0f);
         }
     }
 }

@@ -15,6 +15,7 @@
 #include "devices/converters/LightKernels.h"
 #include "framework/Neighbourhood.h"
 #include "framework/PortableMath.h"
+#include "framework/Terrain.h"
 
 namespace basekit::light {
 
@@ -51,14 +52,26 @@ void LightRowsOf(const LightSetup& s, const float* heights, const Orogen::Grid& 
         const float* lit = shadow ? shadow + row : ones.data();
         float* d = direct.data();
         float* k = sky.data();
-        for (int32_t x = 0; x < width; ++x) {
-            const float len = std::sqrt(gx[x] * gx[x] + gy[x] * gy[x] + 1.0f);
-            const float nx = gx[x] / len, ny = gy[x] / len, nz = 1.0f / len;
+        const auto shade = [&](int32_t x, float nx, float ny, float nz) {
             const float facing = std::max(0.0f, nx * l0 + ny * l1 + nz * l2) * lit[x] * diffuse;
             d[x] = withDirect ? facing : lit[x];
             const float open = skyLevel * std::max(0.0f, (2.0f * nz + 1.0f) / 3.0f);
             k[x] = withSky ? open : 0.0f;
+        };
+        int32_t steep = 0;
+        for (int32_t x = 0; x < width; ++x) {
+            const float len = std::sqrt(gx[x] * gx[x] + gy[x] * gy[x] + 1.0f);
+            shade(x, gx[x] / len, gy[x] / len, 1.0f / len);
+            steep |= static_cast<int32_t>(!(std::fabs(gx[x]) <= Orogen::kSteepSlope)) |
+                     static_cast<int32_t>(!(std::fabs(gy[x]) <= Orogen::kSteepSlope));
         }
+        // Slopes whose squares may overflow: the row again through the scaled normal.
+        if (steep)
+            for (int32_t x = 0; x < width; ++x) {
+                float normal[3];
+                Orogen::SlopeNormal(gx[x], gy[x], normal);
+                shade(x, normal[0], normal[1], normal[2]);
+            }
         int32_t bad = 0;
         if (!s.colour) {
             float* o = out + row;

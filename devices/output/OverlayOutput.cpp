@@ -9,6 +9,7 @@
 #include "framework/Neighbourhood.h"
 #include "framework/Ramps.h"
 #include "framework/Terrain.h"
+#include "framework/Vectors.h"
 
 namespace basekit {
 
@@ -56,19 +57,17 @@ namespace {
 BASEKIT_TARGET_AVX2 int32_t OverlayRowAvx2(const OverlaySetup& s, const float* gx, const float* gy,
                                            const float* h, const float* overlay, int32_t width,
                                            float* out) {
-    const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f);
+    const __m256 zero = _mm256_setzero_ps();
     const __m256 L0 = _mm256_set1_ps(s.light[0]), L1 = _mm256_set1_ps(s.light[1]),
                  L2 = _mm256_set1_ps(s.light[2]);
     const __m256 keep = _mm256_set1_ps(1.0f - s.opacity), opacity = _mm256_set1_ps(s.opacity);
     const __m256 flat = _mm256_set1_ps(1.0f - s.shading), shading = _mm256_set1_ps(s.shading);
     int32_t x = 0;
     for (; x + 8 <= width; x += 8) {
-        const __m256 X = _mm256_loadu_ps(gx + x), Y = _mm256_loadu_ps(gy + x);
-        const __m256 len = _mm256_sqrt_ps(
-            _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(X, X), _mm256_mul_ps(Y, Y)), one));
-        const __m256 lit = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_div_ps(X, len), L0),
-                                                       _mm256_mul_ps(_mm256_div_ps(Y, len), L1)),
-                                         _mm256_mul_ps(_mm256_div_ps(one, len), L2));
+        __m256 X, Y, Z;
+        SlopeNormal8(_mm256_loadu_ps(gx + x), _mm256_loadu_ps(gy + x), X, Y, Z);
+        const __m256 lit = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(X, L0), _mm256_mul_ps(Y, L1)),
+                                         _mm256_mul_ps(Z, L2));
         // std::max(0, lit): a NaN gives 0.
         const __m256 factor = _mm256_add_ps(flat, _mm256_mul_ps(shading, _mm256_max_ps(lit, zero)));
         const __m256 grey = _mm256_loadu_ps(h + x);
