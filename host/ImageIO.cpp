@@ -1148,8 +1148,10 @@ Image ReadExr(const fs::path& path) {
         const uint64_t total = uint64_t(width) * uint64_t(height) * channels;
         const bool plausible = total * 2 <= bytes * kDeflateBestRatio;
         const int64_t rowSamples = width * channels;
-        const int64_t band =
-            plausible ? height : 256 * std::max<int64_t>(1, (int64_t{1} << 22) / (rowSamples * 256));
+        // Bands of about 4 Mi samples, whole chunks where they hold many.
+        int64_t band = std::max<int64_t>(1, (int64_t{1} << 22) / rowSamples);
+        if (band >= 256) band -= band % 256;
+        if (plausible) band = height;
         Image image{int32_t(width), int32_t(height), channels, {}};
         for (int64_t first = 0; first < height; first += band) {
             const int64_t last = std::min(height, first + band) - 1;
