@@ -578,7 +578,10 @@ int BuildAndExport(Project& project, const BuildSettings& settings) {
     if (settings.clean) previous = PreviousFiles(settings.outputDir);
 
     uint32_t threads = settings.threads ? settings.threads : std::max(1u, std::thread::hardware_concurrency());
-    basekit::host::SetExrThreads(threads > 1 ? static_cast<int>(threads) : 0);
+    const std::string exrThreads = basekit::host::SetExrThreads(threads > 1 ? static_cast<int>(threads) : 0);
+    if (!exrThreads.empty())
+        std::fprintf(stderr, "orogen: warning: no threads could be started for EXR files (%s); they are written on the build's\n",
+                     exrThreads.c_str());
     ProgressLine progress(stderr, !settings.quiet && isatty(fileno(stderr)));
     basekit::host::BuildOptions options;
     options.workers = threads - 1;

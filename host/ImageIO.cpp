@@ -952,13 +952,23 @@ void WriteStoredPng(const fs::path& path, const ImageView& image, int bitDepth) 
     WriteStoredPngRange(path, image, bitDepth, {});
 }
 
-void SetExrThreads(int threads) {
+std::string SetExrThreads(int threads) {
 #ifdef BASEKIT64_HAVE_OPENEXR
-    if (Imf::globalThreadCount() != std::max(threads, 0))
-        Imf::setGlobalThreadCount(std::max(threads, 0));
+    try {
+        if (Imf::globalThreadCount() != std::max(threads, 0))
+            Imf::setGlobalThreadCount(std::max(threads, 0));
+    } catch (const std::exception& e) {
+        try {
+            Imf::setGlobalThreadCount(0);
+        } catch (const std::exception&) {
+            // none were started: nothing to stop
+        }
+        return e.what();
+    }
 #else
     static_cast<void>(threads);
 #endif
+    return {};
 }
 
 void WriteExr(const fs::path& path, const ImageView& image, const std::string& heightChannel) {

@@ -144,7 +144,9 @@ void WriteEnviHeader(const std::filesystem::path& path, const ImageView& image,
 
 // OpenEXR's process-wide thread count for compressing blocks (0: none). Set
 // it before writing, not while a write runs. Does nothing without OpenEXR.
-void SetExrThreads(int threads);
+// Where the threads cannot be started, EXR files go without them and the
+// reason is returned; empty otherwise.
+std::string SetExrThreads(int threads);
 
 // Reads a raw float32 file; its size must be exactly
 // width * height * channels * 4 bytes.

@@ -168,6 +168,23 @@ TEST(CliBuild, StreamedExportsAreTheSameOnEveryThreadCountAndBudget) {
                 << file << " differs with " << runs[r][1] << " threads";
         }
     }
+#ifndef _WIN32
+    // No thread to be had: warnings, then the same files on one thread.
+    if (const std::string launcher = ThreadlessLauncher(); !launcher.empty()) {
+        fs::permissions(dir.path(), fs::perms::all, fs::perm_options::add);
+        // The leak checker needs a thread of its own.
+        RunResult run = RunOrogen({"build", "net.json", "-o", "threadless", "-q", "--threads", "4"},
+                                  dir.path(), "BASEKIT64_MODULE= ASAN_OPTIONS=detect_leaks=0", launcher);
+        ASSERT_EQ(run.code, 0) << run.err;
+        for (const char* says : {"worker threads could be started", "export threads could be started"})
+            EXPECT_NE(run.err.find(says), std::string::npos) << run.err;
+        ASSERT_EQ(ListFolder(dir / "threadless"), first);
+        for (const std::string& file : first) {
+            if (file == "manifest.json") continue;
+            EXPECT_TRUE(ReadText(dir / "threadless" / file) == ReadText(dir / "out0" / file)) << file;
+        }
+    }
+#endif
     // What each option changes, and what it leaves.
     const struct {
         std::vector<std::string> args;

@@ -140,14 +140,16 @@ inline std::string Quote(const std::string& text) {
     return quoted + "'";
 }
 
-// Runs orogen with `args` in `workDir`; `env` is prefixed as NAME=value words.
+// Runs orogen with `args` in `workDir`; `env` is prefixed as NAME=value words,
+// `launcher` (a command that runs the rest) before the program.
 inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path& workDir,
-                           const std::string& env = "BASEKIT64_MODULE=") {
+                           const std::string& env = "BASEKIT64_MODULE=",
+                           const std::string& launcher = "") {
     static int serial = 0;
     const std::string captured = (fs::temp_directory_path() / "orogen-run-").string() +
                                  std::to_string(::getpid()) + "-" + std::to_string(serial++);
-    std::string command = "cd " + Quote(workDir.string()) + " && env " + env + " " +
-                          Quote(OrogenPath().string());
+    std::string command = "cd " + Quote(workDir.string()) + " && env " + env + " " + launcher +
+                          " " + Quote(OrogenPath().string());
     for (const std::string& arg : args) {
         command += ' ';
         command += Quote(arg);
@@ -163,6 +165,18 @@ inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path&
     fs::remove(captured + ".out");
     fs::remove(captured + ".err");
     return result;
+}
+
+// A launcher under which the program can start no thread: a limit of one
+// process for its user (root is exempt, so root runs it as nobody). Empty
+// where the tools are missing.
+inline std::string ThreadlessLauncher() {
+    const bool root = ::geteuid() == 0;
+    if (std::system(root ? "command -v setpriv >/dev/null && command -v prlimit >/dev/null"
+                         : "command -v prlimit >/dev/null") != 0)
+        return {};
+    return std::string(root ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") +
+           "prlimit --nproc=1 --";
 }
 
 #endif
