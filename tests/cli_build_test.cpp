@@ -410,6 +410,34 @@ TEST(CliBuild, DisabledOrFailedDeviceGivesExitThree) {
     EXPECT_TRUE(manifest["devices"][1].contains("message"));
 }
 
+#ifndef _WIN32
+// Ctrl-C in the middle of a long build: exit 130 and the folder as it was.
+TEST(CliBuild, InterruptedBuildLeavesTheFolderAsItWas) {
+    Scratch dir;
+    WriteText(dir / "net.json", R"({"world": {"resolution": [2049, 2049]},
+      "devices": [{"id": "cells", "type": "Voronoi"},
+                  {"id": "snow", "type": "Snow", "params": {"Snow Amount": 100}}],
+      "links": [{"from": "cells", "to": "snow", "input": 0}], "export": [{"device": "snow"}]})");
+    ASSERT_EQ(RunOrogen({"build", "net.json", "-o", "out", "-q", "--resolution", "33x33"}, dir.path()).code, 0);
+    const auto contents = [&] {
+        std::vector<std::string> files = ListFolder(dir / "out");
+        for (std::string& file : files) file += ": " + ReadText(dir / "out" / file);
+        return files;
+    };
+    const std::vector<std::string> before = contents();
+    // Signalled once its staging folder shows that the build has begun.
+    const std::string script =
+        "cd " + Quote(dir.path().string()) + " || exit 1; env BASEKIT64_MODULE= " + Quote(OrogenPath().string()) +
+        " build net.json -o out -q 2>/dev/null & pid=$!; i=0; "
+        "while [ $i -lt 400 ] && ! ls -d out/.orogen-staging-* >/dev/null 2>&1; do sleep 0.05; i=$((i+1)); done; "
+        "sleep 0.2; kill -INT $pid; wait $pid";
+    const int status = std::system(("sh -c " + Quote(script)).c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_TRUE(contents() == before);
+}
+#endif
+
 // The exit codes of the README's table: a device that fails makes 3 even
 // where no export reads it, a disabled one only where its export is missing;
 // --keep-going makes 0 of both, and the exports that could be written are.
