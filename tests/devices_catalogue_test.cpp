@@ -123,12 +123,38 @@ namespace {
 
 // Every module device, each real and integer parameter at its minimum, its
 // maximum and the smallest values of either sign in range (a width of 1e-45
-// is a width), inputs fed a ramp: finite inputs in range never give NaN or
-// infinity.
+// is a width), then with its defaults in worlds of extreme size and vertical
+// scale, inputs fed a ramp: finite inputs in range never give NaN or infinity.
 class ExtremeParameters : public HostTest {};
 
 TEST_F(ExtremeParameters, NoDeviceTurnsFiniteInputsInRangeIntoNaN) {
     size_t builds = 0;
+    const auto check = [&](const DeviceType& type, const char* name, double value, double extent,
+                           double vertical) {
+        SCOPED_TRACE(::testing::Message() << type.typeName << "." << name << " = " << value
+                                          << ", extent " << extent << ", vertical " << vertical);
+        std::unique_ptr<Network> network = MakeNetwork(9, 7);
+        network->world.x1 = extent;
+        network->world.y1 = extent;
+        network->world.verticalScale = vertical;
+        network->AddDevice("ramp", "Test Ramp");
+        Orogen::Device& device = network->AddDevice("d", type);
+        if (name) SetParameter(device, name, value);
+        host->Dialogs().Script(1);
+        device.EditSettings();
+        for (uint32_t i = 0; i < device.inputs.size(); ++i)
+            if (!device.inputs[i]->kind || (device.inputs[i]->kind & Orogen::kHeightField))
+                network->Connect("ramp", 0, "d", i);
+        BuildReport report = network->Build();
+        const DeviceReport* built = report.Find("d");
+        ASSERT_TRUE(built);
+        builds += built->status == BuildStatus::Built;
+        for (uint32_t k = 0; k < device.outputs.size(); ++k) {
+            Orogen::PacketRef packet = network->Output("d", k);
+            if (!packet || packet->GetKind() == Orogen::kParameterPacket) continue;
+            for (float v : SamplesOf(packet)) ASSERT_TRUE(std::isfinite(v)) << "output " << k;
+        }
+    };
     for (const DeviceType& type : host->Types()) {
         if (type.catalogueIndex < 0) continue;
         DeviceHandle probe(type);
@@ -142,34 +168,13 @@ TEST_F(ExtremeParameters, NoDeviceTurnsFiniteInputsInRangeIntoNaN) {
                     if (tiny >= low && tiny <= high) values.push_back(tiny);
             } else if (record.kind == Orogen::kParamInteger) {
                 values = {double(record.minimum.i), double(record.maximum.i)};
-            } else {
-                continue;
             }
-            for (double value : values) {
-                SCOPED_TRACE(::testing::Message()
-                             << type.typeName << "." << record.name << " = " << value);
-                std::unique_ptr<Network> network = MakeNetwork(9, 7);
-                network->world.x1 = 3.0;
-                network->AddDevice("ramp", "Test Ramp");
-                Orogen::Device& device = network->AddDevice("d", type);
-                SetParameter(device, record.name, value);
-                host->Dialogs().Script(1);
-                device.EditSettings();
-                for (uint32_t i = 0; i < device.inputs.size(); ++i)
-                    if (!device.inputs[i]->kind || (device.inputs[i]->kind & Orogen::kHeightField))
-                        network->Connect("ramp", 0, "d", i);
-                BuildReport report = network->Build();
-                const DeviceReport* built = report.Find("d");
-                ASSERT_TRUE(built);
-                builds += built->status == BuildStatus::Built;
-                for (uint32_t k = 0; k < device.outputs.size(); ++k) {
-                    Orogen::PacketRef packet = network->Output("d", k);
-                    if (!packet || packet->GetKind() == Orogen::kParameterPacket) continue;
-                    for (float v : SamplesOf(packet))
-                        ASSERT_TRUE(std::isfinite(v)) << "output " << k;
-                }
-            }
+            for (double value : values) check(type, record.name, value, 3.0, 1.0);
         }
+        // Slopes from nothing to beyond the largest float.
+        for (const auto& [extent, vertical] : {std::pair{1e-30, 1.0}, std::pair{1e30, 1.0},
+                                               std::pair{1.0, 1e30}, std::pair{1e-20, 1e20}})
+            check(type, nullptr, 0.0, extent, vertical);
     }
     EXPECT_GT(builds, 60u);
 }
