@@ -2,6 +2,7 @@
 // memory budgets and the world's mapping onto the build grid.
 #include <map>
 
+#include "TestHost.h"
 #include "framework/Exceptions.h"
 #include "host/FileInput.h"
 #include "host_test_support.h"
@@ -12,35 +13,7 @@ namespace {
 using NetworkTest = HostTest;
 
 std::string ErrorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const NetworkError& e) {
-        return e.what();
-    }
-    return "(no error)";
-}
-
-TEST_F(NetworkTest, AModuleDeviceBuildsOverTheWorld) {
-    auto network = MakeNetwork(17, 13);
-    network->world = World{-2.0, 1.0, 6.0, 3.5, 17, 13, 250.0};
-    Orogen::Device& constant = network->AddDevice("flat", "Constant");
-    constant.SetName("Flat");
-    Orogen::GetParameter(&constant, "Height")->f = 0.25f;
-    BuildReport report = network->Build();
-    ASSERT_EQ(report.devices.size(), 1u);
-    EXPECT_EQ(report.devices[0].status, BuildStatus::Built);
-    EXPECT_EQ(report.devices[0].processResult, 1);
-    EXPECT_GE(report.devices[0].seconds, 0.0);
-
-    Orogen::PacketRef out = network->Output("flat", 0);
-    ASSERT_TRUE(out);
-    EXPECT_EQ(SamplesOf(out), std::vector<float>(17 * 13, 0.25f));
-    EXPECT_STREQ(out->name, "Flat: slot 0");
-    // The packet carries the world's extent and vertical scale.
-    const Orogen::Grid& g = out->grid;
-    EXPECT_EQ(std::vector<double>({double(g.width), g.x0, g.y0, g.x1, g.y1, g.verticalScale}),
-              std::vector<double>({17, -2.0, 1.0, 6.0, 3.5, 250.0}));
-    EXPECT_FALSE(network->Output("flat", 1));
+    return basekit::testing::ThrownMessage<NetworkError>(action);
 }
 
 TEST_F(NetworkTest, SamplesMapOntoTheWorldByTheContextsSteps) {
@@ -142,78 +115,65 @@ TEST_F(NetworkTest, MisuseGivesClearErrors) {
 
 TEST_F(NetworkTest, FailuresStayWithTheirDeviceAndWhatDependsOnIt) {
     TempDir dir;
-    auto network = MakeNetwork(8, 8);
-    auto add = [&](const std::string& id, const char* type) -> Orogen::Device& {
-        return network->AddDevice(id, type);
-    };
-    add("fail", "Test Fail");
-    add("after-fail", "Test Add");
-    add("after-after", "Test Add");
-    add("throws-qx", "Test Fail").params.records[0].value.i = 1;
-    add("throws-std", "Test Fail").params.records[0].value.i = 2;
-    add("no-memory", "Test Fail").params.records[0].value.i = 3;
-    add("ramp", "Test Ramp");
-    add("after-ramp", "Test Add");
-    add("file", "File Input");
-    static_cast<FileInput&>(network->Get("file")).SetFile(dir / "missing.r32");
-    add("after-file", "Test Add");
-    add("off", "Test Ramp").enabled = 0;
-    add("after-off", "Test Add");
-    add("lonely", "Test Add");
-    add("param-from-fail", "Test Add");
-    add("ramp2", "Test Ramp");
-    network->Connect("fail", 0, "after-fail", 0);
-    network->Connect("after-fail", 0, "after-after", 0);
-    network->Connect("ramp", 0, "after-ramp", 0);
-    network->Connect("file", 0, "after-file", 0);
-    network->Connect("off", 0, "after-off", 0);
-    network->Connect("ramp2", 0, "param-from-fail", 0);
-    network->ConnectParameter("throws-qx", 0, "param-from-fail", "Amount");
-
-    BuildReport report = network->Build();
-    struct Expected {
+    using enum BuildStatus;
+    const std::string notBuilt = "input 0 (\"Primary Input\") comes from ";
+    struct Case {
         const char* id;
+        const char* type;
+        int32_t failMode;  // Test Fail: how it fails
+        const char* from;  // what feeds input 0
         BuildStatus status;
         std::string message;
     };
-    const Expected expected[] = {
-        {"fail", BuildStatus::Failed, "the device's build failed"},
-        {"after-fail", BuildStatus::InputFailed,
-         "input 0 (\"Primary Input\") comes from \"fail\", which did not build (failed)"},
-        {"after-after", BuildStatus::InputFailed,
-         "input 0 (\"Primary Input\") comes from \"after-fail\", which did not build (input "
-         "failed)"},
-        {"throws-qx", BuildStatus::Exception, "framework failure"},
-        {"throws-std", BuildStatus::Exception, "standard failure"},
-        {"no-memory", BuildStatus::Exception,
+    const Case cases[] = {
+        {"fail", "Test Fail", 0, "", Failed, "the device's build failed"},
+        {"after-fail", "Test Add", 0, "fail", InputFailed,
+         notBuilt + "\"fail\", which did not build (failed)"},
+        {"after-after", "Test Add", 0, "after-fail", InputFailed,
+         notBuilt + "\"after-fail\", which did not build (input failed)"},
+        {"throws-qx", "Test Fail", 1, "", Exception, "framework failure"},
+        {"throws-std", "Test Fail", 2, "", Exception, "standard failure"},
+        {"no-memory", "Test Fail", 3, "", Exception,
          "out of memory while it built, with 0 bytes of fields held; lower the resolution or give "
          "the build a memory budget (orogen --memory) to page stored fields to disk"},
-        {"ramp", BuildStatus::Built, ""},
-        {"after-ramp", BuildStatus::Built, ""},
-        {"file", BuildStatus::Failed,
+        {"ramp", "Test Ramp", 0, "", Built, ""},
+        {"after-ramp", "Test Add", 0, "ramp", Built, ""},
+        {"file", "File Input", 0, "", Failed,
          "cannot read r32 file '" + (dir / "missing.r32").string() + "': "},
-        {"after-file", BuildStatus::InputFailed,
-         "input 0 (\"Primary Input\") comes from \"file\", which did not build (failed)"},
-        {"off", BuildStatus::Disabled, "the device is disabled"},
-        {"after-off", BuildStatus::InputFailed,
-         "input 0 (\"Primary Input\") comes from \"off\", which did not build (disabled)"},
-        {"lonely", BuildStatus::Failed, "input 0 (\"Primary Input\") is not connected"},
-        {"param-from-fail", BuildStatus::InputFailed,
+        {"after-file", "Test Add", 0, "file", InputFailed,
+         notBuilt + "\"file\", which did not build (failed)"},
+        {"off", "Test Ramp", 0, "", Disabled, "the device is disabled"},
+        {"after-off", "Test Add", 0, "off", InputFailed,
+         notBuilt + "\"off\", which did not build (disabled)"},
+        {"lonely", "Test Add", 0, "", Failed, "input 0 (\"Primary Input\") is not connected"},
+        {"param-from-fail", "Test Add", 0, "ramp2", InputFailed,
          "parameter \"Amount\" comes from \"throws-qx\", which did not build (exception)"},
-        {"ramp2", BuildStatus::Built, ""},
+        {"ramp2", "Test Ramp", 0, "", Built, ""},
     };
-    ASSERT_EQ(report.devices.size(), std::size(expected));
-    for (const Expected& e : expected) {
-        SCOPED_TRACE(e.id);
-        const DeviceReport* r = report.Find(e.id);
+    auto network = MakeNetwork(8, 8);
+    for (const Case& c : cases) {
+        Orogen::Device& device = network->AddDevice(c.id, c.type);
+        if (c.failMode) device.params.records[0].value.i = c.failMode;
+    }
+    static_cast<FileInput&>(network->Get("file")).SetFile(dir / "missing.r32");
+    network->Get("off").enabled = 0;
+    for (const Case& c : cases)
+        if (*c.from) network->Connect(c.from, 0, c.id, 0);
+    network->ConnectParameter("throws-qx", 0, "param-from-fail", "Amount");
+
+    BuildReport report = network->Build();
+    ASSERT_EQ(report.devices.size(), std::size(cases));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.id);
+        const DeviceReport* r = report.Find(c.id);
         ASSERT_NE(r, nullptr);
-        EXPECT_EQ(r->status, e.status);
-        if (e.status == BuildStatus::Failed && std::string(e.id) == "file")
-            EXPECT_EQ(r->message.rfind(e.message, 0), 0u) << r->message;
+        EXPECT_EQ(r->status, c.status);
+        if (std::string(c.id) == "file")  // the system's reason follows
+            EXPECT_EQ(r->message.rfind(c.message, 0), 0u) << r->message;
         else
-            EXPECT_EQ(r->message, e.message);
+            EXPECT_EQ(r->message, c.message);
         // Only what built has an output.
-        EXPECT_EQ(static_cast<bool>(network->Output(e.id, 0)), e.status == BuildStatus::Built);
+        EXPECT_EQ(static_cast<bool>(network->Output(c.id, 0)), c.status == Built);
     }
     EXPECT_FALSE(report.cancelled);
 }
@@ -315,7 +275,7 @@ std::unique_ptr<Network> ThreadedNetwork(Host& host) {
         if (!host.FindType(type)) continue;
         std::string id = type;
         Orogen::Device& device = network->AddDevice(id, type);
-        // Voronoi seeds itself from the clock: pin it so both networks match.
+        // Voronoi seeds itself from the clock: pin it so both builds match.
         if (Orogen::FindParameter(device.params, "Random Seed") >= 0)
             Orogen::GetParameter(&device, "Random Seed")->i = 1234;
         if (!device.inputs.empty()) network->Connect(previous, 0, id, 0);
@@ -325,36 +285,34 @@ std::unique_ptr<Network> ThreadedNetwork(Host& host) {
 }
 
 TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
-    host->Seeds().SetStart(5);
-    auto single = ThreadedNetwork(*host);
-    host->Seeds().SetStart(5);
-    auto threaded = ThreadedNetwork(*host);
-    BuildOptions one;
-    BuildReport a = single->Build(one);
+    auto network = ThreadedNetwork(*host);
+    ASSERT_EQ(network->Build().Count(BuildStatus::Built), network->Size());
     EXPECT_EQ(host->Workers().Accepted(), 0u);
+    const auto single = AllOutputs(*network);
     BuildOptions four;
     four.workers = 4;
-    BuildReport b = threaded->Build(four);
+    ASSERT_EQ(network->Build(four).Count(BuildStatus::Built), network->Size());
     EXPECT_GT(host->Workers().Accepted(), 0u);
-    ASSERT_EQ(a.Count(BuildStatus::Built), single->Size());
-    ASSERT_EQ(b.Count(BuildStatus::Built), threaded->Size());
-    ExpectSameOutputs(AllOutputs(*single), AllOutputs(*threaded));
+    ExpectSameOutputs(single, AllOutputs(*network));
 }
 
-TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
+// A budget pages stored outputs out. Streamed, each output is seen once, when
+// its device is done, and one read by one device only is handed to it, not
+// copied. Neither changes a result, and nothing stays behind.
+TEST_F(NetworkTest, BudgetsAndStreamingChangeNoResult) {
     auto make = [&] { return Chain(*host, 6, 1); };
     auto plain = make();
     ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 8u);
     auto expected = AllOutputs(*plain);
+    const uint64_t before = HostPacket::ResidentBytes();
 
     auto budgeted = make();
     BuildOptions options;
     options.memoryBudget = 40000;  // two fields and a half
     // Between devices no more than the budget of stored outputs is resident.
-    uint64_t baseline = HostPacket::ResidentBytes();
     uint64_t peak = 0;
     options.onDeviceStart = [&](const std::string&, size_t, size_t) {
-        peak = std::max(peak, HostPacket::ResidentBytes() - baseline);
+        peak = std::max(peak, HostPacket::ResidentBytes() - before);
     };
     ASSERT_EQ(budgeted->Build(options).Count(BuildStatus::Built), 8u);
     // Stored outputs stay within the budget once the build is done.
@@ -372,20 +330,9 @@ TEST_F(NetworkTest, AMemoryBudgetPagesOutputsOutAndChangesNoResult) {
     EXPECT_LE(peak, options.memoryBudget);
     EXPECT_GE(pagedOut, 5u);
     EXPECT_EQ(fs::is_empty(host->SwapDirectory()), false);
-    // Everything comes back as it was built without a budget.
     ExpectSameOutputs(expected, AllOutputs(*budgeted));
     budgeted.reset();
     EXPECT_TRUE(fs::is_empty(host->SwapDirectory()));
-}
-
-// Streamed: each output is seen once, when its device is done; an output read
-// by one device only is handed to it, not copied; nothing stays behind.
-TEST_F(NetworkTest, StreamedBuildsOnWorkersHandOverLastReads) {
-    auto make = [&] { return Chain(*host, 4, 1); };
-    auto plain = make();
-    ASSERT_EQ(plain->Build().Count(BuildStatus::Built), 6u);
-    auto expected = AllOutputs(*plain);
-    const uint64_t before = HostPacket::ResidentBytes();
 
     for (uint64_t budget : {uint64_t{0}, uint64_t{20000}}) {
         SCOPED_TRACE(budget);
@@ -403,7 +350,7 @@ TEST_F(NetworkTest, StreamedBuildsOnWorkersHandOverLastReads) {
             packets[done.id] = packet.get();
             if (done.id == "add2") held = packet;
         };
-        ASSERT_EQ(streamed->Build(options).Count(BuildStatus::Built), 6u);
+        ASSERT_EQ(streamed->Build(options).Count(BuildStatus::Built), 8u);
         ExpectSameOutputs(expected, seen);
         // add0 copies the ramp (two readers); add1 works in add0's packet;
         // add3 copies add2, which the caller held.
@@ -437,24 +384,37 @@ TEST_F(NetworkTest, AStoredOutputThatCannotComeBackFailsItsReader) {
     EXPECT_FALSE(network->Output("late", 0));
 }
 
-// A field on a parameter counts by its mean; a fanned-out output gives each
-// reader its own copy and stays as it was.
-TEST_F(NetworkTest, ParameterLinksAndFanOut) {
-    auto network = MakeNetwork(9, 9);
-    Orogen::GetParameter(&network->AddDevice("base", "Constant"), "Height")->f = 0.25f;
+// A module device builds over the world; a field on a parameter counts by its
+// mean; a fanned-out output gives each reader its own copy and stays as it was.
+TEST_F(NetworkTest, ModuleDevicesParameterLinksAndFanOut) {
+    auto network = MakeNetwork();
+    network->world = World{-2.0, 1.0, 6.0, 3.5, 9, 7, 250.0};
+    Orogen::Device& base = network->AddDevice("base", "Constant");
+    base.SetName("Flat");
+    Orogen::GetParameter(&base, "Height")->f = 0.25f;
     Orogen::GetParameter(&network->AddDevice("driver", "Constant"), "Height")->f = 0.75f;
     network->AddDevice("add", "Test Add");
     network->AddDevice("down", "Test Add").params.records[0].value.f = -0.25f;
     network->Connect("base", 0, "add", 0);
     network->ConnectParameter("driver", 0, "add", "Amount");
     network->Connect("base", 0, "down", 0);
-    EXPECT_EQ(network->Get("base").outputs[0]->links.size(), 2u);
-    ASSERT_EQ(network->Build().Count(BuildStatus::Built), 4u);
+    EXPECT_EQ(base.outputs[0]->links.size(), 2u);
+    BuildReport report = network->Build();
+    ASSERT_EQ(report.Count(BuildStatus::Built), 4u);
+    EXPECT_EQ(report.Find("base")->processResult, 1);
+    EXPECT_GE(report.Find("base")->seconds, 0.0);
     // Amount spans -1..1: a value of 0.75 reads as 0.5.
-    EXPECT_EQ(SamplesOf(network->Output("add", 0)), std::vector<float>(81, 0.75f));
-    EXPECT_EQ(SamplesOf(network->Output("down", 0)), std::vector<float>(81, 0.0f));
-    EXPECT_EQ(SamplesOf(network->Output("base", 0)), std::vector<float>(81, 0.25f));
-    EXPECT_NE(network->Output("add", 0).get(), network->Output("base", 0).get());
+    EXPECT_EQ(SamplesOf(network->Output("add", 0)), std::vector<float>(63, 0.75f));
+    EXPECT_EQ(SamplesOf(network->Output("down", 0)), std::vector<float>(63, 0.0f));
+    Orogen::PacketRef out = network->Output("base", 0);
+    EXPECT_EQ(SamplesOf(out), std::vector<float>(63, 0.25f));
+    EXPECT_NE(network->Output("add", 0).get(), out.get());
+    EXPECT_FALSE(network->Output("base", 1));
+    EXPECT_STREQ(out->name, "Flat: slot 0");
+    // The packet carries the world's extent and vertical scale.
+    const Orogen::Grid& g = out->grid;
+    EXPECT_EQ(std::vector<double>({double(g.width), g.x0, g.y0, g.x1, g.y1, g.verticalScale}),
+              std::vector<double>({9, -2.0, 1.0, 6.0, 3.5, 250.0}));
     std::vector<Link> links = network->Links();
     ASSERT_EQ(links.size(), 3u);
     EXPECT_EQ(links[1].target, LinkTarget::Parameter);
