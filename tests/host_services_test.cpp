@@ -7,11 +7,14 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "host_test_support.h"
 
 namespace basekit::host::testing {
 namespace {
+
+using HostServicesTest = HostTest;
 
 TEST(HostServices, AllocatorCountsWhatIsOutstanding) {
     struct Step {
@@ -76,7 +79,7 @@ TEST(HostServices, SeedsAreReproducibleFromTheirStart) {
     EXPECT_EQ(seeds.Calls(), 2u);
 }
 
-TEST(HostServices, DialogAnswersDecideBetweenCommitAndRollback) {
+TEST_F(HostServicesTest, DialogAnswersDecideBetweenCommitAndRollback) {
     struct Case {
         int32_t answer;
         bool result;
@@ -85,37 +88,36 @@ TEST(HostServices, DialogAnswersDecideBetweenCommitAndRollback) {
         size_t changed;  // network service notifications
     };
     const Case cases[] = {{1, true, 0.5f, 1, 0}, {-1, false, 0.25f, 0, 1}, {0, false, 0.5f, 0, 0}};
-    Host host;
-    host.LoadModule(BASEKIT64_MODULE_PATH);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.answer);
-        Network network(host);
-        Orogen::Device& device = network.AddDevice("c", "Constant");
+        auto network = MakeNetwork();
+        Orogen::Device& device = network->AddDevice("c", "Constant");
         Orogen::GetParameter(&device, "Height")->f = 0.25f;
-        network.ClearEvents();
-        host.Network().ClearNotifications();
-        host.Dialogs().Script(
+        network->ClearEvents();
+        host->Network().ClearNotifications();
+        host->Dialogs().Script(
             c.answer, [](Orogen::Device& d) { Orogen::GetParameter(&d, "Height")->f = 0.5f; });
-        EXPECT_EQ(network.EditSettings("c"), c.result);
+        EXPECT_EQ(network->EditSettings("c"), c.result);
         EXPECT_EQ(Orogen::GetParameter(&device, "Height")->f, c.heightAfter);
-        EXPECT_STREQ(device.params.records[0].description, "The height to set the terrain level at");
+        EXPECT_STREQ(device.params.records[0].description,
+                     "The height to set the terrain level at");
         size_t edited = 0;
-        for (const OwnerEvent& e : network.Events("c")) edited += e.kind == OwnerEvent::Edited;
+        for (const OwnerEvent& e : network->Events("c")) edited += e.kind == OwnerEvent::Edited;
         EXPECT_EQ(edited, c.edited);
-        EXPECT_EQ(host.Network().Changed().size(), c.changed);
-        EXPECT_EQ(host.Dialogs().edited.back(), &device);
+        EXPECT_EQ(host->Network().Changed().size(), c.changed);
+        EXPECT_EQ(host->Dialogs().edited.back(), &device);
     }
     // With nothing scripted the dialog is closed.
-    Network network(host);
-    network.AddDevice("c", "Constant");
-    EXPECT_FALSE(network.EditSettings("c"));
-    EXPECT_EQ(host.Dialogs().Pending(), 0u);
+    auto network = MakeNetwork();
+    Orogen::Device& device = network->AddDevice("c", "Constant");
+    EXPECT_FALSE(network->EditSettings("c"));
+    EXPECT_EQ(host->Dialogs().Pending(), 0u);
 
-    network.Get("c").ShowHostView(3, -4);
-    ASSERT_EQ(host.Dialogs().views.size(), 1u);
-    EXPECT_EQ(host.Dialogs().views[0].device, &network.Get("c"));
-    EXPECT_EQ(host.Dialogs().views[0].a, 3);
-    EXPECT_EQ(host.Dialogs().views[0].b, -4);
+    device.ShowHostView(3, -4);
+    ASSERT_EQ(host->Dialogs().views.size(), 1u);
+    const auto& view = host->Dialogs().views[0];
+    EXPECT_EQ(std::make_tuple(view.device, view.a, view.b),
+              std::make_tuple(&device, intptr_t{3}, intptr_t{-4}));
 }
 
 // A task that holds its worker until released.
@@ -269,16 +271,12 @@ TEST(HostServices, ADefaultSwapFolderLivesAsLongAsItsHost) {
 // A module device draws its seeds from the host's service and asks its owner
 // for packet sizes at the world's resolution. Loading a saved state draws
 // again: the framework's own tests check that.
-TEST(HostServices, ModuleDevicesUseTheSeedsAndTheirOwner) {
-    Host host;
-    host.LoadModule(BASEKIT64_MODULE_PATH);
-    Network network(host);
-    network.world.width = 17;
-    network.world.height = 13;
-    Orogen::Device& constant = network.AddDevice("c", "Constant");
+TEST_F(HostServicesTest, ModuleDevicesUseTheSeedsAndTheirOwner) {
+    auto network = MakeNetwork(17, 13);
+    Orogen::Device& constant = network->AddDevice("c", "Constant");
     SeedSource reference;
     reference.SetStart(99);
-    host.Seeds().SetStart(99);
+    host->Seeds().SetStart(99);
     const int32_t next = reference.NextSeed();
     EXPECT_EQ(constant.RefreshRandomSeed(), next);
     EXPECT_EQ(constant.seed, next);
