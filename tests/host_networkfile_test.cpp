@@ -18,6 +18,14 @@ namespace {
 using NetworkFileTest = HostTest;
 using json = nlohmann::json;
 
+// "device/output=name" for each export.
+std::vector<std::string> ExportNames(const Project& project) {
+    std::vector<std::string> names;
+    for (const ExportEntry& entry : project.exports)
+        names.push_back(entry.device + "/" + std::to_string(entry.output) + "=" + entry.name);
+    return names;
+}
+
 // A device's saved state in base64, after `change` has had its way.
 std::string StateOf(Host& host, const char* type,
                     const std::function<void(Orogen::Device&)>& change = {}) {
@@ -59,16 +67,14 @@ TEST_F(NetworkFileTest, ReadsEverySection) {
               std::vector<double>({-1, 2, 3, 5.5, 4, 3, 120}));
     EXPECT_EQ(network.globals.waterLevel, 0.25f);
     EXPECT_EQ(network.globals.lightDirection[2], -1.0f);
-    ASSERT_TRUE(network.seed);
-    EXPECT_EQ(*network.seed, 77u);
+    EXPECT_EQ(network.seed, std::optional<uint32_t>(77));
     EXPECT_EQ(host->Seeds().Start(), 77u);
     EXPECT_EQ(network.Ids(), (std::vector<std::string>{"flat", "add", "pick", "src"}));
 
     Orogen::Device& flat = network.Get("flat");
     EXPECT_EQ(network.TypeOf("flat").typeName, "Constant");
     EXPECT_STREQ(flat.GetName(), "Flat");
-    EXPECT_EQ(flat.anchor[0], 0.1f);
-    EXPECT_EQ(flat.anchor[1], 0.9f);
+    EXPECT_EQ(std::vector<float>(flat.anchor, flat.anchor + 2), std::vector<float>({0.1f, 0.9f}));
     EXPECT_EQ(Orogen::GetParameter(&flat, "Height")->f, 0.75f);
 
     const std::vector<Orogen::ParamRecord>& add = network.Get("add").params.records;
@@ -79,22 +85,17 @@ TEST_F(NetworkFileTest, ReadsEverySection) {
     EXPECT_EQ(pick.params.records[2].value.i, 2);
     EXPECT_EQ(pick.params.records[3].value.i, 255);
     EXPECT_EQ(pick.enabled, 0);
-    auto& src = static_cast<FileInput&>(network.Get("src"));
-    EXPECT_EQ(src.File(), dir / "dem.r32");
+    EXPECT_EQ(static_cast<FileInput&>(network.Get("src")).File(), dir / "dem.r32");
 
     std::vector<Link> links = network.Links();
     ASSERT_EQ(links.size(), 3u);
     EXPECT_EQ(links[1].from, "src");
     EXPECT_EQ(links[1].to, "pick");
     EXPECT_EQ(links[2].parameter, "Amount");
-    ASSERT_TRUE(project.exportsListed);
-    ASSERT_EQ(project.exports.size(), 2u);
-    EXPECT_EQ(project.exports[0].name, "terrain");
-    EXPECT_EQ(project.exports[1].name, "pick");
+    EXPECT_TRUE(project.exportsListed);
+    EXPECT_EQ(ExportNames(project), (std::vector<std::string>{"add/0=terrain", "pick/0=pick"}));
 
-    BuildReport report = network.Build();
-    EXPECT_EQ(report.Find("add")->status, BuildStatus::Built);
-    EXPECT_EQ(report.Find("pick")->status, BuildStatus::Disabled);
+    EXPECT_EQ(network.Build().Find("pick")->status, BuildStatus::Disabled);
     // 0.75 - 2 * 0.5, clamped.
     EXPECT_EQ(SamplesOf(network.Output("add", 0)), std::vector<float>(12, 0.0f));
 }
@@ -115,10 +116,7 @@ TEST_F(NetworkFileTest, DefaultsAndDefaultExports) {
                   {"id": "c", "type": "Test Add"}, {"id": "d", "type": "Test Ramp"}],
       "links": [{"from": "a", "to": "b"}, {"from": "a", "to": "c"}]})",
                                    "");
-    std::vector<std::string> names;
-    for (const ExportEntry& entry : project.exports)
-        names.push_back(entry.device + "/" + std::to_string(entry.output) + "=" + entry.name);
-    EXPECT_EQ(names, (std::vector<std::string>{"b/0=b", "c/0=c", "d/0=d"}));
+    EXPECT_EQ(ExportNames(project), (std::vector<std::string>{"b/0=b", "c/0=c", "d/0=d"}));
 }
 
 // A world without an extent takes the first GeoTIFF File Input's; one with an
@@ -371,17 +369,14 @@ TEST_F(NetworkFileTest, SeedsFollowTheNetworkSeedAndTheDeviceId) {
     });
     auto seeds = [&](const std::string& seed, const std::vector<std::string>& ids,
                      ParseOptions options = {}) {
-        std::string text = "{" + seed + "\"devices\": [";
+        json file = json::parse("{" + seed + "\"devices\": []}");
         for (const std::string& id : ids) {
-            if (text.back() != '[') text += ',';
-            text += "{\"id\": \"";
-            text += id;
-            text += "\", ";
-            if (id == "own") text += R"("params": {"Random Seed": 12, "Scale": 2}, )";
-            if (id == "saved") text += "\"state\": \"" + state + "\", ";
-            text += "\"type\": \"Voronoi\"}";
+            json device = {{"id", id}, {"type", "Voronoi"}};
+            if (id == "own") device["params"] = {{"Random Seed", 12}, {"Scale", 2}};
+            if (id == "saved") device["state"] = state;
+            file["devices"].push_back(device);
         }
-        Project project = ParseNetwork(*host, text + "]}", "", options);
+        Project project = ParseNetwork(*host, file.dump(), "", options);
         std::map<std::string, int32_t> found;
         for (const std::string& id : ids)
             found[id] = Orogen::GetParameter(&project.network->Get(id), "Random Seed")->i;
@@ -474,10 +469,8 @@ TEST_F(NetworkFileTest, PortsByNameOrNumber) {
     std::sort(links.begin(), links.end());
     EXPECT_EQ(links,
               (std::vector<std::string>{"coast/1>cells/0", "ramp/0>coast/0", "ramp/0>coast/1"}));
-    ASSERT_EQ(project.exports.size(), 2u);
-    EXPECT_EQ(project.exports[0].output, 2u);
-    EXPECT_EQ(project.exports[0].name, "coast_2");
-    EXPECT_EQ(project.exports[1].output, 0u);
+    EXPECT_EQ(ExportNames(project),
+              (std::vector<std::string>{"coast/2=coast_2", "coast/0=coast_0"}));
 }
 
 TEST(NetworkFileBase64, RoundTripsAndRefusesDamage) {
@@ -542,7 +535,7 @@ TEST_F(NetworkFileTest, SaveLoadBuildGivesTheSameOutputs) {
     // What was saved reads back to the same file, paths still relative.
     EXPECT_EQ(NetworkToText(second, dir.path()), ReadBytes(dir / "saved.json"));
     EXPECT_NE(ReadBytes(dir / "saved.json").find("\"file\": \"data/dem.r32\""), std::string::npos);
-    EXPECT_EQ(second.exports.size(), 1u);
+    EXPECT_EQ(ExportNames(second), std::vector<std::string>{"scaled/0=terrain"});
     EXPECT_EQ(second.network->Links().size(), linkCount);
 
     // The File Input's state holds the relative path too: the project moved
