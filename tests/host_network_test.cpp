@@ -277,10 +277,16 @@ TEST_F(NetworkTest, WorkersChangeNothingInTheResults) {
         if (!device.inputs.empty()) network->Connect(previous, 0, type, 0);
         previous = type;
     }
-    ASSERT_EQ(network->Build().Count(BuildStatus::Built), network->Size());
-    EXPECT_EQ(host->Workers().Accepted(), 0u);
-    for (const std::string& id : network->Ids()) BuildEveryWay(*network, id);
-    EXPECT_GT(host->Workers().Accepted(), 0u);
+    std::map<std::string, std::vector<float>> alone;
+    for (uint32_t workers : {0u, 1u, 2u, 7u}) {
+        SCOPED_TRACE(workers);
+        BuildOptions options;
+        options.workers = workers;
+        ASSERT_EQ(network->Build(options).Count(BuildStatus::Built), network->Size());
+        EXPECT_EQ(host->Workers().Accepted() > 0, workers > 0);
+        if (workers == 0) alone = AllOutputs(*network);
+        ExpectSameOutputs(alone, AllOutputs(*network));
+    }
 }
 
 // A budget pages stored outputs out. Streamed, each output is seen once, when
