@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "TestHost.h"
 #include "TestDevices.h"
+#include "TestHost.h"
 #include "devices/generators/ConstantHeight.h"
 
 namespace {
@@ -12,20 +12,6 @@ namespace {
 using namespace basekit::testing;
 
 using PortTest = FrameworkTest;
-
-TEST_F(PortTest, ConnectNotifiesAndRefusesDuplicates) {
-    TestAdd a, b;
-    a.owner = b.owner = &recorder;
-    EXPECT_TRUE(a.outputs[0]->Connect(b.inputs[0]));
-    EXPECT_FALSE(a.outputs[0]->Connect(b.inputs[0]));
-    EXPECT_FALSE(a.outputs[0]->Connect(nullptr));
-    EXPECT_EQ(a.outputs[0]->links.size(), 1u);
-    EXPECT_EQ(b.inputs[0]->GetPeer(), a.outputs[0]);
-    EXPECT_EQ(a.outputs[0]->GetPeerDevice(), &b);
-    ASSERT_EQ(recorder.connections.size(), 2u);
-    EXPECT_EQ(recorder.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
-    EXPECT_EQ(recorder.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
-}
 
 // The input-link handler runs once a link is in place, whichever side made it.
 TEST_F(PortTest, InputLinkHandlerSeesSettledLinks) {
@@ -53,10 +39,20 @@ TEST_F(PortTest, InputLinkHandlerSeesSettledLinks) {
     EXPECT_EQ(recorder.connections.size(), 14u);  // the owner is told as before
 }
 
-TEST_F(PortTest, DisconnectMoveAndDestructionUnlinkBothSides) {
+// Connecting notifies both owners and refuses duplicates; disconnecting,
+// moving an input and destroying a device unlink both sides.
+TEST_F(PortTest, ConnectDisconnectMoveAndDestruction) {
     TestAdd a, b, c;
     a.owner = b.owner = c.owner = &recorder;
-    a.outputs[0]->Connect(b.inputs[0]);
+    EXPECT_TRUE(a.outputs[0]->Connect(b.inputs[0]));
+    EXPECT_FALSE(a.outputs[0]->Connect(b.inputs[0]));
+    EXPECT_FALSE(a.outputs[0]->Connect(nullptr));
+    EXPECT_EQ(a.outputs[0]->links.size(), 1u);
+    EXPECT_EQ(b.inputs[0]->GetPeer(), a.outputs[0]);
+    EXPECT_EQ(a.outputs[0]->GetPeerDevice(), &b);
+    ASSERT_EQ(recorder.connections.size(), 2u);
+    EXPECT_EQ(recorder.connections[0], std::make_tuple(static_cast<Device*>(&a), 1u, 0u, 1u));
+    EXPECT_EQ(recorder.connections[1], std::make_tuple(static_cast<Device*>(&b), 0u, 0u, 1u));
     a.outputs[0]->Connect(c.inputs[0]);
     EXPECT_TRUE(b.inputs[0]->Disconnect(nullptr));
     EXPECT_EQ(b.inputs[0]->peer, nullptr);
@@ -127,22 +123,9 @@ TEST_F(PortTest, InputPacketsAreCopiesPushedOnesUsedOnce) {
     EXPECT_FALSE(doGetDevice(&results, &alone).outputs[0]);
 }
 
-TEST_F(PortTest, SetOutputNamesAndIgnoresExtraSlots) {
-    BuildResultSet results;
-    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
-    TestAdd device;
-    device.SetName("Long instance name here");
-    PacketRef packet = NewHeightField(Grid{2, 2});
-    SetOutput(&device, packet, 12, context);
-    EXPECT_STREQ(packet->name, "Long instance name here: slot 1");
-    EXPECT_FALSE(doGetDevice(&results, &device).outputs[0]);
-    device.SetName("Blur");
-    SetOutput(&device, packet, 0, context);
-    EXPECT_STREQ(packet->name, "Blur: slot 0");
-    EXPECT_EQ(doGetDevice(&results, &device).outputs[0].get(), packet.get());
-}
-
-TEST_F(PortTest, ResultSetMisuseThrows) {
+// A device's first result makes a slot for each output, pushed input and
+// parameter; SetOutput names the packet and ignores slots past the last.
+TEST_F(PortTest, ResultSlotsAndSetOutput) {
     BuildResultSet results;
     EXPECT_EQ(ThrownMessage([&] { doGetDevice(&results, nullptr); }),
               "Null device pointer to doGetDevice()!");
@@ -152,20 +135,31 @@ TEST_F(PortTest, ResultSetMisuseThrows) {
     EXPECT_EQ(first.pushedInputs.size(), 1u);
     EXPECT_EQ(first.parameters.size(), 4u);
     EXPECT_EQ(&doGetDevice(&results, &device), &first);
+
+    BuildContext context = MakeBuildContext(Grid{2, 2}, &results, &recorder);
+    device.SetName("Long instance name here");
+    PacketRef packet = NewHeightField(Grid{2, 2});
+    SetOutput(&device, packet, 12, context);
+    EXPECT_STREQ(packet->name, "Long instance name here: slot 1");
+    EXPECT_FALSE(first.outputs[0]);
+    device.SetName("Blur");
+    SetOutput(&device, packet, 0, context);
+    EXPECT_STREQ(packet->name, "Blur: slot 0");
+    EXPECT_EQ(first.outputs[0].get(), packet.get());
 }
 
+// Inputs, outputs, parameter ports, mask and coordinates: `where` 0 to 4.
 TEST_F(PortTest, FindPortCoversEveryKind) {
-    TestAdd device;
-    uint32_t index = 99, where = 99;
-    EXPECT_TRUE(FindPort(&device, device.outputs[0], index, where));
-    EXPECT_EQ(where, 1u);
-    EXPECT_TRUE(FindPort(&device, device.paramPorts[0], index, where));
-    EXPECT_EQ(where, 2u);
-    EXPECT_TRUE(FindPort(&device, device.maskInput, index, where));
-    EXPECT_EQ(where, 3u);
-    EXPECT_TRUE(FindPort(&device, device.coordInput, index, where));
-    EXPECT_EQ(where, 4u);
-    TestAdd other;
+    TestAdd device, other;
+    const Port* ports[] = {device.inputs[0], device.outputs[0], device.paramPorts[2],
+                           device.maskInput, device.coordInput};
+    for (uint32_t kind = 0; kind < 5; ++kind) {
+        uint32_t index = 99, where = 99;
+        EXPECT_TRUE(FindPort(&device, ports[kind], index, where)) << kind;
+        EXPECT_EQ(where, kind);
+        EXPECT_EQ(index, kind == 2 ? 2u : 0u) << kind;
+    }
+    uint32_t index, where;
     EXPECT_FALSE(FindPort(&device, other.inputs[0], index, where));
 }
 

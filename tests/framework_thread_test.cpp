@@ -22,15 +22,22 @@ namespace {
 using namespace basekit::testing;
 
 class ThreadTest : public FrameworkTest, public ::testing::WithParamInterface<uint32_t> {
-protected:
+  protected:
     void SetUp() override { host.Workers().Resize(GetParam()); }
     uint64_t Asked() { return host.Workers().Accepted() + host.Workers().Refused(); }
     PlainDevice device;
 };
 
+// How an item fails: 0 answers false, 1 throws a framework exception, 2 another.
+bool FailAs(int how) {
+    if (how == 1) throw QXException("bad item");
+    if (how == 2) throw std::logic_error("not ours");
+    return false;
+}
+
 // Every item once; a pool that refuses (0 workers) leaves the work to the
-// caller; an item's false, framework exception or other exception ends it.
-TEST_P(ThreadTest, IndexHelperRunsEveryItemOnceAndFailsAsItsItems) {
+// caller.
+TEST_P(ThreadTest, IndexHelperRunsEveryItemOnce) {
     std::mutex mutex;
     std::set<std::thread::id> threads;
     for (uint32_t count : {0u, 1u, 2u, 7u, 500u}) {
@@ -55,31 +62,42 @@ TEST_P(ThreadTest, IndexHelperRunsEveryItemOnceAndFailsAsItsItems) {
         EXPECT_GT(host.Workers().Refused(), 0u);
         EXPECT_EQ(threads, std::set<std::thread::id>{std::this_thread::get_id()});
     }
+}
 
-    auto falseAt3 = [](uint32_t i) { return i != 3; };
-    ThreadHelperWrapper<decltype(falseAt3)> stops(50, falseAt3, GetParam() > 0);
-    EXPECT_FALSE(stops.Run());
-    EXPECT_TRUE(stops.stopped.load());
-    auto qx = [](uint32_t i) -> bool {
-        if (i == 10) throw QXException("item failed");
-        return true;
-    };
-    ThreadHelperWrapper<decltype(qx)> fails(100, qx);
-    EXPECT_FALSE(fails.Run());
-    EXPECT_TRUE(fails.failed.load());
-    EXPECT_EQ(fails.threadCount.load(), 0);
-    auto other = [](uint32_t i) -> bool {
-        if (i == 20) throw std::logic_error("not ours");
-        return true;
-    };
-    ThreadHelperWrapper<decltype(other)> throws(40, other);
-    EXPECT_THROW(throws.Run(), std::logic_error);
-    EXPECT_EQ(throws.threadCount.load(), 0);
+// An item's false, framework exception or other exception ends an index run
+// and a row run; a report's false cancels a row run, reporting pieces or rows.
+TEST_P(ThreadTest, FailuresEndIndexAndRowRuns) {
+    BuildResultSet results;
+    BuildContext context = Context(Grid{1, 64}, &results);
+    const int32_t badRows[] = {40, 63, 7};  // 63: in the last piece
+    for (int how : {0, 1, 2}) {
+        SCOPED_TRACE(how);
+        auto item = [how](uint32_t i) { return i != 10u * (how + 1) || FailAs(how); };
+        ThreadHelperWrapper<decltype(item)> helper(100, item, how != 0 || GetParam() > 0);
+        const int32_t bad = badRows[how];
+        auto rows = [&](int32_t from, int32_t to) { return bad < from || bad > to || FailAs(how); };
+        if (how == 2) {
+            EXPECT_THROW(helper.Run(), std::logic_error);
+            EXPECT_THROW(RunRows(context, &device, 0, 63, rows, 16), std::logic_error);
+        } else {
+            EXPECT_FALSE(helper.Run());
+            EXPECT_FALSE(RunRows(context, &device, 0, 63, rows, 16));
+        }
+        EXPECT_EQ(helper.stopped.load(), how == 0);
+        EXPECT_EQ(helper.failed.load(), how != 0);
+        EXPECT_EQ(helper.threadCount.load(), 0);
+    }
+    for (RowProgress mode : {RowProgress::Pieces, RowProgress::Rows}) {
+        recorder.reports = 0;
+        recorder.cancelAt = 3;
+        EXPECT_FALSE(RunRows(
+            context, &device, 0, 63, [](int32_t, int32_t) {}, 16, mode));
+    }
 }
 
 // Squares item indices; results delivered in order are appended to `order`.
 class Squares : public DeviceThreadHelper {
-public:
+  public:
     struct Item : WorkItem {
         uint32_t value = 0;
     };
@@ -89,11 +107,7 @@ public:
     }
     ~Squares() override { Clear(); }
     void FillQueue() override {
-        for (uint32_t i = 0; i < count; ++i) {
-            auto* item = new Item;
-            item->value = i;
-            Enqueue(item);
-        }
+        for (uint32_t i = 0; i < count; ++i) Enqueue(new Item{{}, i});
         DeviceThreadHelper::FillQueue();
     }
     void DeleteItem(WorkItem* item) override {
@@ -123,42 +137,55 @@ public:
     std::set<std::thread::id> threads;
 };
 
+// Order, cancellation, a failing and a dropped item; without threads allowed,
+// items run in queue order on the caller.
 TEST_P(ThreadTest, DeviceHelperOrderCancellationAndFailures) {
     const struct {
         const char* what;
         uint32_t count;
-        bool ordered;
+        bool ordered, threads;
         uint32_t failAt, dropAt, cancelAt;
         bool ok;
-        size_t delivered;
+        uint32_t delivered;
     } cases[] = {
-        {"in order", 200, true, ~0u, ~0u, 0, true, 200},
-        {"any order", 120, false, ~0u, ~0u, 0, true, 120},
-        {"cancelled by the 5th report", 300, true, ~0u, ~0u, 5, false, 0},
-        {"QXException in item 30", 100, true, 30, ~0u, 0, false, 0},
-        {"item 4 dropped", 10, false, ~0u, 4, 0, true, 9},
+        {"in order", 200, true, true, ~0u, ~0u, 0, true, 200},
+        {"any order", 120, false, true, ~0u, ~0u, 0, true, 120},
+        {"no threads allowed", 20, false, false, ~0u, ~0u, 0, true, 20},
+        {"nothing queued", 0, true, true, ~0u, ~0u, 0, true, 0},
+        {"cancelled by the 5th report", 300, true, true, ~0u, ~0u, 5, false, 0},
+        {"QXException in item 30", 100, true, true, 30, ~0u, 0, false, 0},
+        {"item 4 dropped", 10, false, true, ~0u, 4, 0, true, 9},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         recorder.items.clear();
         recorder.reports = 0;
         recorder.cancelAt = c.cancelAt;
+        recorder.threadsAllowed = c.threads;
+        const uint64_t asked = Asked();
         Squares helper(&recorder, c.count, c.ordered);
         helper.failAt = c.failAt;
         helper.dropAt = c.dropAt;
         EXPECT_EQ(helper.Run(), c.ok);
-        EXPECT_EQ(helper.deleted.load(), static_cast<int>(c.count));  // every item freed, run or not
+        // Every item freed, run or not.
+        EXPECT_EQ(helper.deleted.load(), static_cast<int>(c.count));
+        std::vector<uint32_t> sorted = helper.order;
+        std::sort(sorted.begin(), sorted.end());
+        if (c.ordered || !c.threads) {
+            EXPECT_EQ(helper.order, sorted);
+        }
         if (c.ok) {
             EXPECT_EQ(helper.order.size(), c.delivered);
-            std::vector<uint32_t> sorted = helper.order;
-            std::sort(sorted.begin(), sorted.end());
-            if (c.ordered) {
-                EXPECT_EQ(helper.order, sorted);
-            }
             EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
             // A dropped item is not reported.
             EXPECT_EQ(recorder.items.size(), c.delivered);
-            EXPECT_EQ(recorder.items.back(), std::make_pair(uint32_t(c.delivered), c.count));
+            if (c.delivered) {
+                EXPECT_EQ(recorder.items.back(), std::make_pair(c.delivered, c.count));
+            }
+        }
+        if (!c.threads) {
+            EXPECT_EQ(Asked(), asked);
+            EXPECT_EQ(helper.threads, std::set<std::thread::id>{std::this_thread::get_id()});
         }
         EXPECT_EQ(helper.cancelled.load(), c.cancelAt != 0);
         EXPECT_EQ(helper.failed.load(), c.failAt != ~0u);
@@ -169,24 +196,16 @@ TEST_P(ThreadTest, DeviceHelperOrderCancellationAndFailures) {
     }
 }
 
-TEST_P(ThreadTest, WithoutThreadsItemsRunInQueueOrderOnTheCaller) {
-    recorder.threadsAllowed = false;
-    Squares helper(&recorder, 20, false);
-    ASSERT_TRUE(helper.Run());
-    EXPECT_EQ(Asked(), 0u);
-    for (uint32_t i = 0; i < 20; ++i) EXPECT_EQ(helper.order[i], i);
-    EXPECT_EQ(helper.threads, std::set<std::thread::id>{std::this_thread::get_id()});
-}
-
-// Rows first..last in `pieces`: the pieces handed out, every row once, and
-// the reports of each progress mode.
+// Rows first..last in `pieces`, cut as ThreadHelperScanline cuts them: the
+// pieces handed out, every row once, and the reports of each progress mode.
 TEST_P(ThreadTest, RunRowsCoversEveryRowOnceAndReports) {
     const struct {
         int32_t first, last;
         uint32_t pieces, made;
     } cases[] = {
-        {0, 99, 1, 1},    {0, 99, 16, 15},  {0, 99, 48, 34},   {1, 126, 16, 16},
-        {0, 9, 48, 10},   {5, 5, 16, 1},    {0, 1023, 48, 47}, {0, 0, 1, 1},
+        {0, 99, 1, 1},   {0, 99, 16, 15},   {0, 99, 48, 34},   {1, 126, 16, 16},
+        {0, 9, 48, 10},  {5, 5, 16, 1},     {0, 0, 1, 1},      {0, 47, 48, 48},
+        {0, 48, 48, 25}, {0, 1023, 48, 47}, {0, 1024, 48, 47},
     };
     for (const auto& c : cases) {
         for (RowProgress mode : {RowProgress::Pieces, RowProgress::Rows, RowProgress::None}) {
@@ -195,15 +214,14 @@ TEST_P(ThreadTest, RunRowsCoversEveryRowOnceAndReports) {
             recorder.items.clear();
             recorder.rows.clear();
             BuildResultSet results;
-            BuildContext context = Context(Grid{1, c.last + 1}, &results);
             std::mutex mutex;
             std::vector<std::pair<int32_t, int32_t>> pieces;
             auto work = [&](int32_t from, int32_t to) {
                 std::lock_guard<std::mutex> guard(mutex);
                 pieces.emplace_back(from, to);
-                return true;
             };
-            ASSERT_TRUE(RunRows(context, &device, c.first, c.last, work, c.pieces, mode));
+            ASSERT_TRUE(RunRows(Context(Grid{1, c.last + 1}, &results), &device, c.first, c.last,
+                                work, c.pieces, mode));
             std::sort(pieces.begin(), pieces.end());
             ASSERT_EQ(pieces.size(), c.made);
             int32_t next = c.first;
@@ -213,26 +231,19 @@ TEST_P(ThreadTest, RunRowsCoversEveryRowOnceAndReports) {
                 next = to + 1;
             }
             EXPECT_EQ(next, c.last + 1);
-            const int32_t rows = c.last - c.first + 1;
-            if (mode == RowProgress::Pieces) {
-                ASSERT_EQ(recorder.items.size(), c.made);
-                for (uint32_t k = 0; k < c.made; ++k)
-                    EXPECT_EQ(recorder.items[k], std::make_pair(k + 1, c.made));
-            } else {
-                EXPECT_TRUE(recorder.items.empty());
+            // Pieces: (pieces done, pieces). Rows: the last row of those done,
+            // rising, ending at the last.
+            std::vector<std::pair<uint32_t, uint32_t>> items;
+            for (uint32_t k = 1; mode == RowProgress::Pieces && k <= c.made; ++k)
+                items.emplace_back(k, c.made);
+            EXPECT_EQ(recorder.items, items);
+            ASSERT_EQ(recorder.rows.size(), mode == RowProgress::Rows ? c.made : 0u);
+            for (size_t k = 0; k < recorder.rows.size(); ++k) {
+                EXPECT_EQ(recorder.rows[k].second, c.last - c.first + 1);
+                EXPECT_GT(recorder.rows[k].first, k ? recorder.rows[k - 1].first : c.first - 1);
             }
-            if (mode == RowProgress::Rows) {
-                // The last row of those done so far: rising, ending at the last.
-                ASSERT_EQ(recorder.rows.size(), c.made);
-                for (size_t k = 0; k < recorder.rows.size(); ++k) {
-                    EXPECT_EQ(recorder.rows[k].second, rows);
-                    if (k) {
-                        EXPECT_GT(recorder.rows[k].first, recorder.rows[k - 1].first);
-                    }
-                }
+            if (!recorder.rows.empty()) {
                 EXPECT_EQ(recorder.rows.back().first, c.last);
-            } else {
-                EXPECT_TRUE(recorder.rows.empty());
             }
         }
     }
@@ -240,38 +251,6 @@ TEST_P(ThreadTest, RunRowsCoversEveryRowOnceAndReports) {
     EXPECT_TRUE(RunRows(Context(Grid{1, 1}, &results), &device, 3, 2,
                         [](int32_t, int32_t) -> bool { throw std::logic_error("ran"); }));
 }
-
-TEST_P(ThreadTest, RunRowsFailures) {
-    const struct {
-        const char* what;
-        int32_t badRow;
-        int how;  // 0 false, 1 QXException, 2 another exception
-        uint32_t cancelAt;
-    } cases[] = {
-        {"a piece answers false", 40, 0, 0},
-        {"a piece throws QXException", 63, 1, 0},
-        {"another exception", 7, 2, 0},
-        {"cancelled by the 3rd report", -1, 0, 3},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        recorder.reports = 0;
-        recorder.cancelAt = c.cancelAt;
-        BuildResultSet results;
-        BuildContext context = Context(Grid{1, 64}, &results);
-        auto work = [&](int32_t from, int32_t to) {
-            if (c.badRow < from || c.badRow > to) return true;
-            if (c.how == 1) throw QXException("bad row");
-            if (c.how == 2) throw std::logic_error("not ours");
-            return false;
-        };
-        if (c.how == 2)
-            EXPECT_THROW(RunRows(context, &device, 0, 63, work, 16), std::logic_error);
-        else
-            EXPECT_FALSE(RunRows(context, &device, 0, 63, work, 16));
-    }
-}
-
 // A simulation of N passes over rows 1..H-2 in 16 pieces, each pass after
 // the last; the caller reports between passes and stops when told to.
 TEST_P(ThreadTest, RunRowsPassesCancelBetweenPasses) {
@@ -285,7 +264,7 @@ TEST_P(ThreadTest, RunRowsPassesCancelBetweenPasses) {
         BuildContext context = Context(Grid{width, height}, &results);
         std::vector<float> field(width * height, 0.0f);
         int32_t done = 0;
-        for (int32_t pass = 0; pass < passes; ++pass) {
+        while (done < passes) {
             // Each row takes its northern neighbour of the previous pass plus one.
             std::vector<float> before = field;
             ASSERT_TRUE(ForEachRow(
@@ -295,14 +274,12 @@ TEST_P(ThreadTest, RunRowsPassesCancelBetweenPasses) {
                         field[y * width + x] = before[(y - 1) * width + x] + 1.0f;
                 },
                 16, RowProgress::None));
-            ++done;
-            if (!ReportRow(context, &device, pass + 1, passes)) break;
+            if (!ReportRow(context, &device, ++done, passes)) break;
         }
         EXPECT_EQ(done, cancelAt ? static_cast<int32_t>(cancelAt) : passes);
         ASSERT_EQ(recorder.rows.size(), static_cast<size_t>(done));
         for (int32_t k = 0; k < done; ++k)
             EXPECT_EQ(recorder.rows[k], std::make_pair(k + 1, passes));
-        EXPECT_TRUE(recorder.items.empty());
         for (int32_t y = 0; y < height; ++y) {
             const float expected = y == 0 || y == height - 1 ? 0.0f : std::min(y, done);
             for (int32_t x = 0; x < width; ++x) EXPECT_EQ(field[y * width + x], expected) << y;
@@ -328,7 +305,8 @@ TEST_P(ThreadTest, MapAndZipSamplesMatchAPlainLoop) {
             }
             BuildResultSet results;
             BuildContext context = Context(grid, &results);
-            ASSERT_TRUE(MapSamples(context, &device, *a, [](float v) { return v * 0.75f + 0.125f; }));
+            ASSERT_TRUE(
+                MapSamples(context, &device, *a, [](float v) { return v * 0.75f + 0.125f; }));
             ASSERT_TRUE(ZipSamples(context, &device, *a, *b,
                                    [](float x, float y) { return x - y * 0.5f; }));
             EXPECT_EQ(std::vector<float>(a->samples, a->samples + n), expected);
@@ -339,47 +317,19 @@ TEST_P(ThreadTest, MapAndZipSamplesMatchAPlainLoop) {
 INSTANTIATE_TEST_SUITE_P(Workers, ThreadTest, ::testing::Values(0u, 1u, 2u, 8u),
                          [](const auto& info) { return std::to_string(info.param) + "Workers"; });
 
-// Scanline jobs cut as RunRows cuts them, on a pool of 2.
-TEST_F(FrameworkTest, ThreadScanlinesCoverEveryRowOnce) {
-    host.Workers().Resize(2);
-    class Rows : public ThreadHelperScanline {
-    public:
-        Rows(BuildProgress* progress, int32_t first, int32_t last)
-            : ThreadHelperScanline(progress, nullptr, first, last) {}
-        bool ProcessRows(int32_t first, int32_t last) override {
-            std::lock_guard<std::mutex> guard(mutex);
-            for (int32_t y = first; y <= last; ++y) rows.push_back(y);
-            return true;
-        }
-        std::mutex mutex;
-        std::vector<int32_t> rows;
-    };
-    for (int32_t height : {0, 1, 5, 47, 48, 49, 100, 1024, 1025}) {
-        Rows helper(&recorder, 0, height - 1);
-        ASSERT_TRUE(helper.Run()) << height;
-        std::sort(helper.rows.begin(), helper.rows.end());
-        ASSERT_EQ(helper.rows.size(), static_cast<size_t>(height)) << height;
-        for (int32_t y = 0; y < height; ++y) EXPECT_EQ(helper.rows[y], y);
-        EXPECT_LE(helper.total, 48u);
-    }
-}
-
 TEST_F(FrameworkTest, PacketRefThreadCountsStayExactUnderConcurrentCopies) {
-    {
-        PacketRef shared = NewHeightField(Grid{2, 2});
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t)
-            threads.emplace_back([&] {
-                for (int i = 0; i < 20000; ++i) {
-                    PacketRef copy = shared;
-                    PacketRef other;
-                    other = copy;
-                }
-            });
-        for (auto& t : threads) t.join();
-        EXPECT_EQ(shared->refCount.load(), 1u);
-        EXPECT_EQ(LivePackets(), 1);
-    }
+    PacketRef shared = NewHeightField(Grid{2, 2});
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                PacketRef copy = shared, other;
+                other = copy;
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(shared->refCount.load(), 1u);
+    shared.Release();
     EXPECT_EQ(LivePackets(), 0);
 }
 
