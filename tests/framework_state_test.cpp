@@ -4,6 +4,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "TestDevices.h"
 #include "TestHost.h"
@@ -103,6 +104,11 @@ TEST_F(StateTest, RoundTripRestoresEverythingButTheSeed) {
     ASSERT_TRUE(LoadBytes(copy, bytes));
     EXPECT_EQ(copy.seed, same.NextSeed());
     EXPECT_EQ(host.Seeds().Calls(), 1u);
+    EXPECT_STREQ(copy.name, "Saved");
+    EXPECT_EQ(std::make_tuple(copy.enabled, copy.bypassed, copy.outputMode, copy.mode,
+                              copy.anchor[0], copy.anchor[1], copy.placement[0],
+                              copy.params.records[0].value.f, copy.params.records[1].value.i),
+              std::make_tuple(0, 1, 2u, 1u, 0.25f, 0.75f, 7, 1.5f, 2));
     copy.seed = source.seed;
     EXPECT_EQ(SavedBytes(copy), bytes);  // every other field as it was
 }
