@@ -228,22 +228,15 @@ TEST_F(NaturalTest, CancelledSnowPublishesNothingWithOrWithoutWorkers) {
 
 TEST_F(NaturalTest, NaturalDevicesNeedTerrainAndKeepTheirState) {
     const struct {
-        const char *type, *header, *secondInput, *lastOutput;
-        uint32_t outputs;
-    } cases[] = {{"Coast Erosion", "COER\x01", "Hardness Map", "Beach Map", 3},
-                 {"Snow", "SNOW\x01", "Snowfall Intensity", "Snow Depth Mask", 2}};
+        const char *type, *header;
+    } cases[] = {{"Coast Erosion", "COER\x01"}, {"Snow", "SNOW\x01"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.type);
         auto network = MakeNetwork();
         Device& device = network->AddDevice("d", c.type);
-        EXPECT_STREQ(device.GetInputName(1), c.secondInput);
-        EXPECT_EQ(device.inputs[1]->role, Orogen::kRoleOptional);
-        ASSERT_EQ(device.outputs.size(), c.outputs);
-        EXPECT_STREQ(device.GetOutputName(c.outputs - 1), c.lastOutput);
-        EXPECT_EQ(device.outputs[c.outputs - 1]->role, Orogen::kRoleOptional);
         // No terrain: fails and stores nothing.
         EXPECT_EQ(network->Build().Find("d")->status, BuildStatus::Failed);
-        for (uint32_t k = 0; k < c.outputs; ++k) EXPECT_FALSE(network->Output("d", k));
+        for (uint32_t k = 0; k < device.outputs.size(); ++k) EXPECT_FALSE(network->Output("d", k));
 
         Orogen::ParamRecord& changed = device.params.records[1];
         if (changed.IsFloat())
