@@ -69,210 +69,138 @@ Floats Random(size_t count, uint32_t seed) {
     return v;
 }
 
-Floats Of(const PacketRef& packet) {
-    return packet ? Floats(packet->samples,
-                           packet->samples + packet->PointCount() * packet->Channels())
-                  : Floats();
-}
-
-bool SameBits(const Floats& a, const Floats& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
-}
+using host::testing::SameBits;
+using host::testing::SamplesOf;
 
 using DevicePtr = std::unique_ptr<Device, DeviceDeleter>;
+using Maker = DevicePtr (*)();
 
 template <class T>
 DevicePtr Make() {
     return DevicePtr(CreateDevice<T>(), &DestroyDevice);
 }
 
-void Set(Device& device, const char* name, float value) {
-    GetParameter(&device, name)->f = value;
-}
-void SetInt(Device& device, const char* name, int32_t value) {
-    GetParameter(&device, name)->i = value;
+// A new device with the parameters of `params`, JSON written as in a network file.
+DevicePtr Made(Maker make, const char* params) {
+    DevicePtr device = make();
+    const nlohmann::json values = nlohmann::json::parse(params);
+    for (const auto& [name, value] : values.items()) host::SetParameter(*device, name, value);
+    return device;
 }
 
 constexpr int32_t kWidth = 41, kHeight = 23;
 
-// Each device against its kernels over 41 x 23 samples on 4 x 2 world units,
-// built with 1, 2 and 8 threads: the same bits every time.
-TEST_F(OpenFilterDevices, DevicesMatchTheirKernelsAtOneTwoAndEightThreads) {
+// `row(samples, y)` over every row of a kWidth x kHeight field.
+void ByRows(float* v, const std::function<void(float*, int32_t)>& row) {
+    for (int32_t y = 0; y < kHeight; ++y) row(v + y * kWidth, y);
+}
+
+// Each device saved and loaded into a new one, against its kernels over
+// 41 x 23 samples on 4 x 2 world units, built with 1, 2 and 8 threads: the
+// same bits every time.
+TEST_F(OpenFilterDevices, LoadedDevicesMatchTheirKernelsAtOneTwoAndEightThreads) {
     const Grid grid{kWidth, kHeight, -1.0, 0.0, 3.0, 2.0};
     const size_t points = kWidth * kHeight;
-    using Expect = std::function<std::vector<Floats>(Floats)>;
-    auto rows = [](Floats v, const std::function<void(float*, int32_t)>& row) {
-        for (int32_t y = 0; y < kHeight; ++y) row(v.data() + y * kWidth, y);
-        return v;
-    };
+    using Expected = std::vector<Floats>;  // {input}, turned into the outputs; v, n: its samples
     const struct {
         const char* name;
-        std::function<DevicePtr()> make;
+        Maker make;
+        const char* params;  // as a network file writes them
         uint32_t kind;
-        Expect expect;
         int32_t maskOutput;  // the output that is a mask, or -1
+        std::function<void(Expected&, float* v, size_t n)> expect;
     } cases[] = {
-        {"ramp smooth",
-         [] {
-             DevicePtr d = Make<Ramp>();
-             Set(*d, "Start", 0.2f), Set(*d, "End", 0.7f), SetInt(*d, "Shape", kRampSmooth);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             RampSamples(v.data(), v.size(), 0.2f, 0.7f, kRampSmooth);
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"ramp falling",
-         [] {
-             DevicePtr d = Make<Ramp>();
-             Set(*d, "Start", 0.7f), Set(*d, "End", 0.2f);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             RampSamples(v.data(), v.size(), 0.7f, 0.2f, kRampLinear);
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"expander",
-         [] {
-             DevicePtr d = Make<Expander>();
-             Set(*d, "Low", 0.1f), Set(*d, "High", 0.9f);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             ExpandSamples(v.data(), v.size(), FindHeightRange(v.data(), v.size()), 0.1f, 0.9f);
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"equalizer",
-         [] {
-             DevicePtr d = Make<Equalizer>();
-             Set(*d, "Strength", 0.6f);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             EqualizeSamples(v.data(), v.size(), 0.6f);
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"bias/gain on a height field",
-         [] {
-             DevicePtr d = Make<BiasGain>();
-             Set(*d, "Bias", 0.3f), Set(*d, "Gain", 0.7f);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             BiasGainSamples(v.data(), v.size(), MakeBiasGainCurve(0.3f, 0.7f));
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"bias/gain on a bitmap",
-         [] {
-             DevicePtr d = Make<BiasGain>();
-             Set(*d, "Bias", 0.7f), Set(*d, "Gain", 0.2f);
-             return d;
-         },
-         kBitmap,
-         [](Floats v) {
-             BiasGainSamples(v.data(), v.size(), MakeBiasGainCurve(0.7f, 0.2f));
-             return std::vector<Floats>{v};
-         },
-         -1},
-        {"uniform noise",
-         [] {
-             DevicePtr d = Make<AddNoise>();
-             Set(*d, "Amount", 0.2f), SetInt(*d, "Random Seed", 123);
-             return d;
-         },
-         kHeightField,
-         [&](Floats v) {
-             return std::vector<Floats>{rows(v, [](float* row, int32_t y) {
-                 AddNoiseRow(row, kWidth, y, 123, 0.2f, kNoiseUniform);
-             })};
-         },
-         -1},
-        {"gaussian noise",
-         [] {
-             DevicePtr d = Make<AddNoise>();
-             Set(*d, "Amount", 0.3f), SetInt(*d, "Random Seed", 5);
-             SetInt(*d, "Noise Type", kNoiseGaussian);
-             return d;
-         },
-         kHeightField,
-         [&](Floats v) {
-             return std::vector<Floats>{rows(v, [](float* row, int32_t y) {
-                 AddNoiseRow(row, kWidth, y, 5, 0.3f, kNoiseGaussian);
-             })};
-         },
-         -1},
-        {"height splitter",
-         [] {
-             DevicePtr d = Make<HeightSplitter>();
-             Set(*d, "Split Height", 0.4f), Set(*d, "Transition", 0.1f);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             Floats upper(v.size()), mask(v.size());
-             SplitSamples(v.data(), upper.data(), mask.data(), v.size(), 0.4f, 0.1f);
-             return std::vector<Floats>{v, upper, mask};
-         },
-         2},
-        {"probability at every sample",
-         [] {
-             DevicePtr d = Make<ProbScatter>();
-             Set(*d, "Density", 0.8f), SetInt(*d, "Random Seed", 9);
-             return d;
-         },
-         kHeightField,
-         [&](Floats v) {
-             return std::vector<Floats>{
-                 rows(v, [](float* row, int32_t y) { ScatterRow(row, row, kWidth, y, 9, 0.8f); })};
-         },
-         0},
-        {"spaced probability",
-         [] {
-             DevicePtr d = Make<ProbScatter>();
-             Set(*d, "Spacing", 0.15f), SetInt(*d, "Random Seed", 31);
-             return d;
-         },
-         kHeightField,
-         [](Floats v) {
-             Floats out(v.size(), 0.0f);
-             ScatterSpaced({v.data(), kWidth, kHeight, 4.0f, 2.0f}, out.data(), 0.15f, 31, 1.0f);
-             return std::vector<Floats>{out};
-         },
-         0},
+        {"ramp smooth", Make<Ramp>, R"({"Start": 0.2, "End": 0.7, "Shape": "Smooth"})",
+         kHeightField, -1,
+         [](Expected&, float* v, size_t n) { RampSamples(v, n, 0.2f, 0.7f, kRampSmooth); }},
+        {"ramp falling", Make<Ramp>, R"({"Start": 0.7, "End": 0.2})", kHeightField, -1,
+         [](Expected&, float* v, size_t n) { RampSamples(v, n, 0.7f, 0.2f, kRampLinear); }},
+        {"expander", Make<Expander>, R"({"Low": 0.1, "High": 0.9})", kHeightField, -1,
+         [](Expected&, float* v, size_t n) {
+             const auto range = FindHeightRange(v, n);
+             ExpandSamples(v, n, range, 0.1f, 0.9f);
+         }},
+        {"equalizer", Make<Equalizer>, R"({"Strength": 0.6})", kHeightField, -1,
+         [](Expected&, float* v, size_t n) { EqualizeSamples(v, n, 0.6f); }},
+        {"bias/gain on a height field", Make<BiasGain>, R"({"Bias": 0.3, "Gain": 0.7})",
+         kHeightField, -1,
+         [](Expected&, float* v, size_t n) {
+             BiasGainSamples(v, n, MakeBiasGainCurve(0.3f, 0.7f));
+         }},
+        {"bias/gain on a bitmap", Make<BiasGain>, R"({"Bias": 0.7, "Gain": 0.2})", kBitmap, -1,
+         [](Expected&, float* v, size_t n) {
+             BiasGainSamples(v, n, MakeBiasGainCurve(0.7f, 0.2f));
+         }},
+        {"uniform noise", Make<AddNoise>, R"({"Amount": 0.2, "Random Seed": 123})", kHeightField,
+         -1,
+         [](Expected&, float* v, size_t) {
+             ByRows(v, [](float* r, int32_t y) {
+                 AddNoiseRow(r, kWidth, y, 123, 0.2f, kNoiseUniform);
+             });
+         }},
+        {"gaussian noise", Make<AddNoise>,
+         R"({"Amount": 0.3, "Random Seed": 5, "Noise Type": "Gaussian"})", kHeightField, -1,
+         [](Expected&, float* v, size_t) {
+             ByRows(v, [](float* r, int32_t y) {
+                 AddNoiseRow(r, kWidth, y, 5, 0.3f, kNoiseGaussian);
+             });
+         }},
+        {"height splitter", Make<HeightSplitter>, R"({"Split Height": 0.4, "Transition": 0.1})",
+         kHeightField, 2,
+         [](Expected& o, float*, size_t n) {
+             o.resize(3, Floats(n));  // v may move
+             SplitSamples(o[0].data(), o[1].data(), o[2].data(), n, 0.4f, 0.1f);
+         }},
+        {"probability at every sample", Make<ProbScatter>, R"({"Density": 0.8, "Random Seed": 9})",
+         kHeightField, 0,
+         [](Expected&, float* v, size_t) {
+             ByRows(v, [](float* r, int32_t y) { ScatterRow(r, r, kWidth, y, 9, 0.8f); });
+         }},
+        {"spaced probability", Make<ProbScatter>, R"({"Spacing": 0.15, "Random Seed": 31})",
+         kHeightField, 0,
+         [](Expected& o, float* v, size_t n) {
+             Floats out(n, 0.0f);
+             ScatterSpaced({v, kWidth, kHeight, 4.0f, 2.0f}, out.data(), 0.15f, 31, 1.0f);
+             o[0] = out;
+         }},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const int channels = c.kind == kBitmap ? 3 : 1;
-        Floats in = Random(points * channels, 17);
+        Floats in = Random(points * (c.kind == kBitmap ? 3 : 1), 17);
         in[3] = 1.25f;
         in[8] = -0.5f;
         in[11] = std::numeric_limits<float>::quiet_NaN();
         const PacketRef input = MakePacket(c.kind, grid, in);
-        const std::vector<Floats> expected = c.expect(in);
+        Expected expected{in};
+        c.expect(expected, expected[0].data(), expected[0].size());
+        const DevicePtr configured = Made(c.make, c.params);
+        const std::string tag(configured->identity.tag, 4);
+        const std::string saved = testing::SavedBytes(*configured);
+        EXPECT_EQ(saved.substr(0, 9), tag + "\x01SPRK");  // no fields of their own
         DevicePtr device = c.make();
+        // Refused under another tag or cut short.
+        EXPECT_FALSE(testing::LoadBytes(*device, "CELL" + saved.substr(4)));
+        EXPECT_FALSE(testing::LoadBytes(*device, saved.substr(0, saved.size() - 3)));
+        ASSERT_TRUE(testing::LoadBytes(*device, saved));
+        device->seed = configured->seed;  // drawn afresh by every load
+        EXPECT_EQ(testing::SavedBytes(*device), saved);
+        if (std::strstr(c.params, "Random Seed")) {
+            EXPECT_NE(GetParameter(device.get(), "Randomize")->p, nullptr);
+        }
         const Outputs alone = BuildWith(*device, input, grid, 0);
         ASSERT_EQ(alone.size(), expected.size());
         for (size_t k = 0; k < alone.size(); ++k) {
             ASSERT_TRUE(alone[k]) << k;
             EXPECT_EQ(alone[k]->GetKind(), c.kind);
-            EXPECT_TRUE(SameBits(Of(alone[k]), expected[k])) << "output " << k;
+            EXPECT_TRUE(SameBits(SamplesOf(alone[k]), expected[k])) << "output " << k;
             EXPECT_EQ(alone[k]->maskFlag, static_cast<int32_t>(k) == c.maskOutput ? 1 : 0) << k;
         }
         for (uint32_t workers : {1u, 7u}) {
             const Outputs threaded = BuildWith(*device, input, grid, workers);
             ASSERT_EQ(threaded.size(), alone.size()) << workers;
             for (size_t k = 0; k < alone.size(); ++k)
-                EXPECT_TRUE(SameBits(Of(threaded[k]), Of(alone[k]))) << workers << " " << k;
+                EXPECT_TRUE(SameBits(SamplesOf(threaded[k]), SamplesOf(alone[k])))
+                    << workers << " " << k;
         }
     }
     EXPECT_EQ(LivePackets(), 0);
@@ -289,78 +217,34 @@ TEST_F(OpenFilterDevices, DefaultsAreTheIdentityOnAUnitField) {
         DevicePtr device = make();
         const Outputs out = BuildWith(*device, MakePacket(kHeightField, grid, in), grid, 2);
         ASSERT_EQ(out.size(), 1u) << device->GetTypeName();
-        EXPECT_TRUE(SameBits(Of(out[0]), in)) << device->GetTypeName();
+        EXPECT_TRUE(SameBits(SamplesOf(out[0]), in)) << device->GetTypeName();
     }
 }
 
 TEST_F(OpenFilterDevices, MissingOrUnfitInputsFailWithNoOutput) {
     const Grid grid{8, 8, 0.0, 0.0, 4.0, 4.0};
-    std::vector<DevicePtr> devices;
-    devices.push_back(Make<Ramp>());
-    devices.push_back(Make<Expander>());
-    devices.push_back(Make<Equalizer>());
-    devices.push_back(Make<BiasGain>());
-    devices.push_back(Make<AddNoise>());
-    devices.push_back(Make<HeightSplitter>());
-    devices.push_back(Make<ProbScatter>());
-    for (DevicePtr& device : devices) {
+    for (Maker make : {Make<Ramp>, Make<Expander>, Make<Equalizer>, Make<BiasGain>, Make<AddNoise>,
+                       Make<HeightSplitter>, Make<ProbScatter>}) {
+        DevicePtr device = make();
         SCOPED_TRACE(device->GetTypeName());
         EXPECT_TRUE(BuildWith(*device, PacketRef(), grid).empty());
         EXPECT_TRUE(BuildWith(*device, NewPacket(kParameterPacket, Grid{1, 1}), grid).empty());
     }
     // A spacing far below a sample would make too many candidates.
-    Set(*devices.back(), "Spacing", 1e-5f);
-    EXPECT_TRUE(
-        BuildWith(*devices.back(), MakePacket(kHeightField, grid, Floats(64, 1.0f)), grid).empty());
-    Set(*devices.back(), "Spacing", 0.5f);
-    EXPECT_FALSE(
-        BuildWith(*devices.back(), MakePacket(kHeightField, grid, Floats(64, 1.0f)), grid).empty());
-    EXPECT_EQ(LivePackets(), 0);
-}
-
-TEST_F(OpenFilterDevices, SavedStateRoundTripsAndRefusesOtherTags) {
-    const struct {
-        std::function<DevicePtr()> make;
-        const char* parameter;
-        float value;  // a real, or an integer for the seed
-    } cases[] = {
-        {Make<Ramp>, "End", 0.25f},
-        {Make<Expander>, "Low", 0.75f},
-        {Make<Equalizer>, "Strength", 0.125f},
-        {Make<BiasGain>, "Gain", 0.875f},
-        {Make<AddNoise>, "Random Seed", 4321},
-        {Make<HeightSplitter>, "Transition", 0.375f},
-        {Make<ProbScatter>, "Random Seed", 99},
-    };
-    for (const auto& c : cases) {
-        DevicePtr device = c.make();
-        const bool seeded = std::string(c.parameter) == "Random Seed";
-        if (seeded)
-            SetInt(*device, c.parameter, static_cast<int32_t>(c.value));
-        else
-            Set(*device, c.parameter, c.value);
-        const std::string tag(device->identity.tag, 4), saved = testing::SavedBytes(*device);
-        SCOPED_TRACE(tag);
-        ASSERT_EQ(saved.substr(0, 9), tag + "\x01SPRK");
-        DevicePtr loaded = c.make();
-        ASSERT_TRUE(testing::LoadBytes(*loaded, saved));
-        if (seeded) {
-            EXPECT_EQ(GetParameter(loaded.get(), c.parameter)->i, static_cast<int32_t>(c.value));
-            EXPECT_NE(GetParameter(loaded.get(), "Randomize")->p, nullptr);
-        } else {
-            EXPECT_EQ(GetParameter(loaded.get(), c.parameter)->f, c.value);
-        }
-        loaded->seed = device->seed;  // drawn afresh by every load
-        EXPECT_EQ(testing::SavedBytes(*loaded), saved);
-        EXPECT_FALSE(testing::LoadBytes(*loaded, "CELL" + saved.substr(4)));
-        EXPECT_FALSE(testing::LoadBytes(*loaded, saved.substr(0, saved.size() - 3)));
+    DevicePtr points = Make<ProbScatter>();
+    for (const float spacing : {1e-5f, 0.5f}) {
+        GetParameter(points.get(), "Spacing")->f = spacing;
+        const Outputs out =
+            BuildWith(*points, MakePacket(kHeightField, grid, Floats(64, 1.0f)), grid);
+        EXPECT_EQ(out.empty(), spacing < 1e-3f) << spacing;
     }
+    EXPECT_EQ(LivePackets(), 0);
 }
 
 TEST_F(OpenFilterDevices, OptionQueriesAndTheRandomizeOperation) {
     DevicePtr equalizer = Make<Equalizer>();
     EXPECT_FALSE(equalizer->OptionQuery8());
-    Set(*equalizer, "Strength", 0.0f);
+    GetParameter(equalizer.get(), "Strength")->f = 0.0f;
     EXPECT_TRUE(equalizer->OptionQuery8());
     EXPECT_FALSE(Make<Expander>()->OptionQuery8());
     for (const auto& make :

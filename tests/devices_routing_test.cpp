@@ -6,9 +6,11 @@
 // devices on one thread and on several, and network files that link to and
 // export the ports the settings create.
 
+#include <algorithm>
 #include <cstring>
-#include <functional>
+#include <iterator>
 #include <limits>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -70,90 +72,60 @@ using Orogen::ParamRecord;
 
 TEST_F(RoutingTest, EachDevicePassesTheChosenPacketOrNothing) {
     const struct {
-        const char* name;
         const char* type;
         std::vector<std::pair<const char*, int32_t>> params;
-        std::vector<uint32_t> linked;  // inputs fed by a source of their own
-        BuildStatus status;
-        std::vector<int> holds;  // per output: the input whose packet it holds, -1 none
+        std::vector<uint32_t> linked;  // inputs fed by a source "s<i>" of their own
+        bool built;
+        uint32_t outputs;
+        std::map<uint32_t, uint32_t> routes;  // output: the input whose packet it holds
     } cases[] = {
-        {"switch primary", "Switch", {}, {0, 1}, BuildStatus::Built, {0}},
-        {"switch optional", "Switch", {{"Input choice", 1}}, {0, 1}, BuildStatus::Built, {1}},
-        {"switch optional unlinked",
-         "Switch",
-         {{"Input choice", 1}},
-         {0},
-         BuildStatus::Failed,
-         {-1}},
-        {"switch nothing linked", "Switch", {}, {}, BuildStatus::Failed, {-1}},
-        {"switch primary unlinked", "Switch", {}, {1}, BuildStatus::Failed, {-1}},
-        {"switch choice 2", "Switch", {{"Input choice", 2}}, {0, 1}, BuildStatus::Failed, {-1}},
-        {"router to 1", "Router", {{"Output Choice", 1}}, {0}, BuildStatus::Built, {-1, 0}},
-        {"router beyond", "Router", {{"Output Choice", 3}}, {0}, BuildStatus::Built, {-1, -1}},
-        {"router to 4 of 5",
-         "Router",
-         {{"Number of Outputs", 5}, {"Output Choice", 4}},
-         {0},
-         BuildStatus::Built,
-         {-1, -1, -1, -1, 0}},
-        {"router without input", "Router", {}, {}, BuildStatus::Failed, {-1, -1}},
-        {"picker 1", "Route Picker", {{"Input Choice", 1}}, {0, 1}, BuildStatus::Built, {1}},
-        {"picker unlinked", "Route Picker", {{"Input Choice", 1}}, {0}, BuildStatus::Failed, {-1}},
-        {"picker beyond", "Route Picker", {{"Input Choice", 5}}, {0, 1}, BuildStatus::Failed, {-1}},
-        {"picker 2 of 3",
-         "Route Picker",
-         {{"Number of Inputs", 3}, {"Input Choice", 2}},
-         {1, 2},
-         BuildStatus::Built,
-         {2}},
-        {"checkpoint empty", "Checkpoint", {}, {}, BuildStatus::Built, {-1, -1, -1}},
-        {"checkpoint 1 of 3", "Checkpoint", {}, {1}, BuildStatus::Built, {-1, 1, -1}},
+        {"Switch", {}, {0, 1}, true, 1, {{0, 0}}},
+        {"Switch", {{"Input choice", 1}}, {0, 1}, true, 1, {{0, 1}}},
+        {"Switch", {{"Input choice", 1}}, {0}, false, 1, {}},
+        {"Switch", {}, {}, false, 1, {}},
+        {"Switch", {}, {1}, false, 1, {}},
+        {"Switch", {{"Input choice", 2}}, {0, 1}, false, 1, {}},
+        {"Router", {{"Output Choice", 1}}, {0}, true, 2, {{1, 0}}},
+        {"Router", {{"Output Choice", 3}}, {0}, true, 2, {}},
+        {"Router", {{"Number of Outputs", 5}, {"Output Choice", 4}}, {0}, true, 5, {{4, 0}}},
+        {"Router", {}, {}, false, 2, {}},
+        {"Route Picker", {{"Input Choice", 1}}, {0, 1}, true, 1, {{0, 1}}},
+        {"Route Picker", {{"Input Choice", 1}}, {0}, false, 1, {}},
+        {"Route Picker", {{"Input Choice", 5}}, {0, 1}, false, 1, {}},
+        {"Route Picker", {{"Number of Inputs", 3}, {"Input Choice", 2}}, {1, 2}, true, 1, {{0, 2}}},
+        {"Checkpoint", {}, {}, true, 3, {}},
+        {"Checkpoint", {}, {1}, true, 3, {{1, 1}}},
+        {"Checkpoint",
+         {{"Number of Ports", 32}},
+         {0, 5, 17, 31},
+         true,
+         32,
+         {{0, 0}, {5, 5}, {17, 17}, {31, 31}}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (size_t n = 0; n < std::size(cases); ++n) {
+        const auto& c = cases[n];
+        SCOPED_TRACE(::testing::Message() << "case " << n << ": " << c.type);
         auto network = MakeNetwork(13, 9);
-        network->AddDevice("d", c.type);
+        Device& device = network->AddDevice("d", c.type);
         Settle(*network, "d", c.params);
         for (uint32_t i : c.linked) {
             AddSource(*network, i);
             network->Connect(SourceId(i), 0, "d", i);
         }
-        ASSERT_EQ(network->Get("d").outputs.size(), c.holds.size());
+        ASSERT_EQ(device.outputs.size(), c.outputs);
         BuildReport report = network->Build({});
-        EXPECT_EQ(report.Find("d")->status, c.status) << report.Find("d")->message;
-        for (size_t k = 0; k < c.holds.size(); ++k) {
-            Orogen::PacketRef out = network->Output("d", static_cast<uint32_t>(k));
-            if (c.holds[k] < 0) {
-                EXPECT_FALSE(out) << "output " << k;
-                continue;
-            }
-            ASSERT_TRUE(out) << "output " << k;
-            Orogen::PacketRef source = network->Output(SourceId(c.holds[k]), 0);
+        EXPECT_EQ(report.Find("d")->status, c.built ? BuildStatus::Built : BuildStatus::Failed)
+            << report.Find("d")->message;
+        for (uint32_t k = 0; k < c.outputs; ++k) {
+            Orogen::PacketRef out = network->Output("d", k);
+            ASSERT_EQ(static_cast<bool>(out), c.routes.count(k) > 0) << "output " << k;
+            if (!out) continue;
+            Orogen::PacketRef source = network->Output(SourceId(c.routes.at(k)), 0);
             EXPECT_NE(out.get(), source.get());  // a private duplicate
             EXPECT_TRUE(SameBits(SamplesOf(out), SamplesOf(source)));
             EXPECT_EQ(std::string(out->name),
-                      std::string(network->Get("d").GetTypeName()) + ": slot " + std::to_string(k));
+                      std::string(device.GetTypeName()) + ": slot " + std::to_string(k));
         }
-    }
-}
-
-TEST_F(RoutingTest, CheckpointOfThirtyTwoPortsPassesEachInputToItsOwnOutput) {
-    auto network = MakeNetwork(7, 5);
-    network->AddDevice("c", "Checkpoint");
-    Settle(*network, "c", {{"Number of Ports", 32}});
-    const std::vector<uint32_t> linked = {0, 5, 17, 31};
-    for (uint32_t i : linked) {
-        AddSource(*network, i);
-        network->Connect(SourceId(i), 0, "c", i);
-    }
-    ASSERT_EQ(network->Get("c").inputs.size(), 32u);
-    ASSERT_EQ(network->Build({}).Find("c")->status, BuildStatus::Built);
-    for (uint32_t k = 0; k < 32; ++k) {
-        const bool fed = std::find(linked.begin(), linked.end(), k) != linked.end();
-        Orogen::PacketRef out = network->Output("c", k);
-        ASSERT_EQ(static_cast<bool>(out), fed) << k;
-        if (!fed) continue;
-        EXPECT_TRUE(SameBits(SamplesOf(out), SamplesOf(network->Output(SourceId(k), 0)))) << k;
     }
 }
 
@@ -285,7 +257,8 @@ TEST_F(RoutingTest, SavedCountsRebuildThePortsOnLoad) {
     }
 }
 
-TEST_F(RoutingTest, IntegerEqualsComparesIntegerPacketsOnly) {
+// Integer Equals' answer, linked to a Switch's choice, picks its input.
+TEST_F(RoutingTest, IntegerEqualsComparesIntegerPacketsOnlyAndDrivesASwitch) {
     const struct {
         const char* name;
         const char* source;  // "value", "ramp" or "none"
@@ -320,6 +293,12 @@ TEST_F(RoutingTest, IntegerEqualsComparesIntegerPacketsOnly) {
             network->AddDevice("v", "Test Ramp");
             network->Connect("v", 0, "eq", 0);
         }
+        network->AddDevice("sw", "Switch");
+        network->ConnectParameter("eq", 0, "sw", "Input choice");
+        for (uint32_t i : {0u, 1u}) {
+            AddSource(*network, i);
+            network->Connect(SourceId(i), 0, "sw", i);
+        }
         BuildReport report = network->Build({});
         ASSERT_EQ(report.Find("eq")->status, c.status) << report.Find("eq")->message;
         Orogen::PacketRef out = network->Output("eq", 0);
@@ -332,6 +311,8 @@ TEST_F(RoutingTest, IntegerEqualsComparesIntegerPacketsOnly) {
         EXPECT_EQ(Orogen::PacketTypeCode(*out), Orogen::kParamBoolean);
         EXPECT_EQ(Orogen::PacketValue(*out), c.answer);
         EXPECT_EQ(GetParameter(&equals, "Current Evaluation")->i, static_cast<int32_t>(c.answer));
+        EXPECT_TRUE(SameBits(SamplesOf(network->Output("sw", 0)),
+                             SamplesOf(network->Output(c.answer ? "s1" : "s0", 0))));
     }
 }
 
@@ -355,27 +336,6 @@ TEST_F(RoutingTest, ValueStateRoundTripsAndRefusesDamage) {
         EXPECT_FALSE(LoadBytes(*loaded, bad));
         EXPECT_EQ(loaded->Value(), -2.75f);
         EXPECT_EQ(loaded->TypeCode(), 1u);
-    }
-}
-
-TEST_F(RoutingTest, ValueThroughIntegerEqualsDrivesASwitch) {
-    for (const int32_t comparison : {7, 8}) {
-        SCOPED_TRACE(comparison);
-        auto network = MakeNetwork(9, 6);
-        AsValueInput(&network->AddDevice("v", "Value"))->Set(7.0f, 0);
-        GetParameter(&network->AddDevice("eq", "Integer Equals"), "Comparison Value")->i =
-            comparison;
-        network->AddDevice("sw", "Switch");
-        AddSource(*network, 0);
-        AddSource(*network, 1);
-        network->Connect("v", 0, "eq", 0);
-        network->ConnectParameter("eq", 0, "sw", "Input choice");
-        network->Connect("s0", 0, "sw", 0);
-        network->Connect("s1", 0, "sw", 1);
-        ASSERT_EQ(network->Build({}).Find("sw")->status, BuildStatus::Built);
-        const char* expected = comparison == 7 ? "s1" : "s0";
-        EXPECT_TRUE(
-            SameBits(SamplesOf(network->Output("sw", 0)), SamplesOf(network->Output(expected, 0))));
     }
 }
 
