@@ -4,7 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
+#include <sstream>
 
 #include "framework/Device.h"
 #include "framework/Fields.h"
@@ -36,13 +36,27 @@ class DeviceOf : public Category {
         this->SaveHeader(out, Self::kInfo.version);
         return static_cast<Self*>(this)->SaveFields(out) && this->SaveBaseState(out);
     }
+    // A state cut short or refused leaves the device as it was: what it held
+    // is saved first and read back on failure, its seed included.
     bool Load(std::istream& in) override {
+        std::stringstream before;
+        const int32_t seed = this->seed;
+        Save(before);
+        if (LoadSteps(in)) return true;
+        LoadSteps(before);
+        this->seed = seed;
+        return false;
+    }
+
+  private:
+    bool LoadSteps(std::istream& in) {
         Self* self = static_cast<Self*>(this);
         uint8_t version;
         return this->LoadHeader(in, version) && self->LoadFields(in, version) &&
                this->LoadBaseState(in) && self->AfterLoad(version);
     }
 
+  public:
     // Fields written between the version byte and the base state.
     bool SaveFields(std::ostream& /*out*/) { return true; }
     bool LoadFields(std::istream& /*in*/, uint8_t /*version*/) { return true; }

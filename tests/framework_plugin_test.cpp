@@ -114,6 +114,12 @@ TEST_F(PluginTest, EveryDeviceMatchesItsEntryRoundTripsAndBuildsTinyWorlds) {
         ASSERT_TRUE(LoadBytes(*loaded, saved));
         loaded->seed = device->seed;  // the one field a load draws afresh
         EXPECT_EQ(SavedBytes(*loaded), saved);
+        // A state cut short fails and leaves the device as it was.
+        loaded->SetName("Kept");
+        const std::string kept = SavedBytes(*loaded);
+        for (size_t cut : {saved.size() - 1, saved.size() / 2, size_t{20}})
+            EXPECT_FALSE(LoadBytes(*loaded, saved.substr(0, cut))) << cut;
+        EXPECT_EQ(SavedBytes(*loaded), kept);
         loaded->identity.destroy(loaded);
 
         for (Grid grid : {Grid{1, 1}, Grid{3, 2}, Grid{0, 0}}) {
