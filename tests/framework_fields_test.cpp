@@ -188,11 +188,9 @@ TEST_F(FieldsTest, DeviceOfSavesItsFieldsAndFixesOlderStates) {
         bool ok;
         uint32_t stamp;
     } cases[] = {
-        {"current", bytes, true, 0x01020304},
-        {"version 1", versionOne, true, 7},
+        {"current", bytes, true, 0x01020304}, {"version 1", versionOne, true, 7},
         {"version 3", newer, false, 99},  // refused after the stamp: put back
-        {"wrong tag", wrongTag, false, 99},
-        {"cut in the stamp", bytes.substr(0, 7), false, 99},
+        {"wrong tag", wrongTag, false, 99},   {"cut in the stamp", bytes.substr(0, 7), false, 99},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
