@@ -208,6 +208,7 @@ struct TiffLayout {
     uint16_t bits, format, perPixel, planar;
     uint32_t tile;  // 0: strips of 3 rows
     uint16_t compression = COMPRESSION_NONE;
+    bool refused = false;
 };
 
 // Sample s of pixel p, in the file's own units.
@@ -293,6 +294,8 @@ TEST(TiffRead, SampleTypesAndLayouts) {
         {"float32 RGB planes in tiles", 32, SAMPLEFORMAT_IEEEFP, 3, PLANARCONFIG_SEPARATE, 16},
         {"uint16 RGBA tiles", 16, SAMPLEFORMAT_UINT, 4, PLANARCONFIG_CONTIG, 16},
         {"float64 grey tiles", 64, SAMPLEFORMAT_IEEEFP, 1, PLANARCONFIG_CONTIG, 16},
+        {"int16", 16, SAMPLEFORMAT_INT, 1, PLANARCONFIG_CONTIG, 0, COMPRESSION_NONE, true},
+        {"uint32", 32, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0, COMPRESSION_NONE, true},
     };
     constexpr uint32_t width = 37, height = 21;  // partial tiles and strips at the edges
     TempDir dir;
@@ -300,6 +303,12 @@ TEST(TiffRead, SampleTypesAndLayouts) {
     for (const TiffLayout& t : layouts) {
         SCOPED_TRACE(t.name);
         WriteTiffDirect(path, t, width, height);
+        if (t.refused) {
+            const std::string message = ErrorOf([&] { ReadTiff(path); });
+            EXPECT_TRUE(Contains(message, "unsupported samples")) << message;
+            EXPECT_TRUE(Contains(message, path.string())) << message;
+            continue;
+        }
         const Image image = ReadTiff(path);
         const int channels = t.perPixel >= 3 ? 3 : 1;
         ASSERT_EQ(image.width, int32_t(width));
@@ -314,15 +323,6 @@ TEST(TiffRead, SampleTypesAndLayouts) {
                 ASSERT_EQ(image.samples[p * channels + c], expected) << "pixel " << p << "." << c;
             }
         EXPECT_EQ(ReadImage(path, 1).channels, 1);
-    }
-    const TiffLayout refused[] = {{"int16", 16, SAMPLEFORMAT_INT, 1, PLANARCONFIG_CONTIG, 0},
-                                  {"uint32", 32, SAMPLEFORMAT_UINT, 1, PLANARCONFIG_CONTIG, 0}};
-    for (const TiffLayout& t : refused) {
-        SCOPED_TRACE(t.name);
-        WriteTiffDirect(path, t, 4, 4);
-        const std::string message = ErrorOf([&] { ReadTiff(path); });
-        EXPECT_TRUE(Contains(message, "unsupported samples")) << message;
-        EXPECT_TRUE(Contains(message, path.string())) << message;
     }
 }
 
