@@ -192,7 +192,6 @@ TEST(ReadFailure, RawWrongSizeNamesExpectedAndActual) {
         const fs::path path = dir / name;
         const int total = 6 * bytesPer;
         write(path, MakeImage(3, 2, 1, Smooth));
-        EXPECT_EQ(read(path, 3, 2, 1).samples.size(), 6u);
         EXPECT_EQ(read(path, 2, 1, 3).samples.size(), 6u);  // same size, other shape
 
         for (const auto& [w, h, c] : {std::tuple{3, 3, 1}, {2, 2, 1}, {3, 2, 3}, {1, 1, 1}}) {

@@ -218,7 +218,6 @@ TEST(ImageIO, SixteenBitRangeMapping) {
         ASSERT_EQ(bytes.size(), 2u);
         EXPECT_EQ(unsigned(uint8_t(bytes[0])) | unsigned(uint8_t(bytes[1])) << 8, c.level)
             << c.value << " in " << c.range.low << ".." << c.range.high;
-        EXPECT_EQ(ReadR16(dir / "h.r16", 1, 1).samples[0], float(c.level) / 65535.0f);
         WritePng(dir / "h.png", image, 16, {}, c.range);
         if (CanReadPng()) {
             EXPECT_EQ(ReadPng(dir / "h.png").samples[0], float(c.level) / 65535.0f);
