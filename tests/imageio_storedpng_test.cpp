@@ -17,6 +17,7 @@
 namespace basekit::host::testing {
 namespace {
 
+#ifdef BASEKIT64_HAVE_LIBPNG
 struct Case {
     const char* name;
     int32_t width, height;
@@ -26,8 +27,10 @@ struct Case {
 // Shapes that give one short block, exactly one and exactly two full blocks
 // of 65535 bytes (rows of 257 bytes), many blocks, and several IDAT chunks.
 const Case kCases[] = {
-    {"Grey8_1x1", 1, 1, 1, 8},         {"Rgb8_5x3", 5, 3, 3, 8},
-    {"Grey16_3x2", 3, 2, 1, 16},       {"Rgb16_4x7", 4, 7, 3, 16},
+    {"Grey8_1x1", 1, 1, 1, 8},
+    {"Rgb8_5x3", 5, 3, 3, 8},
+    {"Grey16_3x2", 3, 2, 1, 16},
+    {"Rgb16_4x7", 4, 7, 3, 16},
     {"Grey16_OneFullBlock", 128, 255, 1, 16},
     {"Grey16_TwoFullBlocks", 128, 510, 1, 16},
     {"Rgb8_ManyBlocks", 300, 200, 3, 8},
@@ -35,34 +38,11 @@ const Case kCases[] = {
     {"Grey16_ManyBands", 1000, 333, 1, 16},
 };
 
-class StoredPng : public ::testing::TestWithParam<Case> {
-  protected:
-    void SetUp() override {
-        NEED_PNG_READER();
-        const Case& c = GetParam();
-        image = MakeImage(c.width, c.height, c.channels, PngSample);
-        path = dir / "stored.png";
-        WriteStoredPng(path, image, c.bitDepth);
-    }
-
-    TempDir dir;
-    Image image;
-    fs::path path;
-};
-
-#ifdef BASEKIT64_HAVE_LIBPNG
-// The stored level of v: clamped to 0..1, NaN as 0, rounded half away from 0.
-unsigned Level(float v, unsigned max) {
-    if (std::isnan(v) || v <= 0.0f) return 0;
-    if (v >= 1.0f) return max;
-    return unsigned(std::round(double(v) * max));
-}
-
 // The levels of `samples`, big-endian, as a PNG row holds them.
 std::string Levels(const float* samples, size_t count, int bitDepth) {
     std::string bytes;
     for (size_t i = 0; i < count; ++i) {
-        const unsigned v = Level(samples[i], bitDepth == 16 ? 65535 : 255);
+        const unsigned v = PngLevel(samples[i], bitDepth == 16 ? 65535 : 255);
         if (bitDepth == 16) bytes += char(v >> 8);
         bytes += char(v & 0xff);
     }
@@ -73,11 +53,6 @@ uint32_t BigEndian(const std::string& bytes, size_t at) {
     return (uint32_t(uint8_t(bytes[at])) << 24) | (uint32_t(uint8_t(bytes[at + 1])) << 16) |
            (uint32_t(uint8_t(bytes[at + 2])) << 8) | uint32_t(uint8_t(bytes[at + 3]));
 }
-
-struct Chunks {
-    std::string header, stream;  // IHDR's body, the IDATs' bodies joined
-    size_t idatChunks = 0;
-};
 
 // The zlib stream inflated by zlib, its own checks included.
 std::string Inflate(const std::string& stream, size_t size) {
@@ -90,14 +65,12 @@ std::string Inflate(const std::string& stream, size_t size) {
     return raw;
 }
 
-// Walks the chunks, checking each CRC, and that the file is IHDR, IDATs,
-// IEND and nothing else.
-void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
+// Walks the chunks, checking each CRC, that the file is IHDR, IDATs, IEND
+// and nothing else, and IHDR's body; gives the IDATs' bodies joined.
+void ReadChunks(const std::string& file, const Case& c, std::string& stream, size_t& idatChunks) {
     ASSERT_EQ(file.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
     std::vector<std::string> types;
-    std::string& header = out.header;
-    std::string& stream = out.stream;
-    size_t& idatChunks = out.idatChunks;
+    std::string header;
     size_t at = 8;
     while (at + 12 <= file.size()) {
         const uint32_t length = BigEndian(file, at);
@@ -123,29 +96,29 @@ void ReadChunks(const std::string& file, const Case& c, Chunks& out) {
               BigEndian32(uint32_t(c.width)) + BigEndian32(uint32_t(c.height)) + depthAndType);
 }
 
-TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
+class StoredAndBandedPng : public ::testing::TestWithParam<Case> {};
+
+TEST_P(StoredAndBandedPng, AreExactAndTheSameOnEveryThreadCount) {
+    NEED_PNG_READER();
     const Case& c = GetParam();
-    // libpng reads the exact levels, the same pixels as its own compressed file.
-    const Image back = ReadPng(path);
+    const Image image = MakeImage(c.width, c.height, c.channels, PngSample);
+    TempDir dir;
+    const fs::path stored = dir / "stored.png", one = dir / "one.png", many = dir / "many.png";
+    WriteStoredPng(stored, image, c.bitDepth);
+    // libpng reads the exact levels.
+    const Image back = ReadPng(stored);
     ASSERT_EQ(back.width, c.width);
     ASSERT_EQ(back.height, c.height);
     ASSERT_EQ(back.channels, c.channels);
     ASSERT_EQ(back.samples.size(), image.samples.size());
-    const float max = c.bitDepth == 16 ? 65535.0f : 255.0f;
+    const unsigned max = c.bitDepth == 16 ? 65535 : 255;
     for (size_t i = 0; i < image.samples.size(); ++i)
-        ASSERT_EQ(back.samples[i], float(Level(image.samples[i], unsigned(max))) / max)
+        ASSERT_EQ(back.samples[i], float(PngLevel(image.samples[i], max)) / float(max))
             << "sample " << i << " = " << image.samples[i];
-    const fs::path compressed = dir / "libpng.png";
-    (c.bitDepth == 16 ? WritePng16 : WritePng8)(compressed, image);
-    EXPECT_EQ(ReadPng(compressed).samples, back.samples);
-    EXPECT_EQ(dir.List(), (std::vector<std::string>{"libpng.png", "stored.png"}));
 
-    Chunks chunks;
-    ReadChunks(ReadBytes(path), c, chunks);
-    if (HasFatalFailure()) return;
-    const std::string& stream = chunks.stream;
-    const size_t idatChunks = chunks.idatChunks;
-
+    std::string stream;
+    size_t idatChunks = 0;
+    ASSERT_NO_FATAL_FAILURE(ReadChunks(ReadBytes(stored), c, stream, idatChunks));
     // The scanlines: filter byte 0, then the levels, big-endian.
     std::string raw;
     const size_t rowSamples = size_t(c.width) * c.channels;
@@ -159,8 +132,7 @@ TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
     EXPECT_EQ((uint8_t(stream[0]) * 256 + uint8_t(stream[1])) % 31, 0);
     std::string data;
     size_t p = 2, blocks = 0;
-    bool last = false;
-    while (!last) {
+    for (bool last = false; !last; ++blocks) {
         ASSERT_LE(p + 5, stream.size());
         const uint8_t kind = uint8_t(stream[p]);
         ASSERT_EQ(kind & 0x06, 0) << "block " << blocks << " is not stored";
@@ -171,7 +143,6 @@ TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
         ASSERT_LE(p + 5 + length, stream.size());
         data += stream.substr(p + 5, length);
         p += 5 + length;
-        ++blocks;
         if (!last) {
             EXPECT_EQ(length, 65535u) << "only the last block is short";
         }
@@ -182,38 +153,12 @@ TEST_P(StoredPng, ChunksStreamAndLevelsAreExact) {
     const uLong adler = adler32(adler32(0, nullptr, 0), reinterpret_cast<const Bytef*>(raw.data()),
                                 uInt(raw.size()));
     EXPECT_EQ(BigEndian(stream, p), uint32_t(adler));
-
-    EXPECT_TRUE(Inflate(stream, raw.size()) == raw) << "zlib disagrees";
-
     // Several IDAT chunks only for the largest, which holds over 1 MiB.
     EXPECT_EQ(idatChunks > 1, raw.size() > (size_t{1} << 20)) << idatChunks << " IDAT chunks";
-}
 
-// Undoes the PNG filters of `raw` (a filter byte, then the row).
-std::string Unfilter(const std::string& raw, size_t rowBytes, size_t bpp) {
-    std::string out, prior(rowBytes, '\0');
-    for (size_t at = 0; at + rowBytes + 1 <= raw.size(); at += rowBytes + 1) {
-        std::string row = raw.substr(at + 1, rowBytes);
-        for (size_t i = 0; i < rowBytes; ++i) {
-            const int a = i >= bpp ? uint8_t(row[i - bpp]) : 0, b = uint8_t(prior[i]),
-                      c = i >= bpp ? uint8_t(prior[i - bpp]) : 0;
-            const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
-            const int predicted[] = {0, a, b, (a + b) / 2, pa <= pb && pa <= pc ? a : pb <= pc ? b : c};
-            const int filter = uint8_t(raw[at]);
-            if (filter > 4) return "bad filter";
-            row[i] = char(uint8_t(row[i]) + predicted[filter]);
-        }
-        out += row;
-        prior = row;
-    }
-    return out;
-}
-
-TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
-    const Case& c = GetParam();
-    const fs::path one = dir / "one.png", many = dir / "many.png";
+    // The banded file: bands run backwards on several threads, and order may
+    // not matter.
     WritePng(one, image, c.bitDepth, {});
-    // Bands run backwards on several threads: order may not matter.
     const ParallelFor threads = [](size_t count, const std::function<void(size_t)>& body) {
         std::vector<std::thread> pool;
         for (size_t t = 0; t < 3; ++t)
@@ -226,19 +171,16 @@ TEST_P(StoredPng, BandedPngIsExactAndTheSameOnEveryThreadCount) {
     WritePng(many, image, c.bitDepth, threads);
     const std::string file = ReadBytes(one);
     EXPECT_TRUE(file == ReadBytes(many)) << "the threads changed the file";
-
-    Chunks chunks;
-    ReadChunks(file, c, chunks);
-    if (HasFatalFailure()) return;
-    const size_t rowSamples = size_t(c.width) * c.channels, depth = size_t(c.bitDepth / 8);
-    // zlib checks the joined stream's Adler-32 too.
-    const std::string raw = Inflate(chunks.stream, size_t(c.height) * (1 + rowSamples * depth));
-    EXPECT_TRUE(Unfilter(raw, rowSamples * depth, c.channels * depth) ==
-                Levels(image.samples.data(), image.samples.size(), c.bitDepth));
-    EXPECT_EQ(ReadPng(one).samples, ReadPng(path).samples);  // the stored file's exact levels
+    EXPECT_EQ(dir.List(), (std::vector<std::string>{"many.png", "one.png", "stored.png"}));
+    stream.clear();
+    idatChunks = 0;
+    ASSERT_NO_FATAL_FAILURE(ReadChunks(file, c, stream, idatChunks));
+    // zlib checks the joined stream's Adler-32, which libpng may let pass.
+    EXPECT_EQ(Inflate(stream, raw.size()).size(), raw.size());
+    EXPECT_EQ(ReadPng(one).samples, back.samples);  // the exact levels, as the stored file's
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, StoredPng, ::testing::ValuesIn(kCases),
+INSTANTIATE_TEST_SUITE_P(Shapes, StoredAndBandedPng, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<Case>& info) {
                              return std::string(info.param.name);
                          });

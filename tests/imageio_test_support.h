@@ -3,12 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <iterator>
-#include <limits>
 #include <filesystem>
 #include <functional>
+#include <iterator>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,8 +17,8 @@
 #include "host/ImageIO.h"
 
 // Skip a test where this build lacks the library it needs.
-#define NEED_PNG_READER()                                                \
-    if (!::basekit::host::CanReadPng())                                  \
+#define NEED_PNG_READER()               \
+    if (!::basekit::host::CanReadPng()) \
     GTEST_SKIP() << "this build has no libpng: PNG files cannot be read"
 #define NEED_EXR() \
     if (!::basekit::host::CanUseExr()) GTEST_SKIP() << "this build has no OpenEXR"
@@ -46,10 +47,17 @@ Image MakeImage(int32_t width, int32_t height, int channels, F f) {
 inline float PngSample(size_t i) {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     constexpr float inf = std::numeric_limits<float>::infinity();
-    static const float special[] = {0.0f, 1.0f,  0.5f, 0.25f, 0.2f, -0.25f, 1.75f, nan,
-                                    inf,  -inf, 1.0f / 65535.0f, 0.5f / 255.0f};
+    static const float special[] = {0.0f, 1.0f, 0.5f, 0.25f,           0.2f,         -0.25f, 1.75f,
+                                    nan,  inf,  -inf, 1.0f / 65535.0f, 0.5f / 255.0f};
     if (i < std::size(special)) return special[i];
     return 0.5f + 0.6f * std::sin(float(i) * 0.61f);
+}
+
+// The level a PNG of `max` levels stores for v, worked out independently of
+// the code under test: clamped to 0..1, NaN as 0, rounded half away from 0.
+inline unsigned PngLevel(float v, unsigned max) {
+    if (std::isnan(v)) return 0;
+    return unsigned(std::round(std::clamp(double(v), 0.0, 1.0) * max));
 }
 
 // Runs f, which must throw std::runtime_error; returns its message.
