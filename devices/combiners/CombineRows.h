@@ -12,26 +12,14 @@
 #include "devices/combiners/CombineKernels.h"
 #include "framework/PortableMath.h"
 #include "framework/PowLanes.h"
+#include "framework/Ramps.h"
 
 namespace basekit::combine {
 
-// What ClampHeights does to one sample, so that clamping rides along in the
-// same pass.
-template <class Path>
-float ClampHeight(float v) {
-    if (v != v) return 1.0f;
-    if (v < 0.0f) return 0.0f;
-    if (v > 1.0f) return 1.0f;
-    return v;
-}
-
-// Bitmaps are only brought into range; a NaN is left for what reads them.
-template <class Path>
-float ClampChannel(float v) {
-    if (v < 0.0f) return 0.0f;
-    if (v > 1.0f) return 1.0f;
-    return v;
-}
+// Clamping rides along in the same pass: heights as ClampHeights does,
+// bitmaps only into range (a NaN is left for what reads them).
+using Orogen::ClampHeight;
+using Orogen::ClampUnit;
 
 // a := clamp(f(a, b)) over the floats of rows first..last, written out per
 // method so that the simple ones vectorise.
@@ -132,7 +120,7 @@ bool CommonMethod(const CombinePlane& plane, int32_t method, float s, int32_t fi
 template <class Path>
 void HeightRows(const CombinePlane& plane, int32_t method, float strength, int32_t first,
                 int32_t last) {
-    const auto clamp = [](float v) { return ClampHeight<Path>(v); };
+    const auto clamp = [](float v) { return ClampHeight(v); };
     if (CommonMethod<Path>(plane, method, strength, first, last, clamp)) return;
     if (method == kCombineLogRatio) {
         // b <= 0 (or NaN) never divides: those samples are 1 whatever the strength.
@@ -150,7 +138,7 @@ void HeightRows(const CombinePlane& plane, int32_t method, float strength, int32
 template <class Path>
 void ImageRows(const CombinePlane& plane, int32_t method, float strength, int32_t first,
                int32_t last) {
-    const auto clamp = [](float v) { return ClampChannel<Path>(v); };
+    const auto clamp = [](float v) { return ClampUnit(v); };
     if (CommonMethod<Path>(plane, method, strength, first, last, clamp)) return;
     Rows<Path>(plane, first, last, clamp, [](float a, float) { return a; });
 }
@@ -158,7 +146,7 @@ void ImageRows(const CombinePlane& plane, int32_t method, float strength, int32_
 template <class Path>
 void ArithmeticRows(const CombinePlane& plane, int32_t operation, float amount, int32_t first,
                     int32_t last) {
-    const auto clamp = [](float v) { return ClampHeight<Path>(v); };
+    const auto clamp = [](float v) { return ClampHeight(v); };
     switch (operation) {
         case kArithmeticAdd:
             Rows<Path>(plane, first, last, clamp, [=](float a, float b) { return a + amount * b; });
