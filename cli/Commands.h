@@ -17,6 +17,7 @@ struct ServeSettings {
     int port = 8080;                                   // 0: any free port
     std::pair<int32_t, int32_t> resolution{513, 513};  // at most, while editing
     uint32_t threads = 0;
+    basekit::host::ParseOptions options;  // --seed and --set, applied on every read
 };
 
 // Builds the network into the page, serves it on 127.0.0.1 and builds again

@@ -162,7 +162,7 @@ int RunServe(basekit::host::Host& host, const ServeSettings& serve) {
         int code = kExitOk;
         auto start = std::chrono::steady_clock::now();
         try {
-            basekit::host::Project project = ReadProject(host, serve.file);
+            basekit::host::Project project = ReadProject(host, serve.file, serve.options);
             BuildSettings settings;
             settings.outputDir = out;
             settings.formats = 0;

@@ -66,6 +66,16 @@ struct BuildFlags {
     }
 };
 
+// What changes the network as it is read: build, demo, save and serve take them.
+void AddProjectFlags(CLI::App& command, BuildFlags& flags) {
+    command.add_option("--seed", flags.seed,
+                       "Seed of the build, instead of the file's \"seed\": seeded devices without "
+                       "a \"Random Seed\" of their own take one from it and their id");
+    command.add_option("--set", flags.sets,
+                       "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
+        ->allow_extra_args(false);
+}
+
 void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_option("-o,--output", flags.outputDir, "Folder for the files and manifest.json")
         ->capture_default_str();
@@ -91,12 +101,7 @@ void AddBuildFlags(CLI::App& command, BuildFlags& flags) {
     command.add_flag("--keep-going", flags.keepGoing,
                      "Exit 0 even when a device fails or an export is missing (the manifest "
                      "still says so)");
-    command.add_option("--seed", flags.seed,
-                       "Seed of the build, instead of the file's \"seed\": seeded devices without "
-                       "a \"Random Seed\" of their own take one from it and their id");
-    command.add_option("--set", flags.sets,
-                       "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
-        ->allow_extra_args(false);
+    AddProjectFlags(command, flags);
     command.add_flag("--html", flags.html,
                      "Also write index.html: every export in 2-D and 3-D, to open from the folder");
 }
@@ -166,6 +171,8 @@ int Run(int argc, char** argv) {
     CLI::App* save = app.add_subcommand("save", "Write the network again with every device's saved state");
     save->add_option("file", saveFile, "Network file (JSON)")->required();
     save->add_option("-o,--output", saveOutput, "The file to write")->required();
+    BuildFlags saveFlags;
+    AddProjectFlags(*save, saveFlags);
 
     ServeSettings serveSettings;
     std::string serveResolution = "513x513";
@@ -185,6 +192,8 @@ int Run(int argc, char** argv) {
         ->add_option("--threads", serveSettings.threads,
                      "Threads to build with (default: one per core)")
         ->check(CLI::Range(1u, 4096u));
+    BuildFlags serveFlags;
+    AddProjectFlags(*serve, serveFlags);
 
     BuildFlags demoFlags;
     demoFlags.preview = true;
@@ -226,7 +235,11 @@ int Run(int argc, char** argv) {
             settings = demoFlags.Settings();
             parseOptions = demoFlags.Options();
         }
-        if (*serve) serveSettings.resolution = ParseResolution(serveResolution);
+        if (*serve) {
+            serveSettings.resolution = ParseResolution(serveResolution);
+            serveSettings.options = serveFlags.Options();
+        }
+        if (*save) parseOptions = saveFlags.Options();
 
         if (version) std::printf("orogen %s\n", OROGEN_VERSION);
         basekit::host::Host host;
@@ -250,7 +263,7 @@ int Run(int argc, char** argv) {
         if (*devices) return RunDevices(host, devicesJson);
         if (*serve) return RunServe(host, serveSettings);
         if (*save) {
-            basekit::host::Project project = ReadProject(host, saveFile);
+            basekit::host::Project project = ReadProject(host, saveFile, parseOptions);
             basekit::host::SaveNetworkFile(project, saveOutput);
             return kExitOk;
         }

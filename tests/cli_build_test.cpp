@@ -604,8 +604,10 @@ const char* const kChain = R"({
 TEST(CliSave, SettingsBeforeLinksAndRoundTripBuildsTheSameBits) {
     Scratch dir;
     WriteText(dir / "net.json", kChain);
-    auto build = [&](const char* file, const char* out) {
-        RunResult run = RunOrogen({"build", file, "-o", out, "--format", "r32", "-q"}, dir.path());
+    auto build = [&](const char* file, const char* out, std::vector<std::string> more = {}) {
+        std::vector<std::string> args = {"build", file, "-o", out, "--format", "r32", "-q"};
+        args.insert(args.end(), more.begin(), more.end());
+        RunResult run = RunOrogen(args, dir.path());
         EXPECT_EQ(run.code, 0) << run.err;
     };
     build("net.json", "a");
@@ -641,6 +643,16 @@ TEST(CliSave, SettingsBeforeLinksAndRoundTripBuildsTheSameBits) {
         EXPECT_FALSE(a.empty());
         EXPECT_EQ(a, ReadText(dir / "b" / name)) << name;
     }
+    // --set and --seed are saved into the file: it builds as the original with them.
+    const std::vector<std::string> tuned = {"--set", "cone.Radius=0.5", "--seed", "9"};
+    std::vector<std::string> args = {"save", "net.json", "-o", "tuned.json"};
+    args.insert(args.end(), tuned.begin(), tuned.end());
+    ASSERT_EQ(RunOrogen(args, dir.path()).code, 0);
+    build("net.json", "c", tuned);
+    build("tuned.json", "d");
+    EXPECT_NE(ReadText(dir / "c" / "smooth.r32"), ReadText(dir / "a" / "smooth.r32"));
+    for (const char* name : {"ramp.r32", "zigzag.r32", "smooth.r32", "flat.r32"})
+        EXPECT_EQ(ReadText(dir / "c" / name), ReadText(dir / "d" / name)) << name;
 }
 
 }  // namespace
