@@ -151,6 +151,10 @@ TEST(SnowScale, DefaultsRunAmountOver64UnitsOfPassesAndALogMask) {
         Orogen::Grid grid;
         grid.width = grid.height = side;
         EXPECT_EQ(ScaleSnow(grid, 0.5f, 1.0f, 15).passes, 15 * side / 64);
+        // A world unit of more samples than the passes can follow.
+        grid.x1 = 1e-30;
+        EXPECT_EQ(ScaleSnow(grid, 0.5f, 1.0f, 15).passes, kMaxSnowPasses);
+        EXPECT_EQ(ScaleSnow(grid, 0.5f, 1.0f, 0).passes, 0);
     }
     // The log mask saturates where log10(c s + 1) reaches a quarter of log10(c + 1).
     std::vector<float> depth = {0.0f, -1.0f, 1.0f, (std::pow(31.0f, 0.25f) - 1.0f) / 30.0f, 0.01f};

@@ -39,7 +39,8 @@ SnowScale ScaleSnow(const Grid& grid, float intensity, float balance, int32_t am
     // A zero extent divides by zero: an infinite fall that the clamps bound.
     s.fall = intensity * 0.64f / static_cast<float>(perUnit);
     s.evaporation = s.fall * balance;
-    s.passes = static_cast<int32_t>(amount * perUnit * 0.015625);
+    const double passes = amount * perUnit * 0.015625;
+    s.passes = passes > 0.0 ? static_cast<int32_t>(std::min(passes, double{kMaxSnowPasses})) : 0;
     return s;
 }
 

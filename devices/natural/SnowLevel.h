@@ -19,7 +19,11 @@ class SnowLevel : public DeviceOf<SnowLevel, NaturalFilter> {
 
 // The rates and pass count of a terrain `grid` wide: fall = intensity * 0.64 /
 // samples per unit, evaporation = fall * balance, passes = amount / 64 world
-// units in samples, truncated.
+// units in samples, truncated, at most kMaxSnowPasses.
+// Reached only where a world unit holds over 41,943 samples; a world far
+// narrower than its samples would otherwise ask for passes without end.
+constexpr int32_t kMaxSnowPasses = 1 << 16;
+
 struct SnowScale {
     float fall;
     float evaporation;
