@@ -102,8 +102,17 @@ inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path&
     startup.hStdOutput = out;
     startup.hStdError = err;
     PROCESS_INFORMATION process{};
-    const bool started = CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                                        workDir.c_str(), &startup, &process);
+    // Wine now and then refuses a start with an internal error: try again.
+    bool started = false;
+    DWORD startError = 0;
+    for (int attempt = 0; attempt < 3 && !started; ++attempt) {
+        started = CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                 workDir.c_str(), &startup, &process);
+        if (started) break;
+        startError = GetLastError();
+        if (startError != ERROR_INTERNAL_ERROR) break;
+        Sleep(200);
+    }
     SetEnvironmentVariableW(name.c_str(), previousLength ? previous.data() : nullptr);
     CloseHandle(in);
     CloseHandle(out);
@@ -117,7 +126,7 @@ inline RunResult RunOrogen(const std::vector<std::string>& args, const fs::path&
         CloseHandle(process.hThread);
         CloseHandle(process.hProcess);
     } else {
-        ADD_FAILURE() << "cannot start " << OrogenPath().string() << ": error " << GetLastError();
+        ADD_FAILURE() << "cannot start " << OrogenPath().string() << ": error " << startError;
     }
     // Text written in text mode ends its lines with CR LF here.
     auto lines = [](std::string text) {
