@@ -72,7 +72,7 @@ void AddProjectFlags(CLI::App& command, BuildFlags& flags) {
                        "Seed of the build, instead of the file's \"seed\": seeded devices without "
                        "a \"Random Seed\" of their own take one from it and their id");
     command.add_option("--set", flags.sets,
-                       "ID.PARAM=VALUE: sets a device's parameter for this build (repeatable)")
+                       "ID.PARAM=VALUE: sets a device's parameter as the file is read (repeatable)")
         ->allow_extra_args(false);
 }
 
