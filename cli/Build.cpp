@@ -29,6 +29,7 @@
 #include "cli/Preview.h"
 #include "cli/Progress.h"
 #include "cli/Tool.h"
+#include "host/HostPacket.h"
 
 #ifdef _WIN32
 #ifndef NOMINMAX
@@ -89,14 +90,6 @@ private:
     void (*previousInt)(int);
     void (*previousTerm)(int);
 };
-
-int ProcessId() {
-#ifdef _WIN32
-    return _getpid();
-#else
-    return static_cast<int>(getpid());
-#endif
-}
 
 bool PlainFileName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -343,23 +336,25 @@ private:
     std::vector<std::thread> workers;
 };
 
+// A new folder of its own in `dir`, named `prefix`<pid>-<random>: one planted
+// at a name guessed beforehand (a link elsewhere) is never used.
+fs::path NewFolder(const fs::path& dir, const std::string& prefix, const char* what) {
+    std::error_code error;
+    for (int attempt = 0; attempt < 8 && !error; ++attempt) {
+        fs::path folder = dir / (prefix + std::to_string(basekit::host::ProcessId()) + "-" +
+                                 std::to_string(std::random_device{}()));
+        if (fs::create_directory(folder, error)) return folder;
+    }
+    throw std::runtime_error(std::string("cannot create a ") + what + " folder in " + dir.string() +
+                             ": " + (error ? error.message() : "it exists already"));
+}
+
 // Where paged outputs go while a build runs with a memory budget: a folder in
 // the output folder, removed whatever ends the build.
 class SwapFolder {
 public:
     SwapFolder(basekit::host::Host& host, const fs::path& outputDir) : host(host) {
-        // A new folder of its own: one planted at a name guessed beforehand
-        // (a link elsewhere) is never used.
-        std::error_code error;
-        bool created = false;
-        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
-            folder = outputDir / (".orogen-swap-" + std::to_string(ProcessId()) + "-" +
-                                  std::to_string(std::random_device{}()));
-            created = fs::create_directory(folder, error);
-        }
-        if (!created)
-            throw std::runtime_error("cannot create the swap folder " + folder.string() + ": " +
-                                     (error ? error.message() : "it exists already"));
+        folder = NewFolder(outputDir, ".orogen-swap-", "swap");
         previous = host.SwapDirectory();
         host.Network().SetSwapDirectory(folder);
     }
@@ -445,18 +440,7 @@ public:
 
     explicit StagingFolder(const fs::path& outputDir) : outputDir(outputDir) {
         RemoveLeftovers(outputDir);
-        std::error_code error;
-        bool created = false;
-        for (int attempt = 0; attempt < 8 && !created && !error; ++attempt) {
-            folder = outputDir / (kPrefix + std::to_string(ProcessId()) + "-" +
-                                  std::to_string(std::random_device{}()));
-            created = fs::create_directory(folder, error);
-        }
-        if (!created) {
-            folder.clear();
-            throw std::runtime_error("cannot create a staging folder in " + outputDir.string() + ": " +
-                                     (error ? error.message() : "it exists already"));
-        }
+        folder = NewFolder(outputDir, kPrefix, "staging");
     }
     ~StagingFolder() {
         std::error_code ignored;

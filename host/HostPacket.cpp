@@ -64,14 +64,6 @@ uint64_t Checksum(const unsigned char* data, uint64_t size) {
     return hash;
 }
 
-int ProcessId() {
-#ifdef _WIN32
-    return _getpid();
-#else
-    return static_cast<int>(getpid());
-#endif
-}
-
 void AddResident(uint64_t bytes) {
     uint64_t now = g_residentBytes.fetch_add(bytes) + bytes;
     uint64_t peak = g_peakBytes.load();
@@ -124,6 +116,14 @@ void FreeFloats(float* samples, uint64_t count) {
 }
 
 }  // namespace
+
+int ProcessId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return static_cast<int>(getpid());
+#endif
+}
 
 uint32_t FloatsPerPoint(uint32_t kind) {
     switch (kind) {

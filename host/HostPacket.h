@@ -19,6 +19,9 @@ inline constexpr uint64_t kMaxPacketPoints = uint64_t{1} << 31;
 // floats: the value, then its type code.
 uint32_t FloatsPerPoint(uint32_t kind);
 
+// This process's id, for the names of swap files and of the tool's folders.
+int ProcessId();
+
 class HostPacket final : public Orogen::QXPacket {
   public:
     // A new, empty packet of `kind` (1, 4, 8 or 32); null for any other kind.
