@@ -47,15 +47,27 @@ void HeightSlope(const float* heights, const Grid& grid, int32_t x, int32_t y, f
 // Beyond this a slope's square may overflow.
 constexpr float kSteepSlope = 0x1p60f;
 
+// Whether either part is beyond kSteepSlope (or NaN); no branch, so that row
+// loops over it vectorise.
+inline bool SteepSlope(float gx, float gy) {
+    return static_cast<int>(!(std::fabs(gx) <= kSteepSlope)) |
+           static_cast<int>(!(std::fabs(gy) <= kSteepSlope));
+}
+
+// (gx, gy, 1) / |(gx, gy, 1)| as written: exact for slopes that are not
+// SteepSlope, and branch-free for row loops.
+inline void ShallowSlopeNormal(float gx, float gy, float normal[3]) {
+    const float length = std::sqrt(gx * gx + gy * gy + 1.0f);
+    normal[0] = gx / length;
+    normal[1] = gy / length;
+    normal[2] = 1.0f / length;
+}
+
 // Unit normal (gx, gy, 1) / |(gx, gy, 1)|. Steeper slopes, infinite ones
 // included, are scaled by the larger part first, so that no slope gives NaN.
-// Inline, so that row loops over it vectorise.
 inline void SlopeNormal(float gx, float gy, float normal[3]) {
-    if (std::fabs(gx) <= kSteepSlope && std::fabs(gy) <= kSteepSlope) {
-        const float length = std::sqrt(gx * gx + gy * gy + 1.0f);
-        normal[0] = gx / length;
-        normal[1] = gy / length;
-        normal[2] = 1.0f / length;
+    if (!SteepSlope(gx, gy)) {
+        ShallowSlopeNormal(gx, gy, normal);
         return;
     }
     gx = std::clamp(gx, -FLT_MAX, FLT_MAX);

@@ -60,10 +60,10 @@ void LightRowsOf(const LightSetup& s, const float* heights, const Orogen::Grid& 
         };
         int32_t steep = 0;
         for (int32_t x = 0; x < width; ++x) {
-            const float len = std::sqrt(gx[x] * gx[x] + gy[x] * gy[x] + 1.0f);
-            shade(x, gx[x] / len, gy[x] / len, 1.0f / len);
-            steep |= static_cast<int32_t>(!(std::fabs(gx[x]) <= Orogen::kSteepSlope)) |
-                     static_cast<int32_t>(!(std::fabs(gy[x]) <= Orogen::kSteepSlope));
+            float normal[3];
+            Orogen::ShallowSlopeNormal(gx[x], gy[x], normal);
+            shade(x, normal[0], normal[1], normal[2]);
+            steep |= static_cast<int32_t>(Orogen::SteepSlope(gx[x], gy[x]));
         }
         // Slopes whose squares may overflow: the row again through the scaled normal.
         if (steep)
